@@ -1,0 +1,88 @@
+// A directory into which a tree is restored, and nothing outside it.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace platform {
+
+// What a restored file or directory gets beside its content.
+struct Restore_Attributes {
+  struct Owner {
+    unsigned long long uid;
+    unsigned long long gid;
+    unsigned int mode;  // the permission bits; others are ignored
+  };
+  std::optional<Owner> owner;      // without it the file stays the user's alone
+  std::optional<long long> mtime;  // seconds since 1970
+  unsigned long long length = 0;   // of a file
+  // Names and values of extended attributes.
+  std::vector<std::pair<std::string, std::string_view>> extended;
+  // An ACL that isn't among them goes, such as one that came from the directory around it.
+  bool exact_acl = false;
+};
+
+// Every step goes from an open directory to one of its own entries, and through no link, so that no
+// name can lead out of the tree. All operations return 0 or the errno; a name that is empty, `.`,
+// `..` or holds a slash or NUL gives EINVAL, a link or another non-directory in the way ENOTDIR or
+// ELOOP. One thread at a time.
+class Restore_Tree {
+ public:
+  Restore_Tree() = default;
+  ~Restore_Tree();
+  Restore_Tree(const Restore_Tree&) = delete;
+  Restore_Tree& operator=(const Restore_Tree&) = delete;
+
+  // Opens the native directory `to` as the root of the tree, made where it is missing. The links on
+  // the way to it are the user's own and are followed.
+  int open(const std::string& to);
+
+  // What enter() does about a directory that is missing.
+  enum class Make {
+    none,    // it is an error
+    shared,  // made for all whom the process's mask lets in
+    closed,  // the last one is made for the user alone, until finish_directory() says more
+  };
+
+  // Goes to the directory `names` below the root.
+  int enter(const std::vector<std::string>& names, Make make);
+
+  // Gives the directory entered last its attributes. An owner is treated as by finish().
+  int finish_directory(const Restore_Attributes& attributes);
+
+  // Starts a new file in the directory entered last, under a name of its own that nothing else has.
+  int create();
+
+  // Writes all of `size` bytes at `offset` of the new file.
+  int write_at(unsigned long long offset, const char* data, std::size_t size);
+
+  // Gives the new file its length and attributes and, last, the name `name`, in place of what had
+  // it. An owner that the user may not give is left out, and with it the bits that would lend that
+  // owner's rights. On failure the file is still to be discarded.
+  int finish(const std::string& name, const Restore_Attributes& attributes);
+
+  // Removes the new file, if there is one.
+  void discard();
+
+  // The extended attributes that the last finish could not set, and why.
+  const std::vector<std::string>& left_out() const { return left_out_; }
+
+ private:
+  int step(int from, const std::string& name, Make make, int& to);
+  int set_attributes(int fd, const Restore_Attributes& attributes);
+  void set_extended(int fd, const Restore_Attributes& attributes);
+  void leave();
+
+  int root_ = -1;
+  int directory_ = -1;  // the directory entered last; may be root_
+  std::vector<std::string> names_;
+  int file_ = -1;
+  std::string temporary_;
+  unsigned long long made_ = 0;  // numbers the temporary names
+  std::vector<std::string> left_out_;
+};
+
+}  // namespace platform

@@ -1,0 +1,135 @@
+#include "platform/source_path.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <new>
+
+#include "platform/linkless_open.h"
+#include "platform/source_root.h"
+
+namespace platform {
+namespace {
+
+constexpr int directory_place = O_PATH | O_DIRECTORY;
+
+// The directory below a source that a thread's last path was in.
+struct Last_Directory {
+  ~Last_Directory() { set(-1); }
+
+  bool holds(const std::string& path, std::size_t slash) const {
+    return fd >= 0 && path.size() > slash + 1 && native.size() == slash &&
+           path.compare(0, slash, native) == 0 && version == source_roots_version();
+  }
+
+  void set(int next) {
+    if (fd >= 0) close_quietly(fd);
+    fd = next;
+  }
+
+  int fd = -1;
+  std::string native;
+  unsigned long long version = 0;
+};
+
+// A slot that each thread has for itself. Where memory is short a `thread_local` object with a
+// destructor would end the process.
+struct Slot {
+  Slot() : made(::pthread_key_create(&key, [](void* last) { forget(last); }) == 0) {}
+  static void forget(void* last) { delete static_cast<Last_Directory*>(last); }
+
+  pthread_key_t key;
+  const bool made;
+};
+
+// Null where there is no room to keep one.
+Last_Directory* last_directory() {
+  static const Slot slot;
+  if (!slot.made) return nullptr;
+  auto* last = static_cast<Last_Directory*>(::pthread_getspecific(slot.key));
+  if (last != nullptr) return last;
+  last = new (std::nothrow) Last_Directory;
+  if (last == nullptr || ::pthread_setspecific(slot.key, last) == 0) return last;
+  delete last;
+  return nullptr;
+}
+
+// Opens the directory that holds `real`.
+int open_parent(const std::string& real) {
+  const std::size_t slash = real.rfind('/');
+  return open_without_links(slash == 0 ? "/" : real.substr(0, slash), directory_place);
+}
+
+int open_at(int dir, const char* rest, int flags) {
+  int fd;
+  do {
+    fd = ::openat(dir, rest, flags | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+}  // namespace
+
+Source_Path::Source_Path(const std::string& native) {
+  const std::size_t slash = native.rfind('/');
+  Last_Directory* const last = last_directory();
+  if (last != nullptr && last->holds(native, slash)) {
+    dir_ = last->fd;
+    rest_ = native.c_str() + slash + 1;
+    return;
+  }
+  const unsigned long long version = source_roots_version();
+  std::string real;
+  switch (find_source(native, real)) {
+    case Place::outside:
+      unguarded_.emplace(native);
+      dir_ = unguarded_->dir();
+      rest_ = unguarded_->rest();
+      return;
+    case Place::below_source:
+      if (last != nullptr) {
+        // Without a directory until the path is there: memory may run out.
+        last->set(-1);
+        last->native.assign(native, 0, slash);
+        last->version = version;
+        last->set(open_parent(real));
+        if (last->fd < 0) return;
+        dir_ = last->fd;
+        rest_ = native.c_str() + slash + 1;
+        return;
+      }
+      [[fallthrough]];
+    case Place::source:
+      open_source(real);
+  }
+}
+
+void Source_Path::open_source(const std::string& real) {
+  dir_ = open_parent(real);
+  owned_ = dir_ >= 0;
+  if (!owned_) return;
+  leaf_ = real == "/" ? "." : real.substr(real.rfind('/') + 1);
+  rest_ = leaf_.c_str();
+}
+
+Source_Path::~Source_Path() {
+  if (owned_) close_quietly(dir_);
+}
+
+int open_source(const std::string& native, int flags, bool follow) {
+  const Source_Path path(native);
+  if (!path.ok()) return -1;
+  const bool no_follow = path.guarded() || !follow;
+  return open_at(path.dir(), path.rest(), flags | (no_follow ? O_NOFOLLOW : 0));
+}
+
+int open_source_directory(const std::string& native, bool follow) {
+  constexpr int flags = O_RDONLY | O_DIRECTORY;
+  std::string real;
+  if (find_source(native, real) != Place::outside) return open_without_links(real, flags);
+  return open_path(native, flags | (follow ? 0 : O_NOFOLLOW));
+}
+
+}  // namespace platform
