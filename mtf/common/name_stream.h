@@ -1,0 +1,37 @@
+// The name of a file (FNAM) or directory (PNAM) that did not go into its block.
+#pragma once
+
+#include <string>
+
+#include "mtf/common/stream.h"
+
+namespace MTF {
+
+class Name_Stream : public Stream {
+ public:
+  // Makes `name` the stream's data, unterminated. False, with a line at LM_ERROR, for more than
+  // MTF_PATH_MAX bytes or when memory is short.
+  bool name(const std::string& name);
+
+ protected:
+  // `kind` and `class_name` are for the lines and outlive the stream.
+  Name_Stream(Ref_Ptr<Buffer> buffer, Stream_Id id, const char* kind, const char* class_name);
+
+ private:
+  const char* kind_;
+  const char* class_name_;
+};
+
+class File_Name_Stream : public Name_Stream {
+ public:
+  explicit File_Name_Stream(Ref_Ptr<Buffer> buffer)
+      : Name_Stream(buffer, stream_fnam, "file", "File_Name_Stream") {}
+};
+
+class Path_Name_Stream : public Name_Stream {
+ public:
+  explicit Path_Name_Stream(Ref_Ptr<Buffer> buffer)
+      : Name_Stream(buffer, stream_pnam, "path", "Path_Name_Stream") {}
+};
+
+}  // namespace MTF
