@@ -1,0 +1,168 @@
+// One backup job: what a host drives.
+#pragma once
+
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mtf/catalog/cat_summary.h"
+#include "mtf/catalog/task_base.h"
+#include "mtf/writer/backup_option.h"
+#include "mtf/writer/ibackup_callback.h"
+#include "mtf/writer/writer_hardlink_map.h"
+#include "services/event_handler.h"
+#include "services/filter.h"
+#include "services/metadata.h"
+#include "services/no_throw.h"
+#include "services/storage.h"
+
+class ACE_Log_Msg_Callback;
+
+namespace MTF {
+
+// Calling order: construct, the setters, init, full or incremental, then seq, summary, err_code and
+// err_msg, then clean, and remove_storage_file if the job is to be undone. All of it runs on the
+// host's thread. An object runs one job. Nothing throws but the constructor, which does when memory
+// is short, and the single steps; where an operation has no result, it then does what it can.
+//
+// A source that can't be read never fails a job: the host is told by events (event_handler.h) and
+// by err_code. A storage that fails does.
+class Backup {
+ public:
+  // For `pre_action_data` of init(): there is none.
+  static void* const no_pre_action_data;
+
+  // `metadata` is the host's and must outlive the object. `log` gets the lines of the job's
+  // threads. A job needs an event handler.
+  Backup(Ref_Ptr<Event_Handler> evt_handler, Metadata& metadata,
+         std::shared_ptr<ACE_Log_Msg_Callback> log);
+  // Waits for all threads.
+  ~Backup();
+  Backup(const Backup&) = delete;
+  Backup& operator=(const Backup&) = delete;
+
+  // Adds a native path, such as `/home`, or a system path, such as `X:\data`. True; without memory
+  // false, and the job fails for want of it.
+  bool add_source(const std::string& path);
+  // Whether file content is read as backup records (the default) or as plain bytes.
+  void backup_read(bool on) { opt_.backup_read = on; }
+  // Paths that are left out with all below them, in either form. Not owned; must live until full()
+  // has begun. With no list, or an empty one, the default list holds (source_list.h).
+  void exclude_list(const std::list<std::string>* list) { exclude_list_ = list; }
+  void reparse_point_types(unsigned int mask) { reparse_point_types_ = mask; }
+
+  // Takes what the job needs; false, with a line in the log, for what it can't work with.
+  //   minor_resource_id   name stem of everything that the job stores; neither null nor empty
+  //   filter              may be null; not owned
+  //   base_seq            the job to compare with, for an incremental job
+  //   seq                 number of the last job; this one gets seq + 1
+  //   channels            number of parallel streams; 0 counts as 1
+  //   compression_method  a Compression_Method
+  //   channel_factory     must not be null
+  //   callback_factory    null for sources of the file system
+  //   volume_map          volume to shadow volume; may be null; not owned
+  //   pre_action_data     an open handle (on POSIX the descriptor, as a pointer) whose data is read
+  //                       to its end and stored; stays open; no_pre_action_data for none
+  //   compression_level   of the method
+  //   cache_dir           native directory for working files; null or empty for the default
+  //   threads             that scan the sources
+  bool init(const char* minor_resource_id, const IFilter* filter, unsigned int base_seq,
+            unsigned int seq, unsigned long long channels, unsigned short compression_method,
+            Sparse_Method sparse_method, Ref_Ptr<Channel_Factory> channel_factory,
+            Ref_Ptr<IBackup_Callback_Factory> callback_factory,
+            const std::map<std::string, std::string>* volume_map, void* pre_action_data,
+            int compression_level, const char* cache_dir, int threads);
+
+  // Runs a full job to its end. False if it failed, or if it was cancelled while a source was read.
+  bool full();
+
+  // Runs an incremental job to its end: saves what changed since job `base_seq` of init() and takes
+  // the rest from that job's catalogs, which the channels give. False as for full(), and if the
+  // base had another number of channels or one of its catalogs can't be had or isn't sound. What
+  // the job left on the storage then is remove_storage_file()'s to take back.
+  bool incremental();
+
+  // The steps of a job, in their order; a host calls full() or incremental(), which give
+  // `incremental` as false or true.
+  bool prepare(bool incremental);
+  bool make_backup_task();
+  bool make_source(bool incremental);
+  bool make_source_sharding(bool incremental);
+  bool make_source_producer(bool incremental);
+  bool make_incremental_source_producer();
+  bool make_incremental_source_producer_i(unsigned long long channel);
+  bool activate_task();
+  void wait_task();
+  bool execute();
+  bool complete();
+
+  // Frees what the job holds, closes its channels and deletes its working files. Can be called at
+  // any time after construction, and twice.
+  void clean();
+
+  // Deletes the pieces that the job left on the storage; none if incremental() refused to start.
+  void remove_storage_file();
+
+  unsigned int seq() const { return seq_; }
+  const Cat_Summary& summary() const { return summary_; }
+  unsigned int err_code() const { return err_code_; }  // a Backup_Error
+  const std::string& err_msg() const { return err_msg_; }
+
+ private:
+  // What `step` returns; false, with a line, for an exception.
+  template <class Step>
+  static bool safely(Step step) {
+    return no_throw("Job", false, step);
+  }
+
+  bool run(bool incremental);
+  bool make_one_task(unsigned long long index, unsigned long long channel);
+  bool make_callback_producer(Event_Handler* handler);
+  bool make_file_system_producer(Event_Handler* handler);
+  bool keep_producer(Task_Base* producer);
+  bool producer_ready(int init_result);
+  bool make_callback(unsigned long long channel, Ref_Ptr<IBackup_Callback>& callback);
+  bool start_tasks();
+  void release_tasks();
+  bool remove_working_files() const;
+  bool activate(Task_Base& task, const char* name);
+  bool judge(const Task_Base& task, const char* kind);
+  void add_up(const Cat_Summary& channel, bool first);
+  bool fetch_base_catalog(unsigned long long channel, std::string& path);
+  bool check_base(const std::string& path, unsigned long long channel);
+  bool base_failed(unsigned long long channel, const std::string& message);
+  bool send_making(const char* name, bool result, unsigned long long channel,
+                   const std::string& message);
+  void send_event(int code, const json_spirit::Document& document);
+
+  Metadata& metadata_;
+  Ref_Ptr<Event_Handler> evt_handler_;
+  std::shared_ptr<ACE_Log_Msg_Callback> log_callback_;
+  Backup_Option opt_;
+  Ref_Ptr<Writer_Hardlink_Map> hardlink_map_;
+  Ref_Ptr<Task_Base> full_source_producer_;
+  Ref_Ptr<Task_Base> source_sharding_;
+  std::vector<Ref_Ptr<Task_Base>> incremental_source_producers_;
+  std::vector<Ref_Ptr<Task_Base>> backup_tasks_;
+  std::list<std::string> sources_;
+  bool sources_whole_ = true;  // false once there was no memory for a source
+  const IFilter* filter_ = nullptr;
+  unsigned int base_seq_ = 0;
+  unsigned int seq_ = 0;
+  unsigned long long channel_num_ = 1;
+  Ref_Ptr<IBackup_Callback_Factory> callback_factory_;
+  const std::map<std::string, std::string>* volume_map_ = nullptr;
+  void* pre_action_data_ = no_pre_action_data;
+  Cat_Summary summary_;
+  Ref_Ptr<Channel_Factory> channel_factory_;
+  std::vector<Ref_Ptr<Channel>> channels_;
+  const std::list<std::string>* exclude_list_ = nullptr;
+  unsigned int reparse_point_types_ = 0;
+  unsigned int err_code_ = 0;
+  std::string err_msg_;
+  bool refused_ = false;
+};
+
+}  // namespace MTF

@@ -1,0 +1,127 @@
+#include "mtf/writer/backup_source_lister.h"
+
+#include <ace/Log_Msg.h>
+#include <ace/OS_NS_errno.h>
+
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "services/file_path.h"
+
+namespace MTF {
+namespace {
+
+constexpr int no_flags = 0;
+constexpr char separator = '\\';
+
+// What `body` returns, or the errno for the exception that left it.
+template <class Body>
+int guarded(Body body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return ENOMEM;
+  } catch (const std::exception& error) {
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Scanning failed: %C\n"), error.what()), EIO);
+  }
+}
+
+}  // namespace
+
+Backup_Source_Lister::Backup_Source_Lister(std::unique_ptr<Impl> impl, int threads, Filter filter,
+                                           On_Error on_error, Map_Path map_path)
+    : impl_(std::move(impl)),
+      threads_(threads < 1 ? 1 : threads),
+      filter_(std::move(filter)),
+      on_error_(std::move(on_error)),
+      map_path_(std::move(map_path)) {}
+
+Backup_Source_Lister::~Backup_Source_Lister() {
+  if (!read_to_end_) stopped_ = true;
+  wait();
+}
+
+bool Backup_Source_Lister::open(const std::list<source_entry>& sources) {
+  if (impl_ == nullptr || sources.empty()) return false;
+  for (const source_entry& source : sources) {
+    if (!impl_->add_source(source)) return false;
+  }
+  log_ = ACE_LOG_MSG->msg_callback();
+  if (activate(no_flags, threads_) == 0) return true;
+  ACE_ERROR_RETURN(
+      (LM_ERROR, ACE_TEXT("Failed to activate %d threads to scan files, errno=%d, %m.\n"), threads_,
+       errno),
+      false);
+}
+
+int Backup_Source_Lister::next_entry(std::string& dir, Entry& entry, bool& is_source) {
+  if (impl_ == nullptr) return -1;
+  const int result = impl_->next_entry(dir, entry, is_source);
+  if (result == at_end) read_to_end_ = true;
+  return result;
+}
+
+int Backup_Source_Lister::svc() {
+  if (impl_ == nullptr) return 0;
+  if (log_ != nullptr) ACE_LOG_MSG->msg_callback(log_);
+  std::string dir;
+  for (;;) {
+    const int result = impl_->next_directory(dir);
+    if (result == at_end) return 0;
+    if (result != found) {
+      ACE_ERROR_RETURN(
+          (LM_ERROR, ACE_TEXT("Failed to get next direcory to walk, errno=%d, %m.\n"), errno), 0);
+    }
+    if (dir.empty()) continue;
+    const int error = walk_dir(dir);
+    if (error == 0) continue;
+    errno = error;
+    ACE_ERROR(
+        (LM_ERROR, ACE_TEXT("Failed to walk directory %s, errno=%d, %m.\n"), dir.c_str(), error));
+  }
+}
+
+int Backup_Source_Lister::walk_dir(const std::string& path) {
+  const int error = read_dir(path);
+  // Directories that nobody waits for any more are handed back unread, so that the walk comes to
+  // its end as ever.
+  const bool stopped = stopped_;
+  impl_->walk_end(path, error == 0 && !stopped);
+  if (stopped) return 0;
+  if (error != 0 && on_error_) guarded([&] { return on_error_(path, error) ? 0 : error; });
+  return error;
+}
+
+// An exception here must not keep the walk from being counted as ended.
+int Backup_Source_Lister::read_dir(const std::string& path) {
+  return guarded([&] { return add_entries(path); });
+}
+
+int Backup_Source_Lister::add_entries(const std::string& path) {
+  if (stopped_) return 0;
+  // The root of a volume, or the shadow in its place, may be a link.
+  oxbase::Directory_Iterator_T<char> it(map_path_ ? map_path_(path) : path, false, 0,
+                                        MTF_FS::is_root_path(path));
+  const oxbase::Directory_Iterator_T<char> end;
+  std::string full = path;
+  if (!full.empty() && full.back() != separator) full += separator;
+  const std::size_t dir_size = full.size();
+  for (; it != end && !stopped_; ++it) {
+    if (!is_wanted(full, dir_size, *it)) continue;
+    if (impl_->add_entry(path, *it) < 0) return ENOMEM;
+  }
+  return it.ec();
+}
+
+// `full` begins with the directory's path, of `dir_size` bytes, and is used for each of its
+// entries.
+bool Backup_Source_Lister::is_wanted(std::string& full, std::size_t dir_size,
+                                     const Entry& entry) const {
+  if (!filter_) return true;
+  full.resize(dir_size);
+  full += entry.name;
+  return filter_(full, entry);
+}
+
+}  // namespace MTF

@@ -1,0 +1,114 @@
+// What the source producers share: how sources become catalog blocks, and how these are counted and
+// put on the queue.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "mtf/catalog/cat_summary.h"
+#include "mtf/catalog/catalog_helper.h"
+#include "mtf/catalog/task_base.h"
+#include "mtf/writer/writer_hardlink_map.h"
+#include "services/event_handler.h"
+#include "services/source_list.h"
+
+namespace MTF {
+
+// The stream on the queue is (VOLB (PDAT, the first time) (DIRB | file-like block)*)+ FEND. A
+// file-like block carries a leaf name and belongs to the last DIRB before it. After a failure there
+// is no FEND and the queue is deactivated.
+class Block_Producer : public Task_Base {
+ public:
+  int svc_i() override;
+
+  // What was left out and counted while there was no event handler to count it.
+  unsigned long long untold_dirs() const { return untold_dirs_; }
+  unsigned long long untold_files() const { return untold_files_; }
+
+ protected:
+  // `pre_action_data` asks for a PDAT block behind the first volume. `handler` may be null and is
+  // not owned.
+  Block_Producer(unsigned short seq, bool pre_action_data, Event_Handler* handler,
+                 std::shared_ptr<ACE_Log_Msg_Callback> log);
+
+  // Puts the whole stream on the queue; 0 or -1.
+  virtual int produce() = 0;
+  // Puts all below a directory, whose own block is there already, on the queue.
+  virtual bool walk_dir(const std::string& path) = 0;
+  // Takes note of the volume whose block was written last.
+  virtual void set_volume(const std::string& vol);
+  // Called for an entry that is left out since its type can't be saved, with its full path.
+  virtual void on_unsupported_file(const std::string&) {}
+  // Tells the event handler, which is not null, how far the listing has come.
+  virtual void report_listing();
+
+  // Each puts blocks on the queue and is false where the listing can't go on.
+  bool process_source(const source_entry& entry);
+  // The block of a directory below the current volume, which becomes the current one. One whose
+  // path is too long is left out.
+  bool put_sub_directory(const std::string& full, bool& left_out);
+  bool process_file(const _stat64& stat, const std::string& name, unsigned int reparse_type);
+  // Leads from where the stream stands to a directory.
+  bool goto_dir(const std::string& vol, const std::string& dir);
+  bool write_item(unsigned int type, const std::string& name, long long mtime,
+                  unsigned long long size, unsigned short flags, unsigned long long ino);
+  bool write_item(unsigned int type, const std::string& name);
+  // The block that ends the stream, and the last report.
+  bool write_end();
+  void report_end();
+  bool put_block(std::unique_ptr<Cat_Blk> block);
+  // The PDAT block, with the time `mtime`, where one was asked for and is still missing.
+  bool put_pre_action(long long mtime);
+
+  // Of a listing whose host doesn't say otherwise.
+  static constexpr unsigned long long files_per_percent = 10000;
+  static constexpr int highest_percent = 90;
+
+  // Counts a file-like block.
+  void count_file(unsigned long long size);
+  // Reports one percent for each `per_percent` files, at most `highest`; nothing before the first.
+  void report_percent(unsigned long long per_percent, int highest);
+
+  // The path of an entry of the current directory.
+  std::string full_path(const std::string& name) const;
+  bool is_current_volume(const std::string& vol) const;
+  // True for a directory whose path no block can hold; it is left out and the host is told.
+  bool is_too_long(const std::string& path, const std::string& dir);
+  void count_skipped_dir(const std::string& path, int error, const char* message);
+  // Sends the event of an entry that is left out; an `error` of 0 goes as null.
+  void send_skip(const char* type, const std::string& name, int error, const char* message);
+  // The same for what counts as skipped: without an event handler a line in the log says it.
+  void tell_skip(const char* type, const std::string& name, int error, const char* message);
+  // Where that is counted.
+  std::atomic<unsigned long long>& skipped_dirs() {
+    return event_handler_ != nullptr ? event_handler_->skipped_dirs : untold_dirs_;
+  }
+  std::atomic<unsigned long long>& skipped_files() {
+    return event_handler_ != nullptr ? event_handler_->skipped_files : untold_files_;
+  }
+
+  const unsigned short seq_;
+  bool pre_action_data_;
+  Event_Handler* event_handler_;
+  std::string cur_vol_;
+  std::string cur_dir_;
+  Ref_Ptr<Writer_Hardlink_Map> hardlink_map_;
+  Cat_Summary summary_;
+
+ private:
+  bool process_volume(const std::string& path);
+  bool find_hardlink(const _stat64& stat, const std::string& name, unsigned int& type,
+                     unsigned long long& size, unsigned short& link_flags);
+  bool make_item(unsigned int type, const std::string& name, long long mtime,
+                 unsigned long long size, unsigned short flags, unsigned long long ino);
+  bool put_volume(const std::string& name, long long mtime);
+  template <class Blk>
+  bool put_file_like(const std::string& name, long long mtime, unsigned long long size,
+                     unsigned short flags, unsigned long long ino);
+
+  std::atomic<unsigned long long> untold_dirs_{0};
+  std::atomic<unsigned long long> untold_files_{0};
+};
+
+}  // namespace MTF

@@ -1,0 +1,93 @@
+// How Callback_Source_Producer takes the blocks of a lister of the host's.
+#include <ace/Log_Msg.h>
+#include <ace/OS_NS_errno.h>
+#include <ace/OS_NS_time.h>
+
+#include <cstring>
+#include <new>
+
+#include "mtf/writer/callback_source_producer.h"
+#include "mtf/writer/leaf_name.h"
+#include "services/text.h"
+
+namespace MTF {
+namespace {
+
+bool is_file_like(unsigned int type) {
+  return type == block_file || type == block_slnk || type == block_hlnk || type == block_devb;
+}
+
+// A heap block of its own with the bytes of `block`, which is empty afterwards. A view of bytes of
+// the lister's doesn't outlive its next call, so these are copied. Null when memory is short.
+std::unique_ptr<Cat_Blk> take(Cat_Blk& block) {
+  if (block.owns_data()) {
+    std::unique_ptr<Cat_Blk> own(new (std::nothrow) Cat_Blk(std::move(block)));
+    if (own == nullptr) errno = ENOMEM;
+    return own;
+  }
+  const unsigned int length = block.hdr().length();
+  std::unique_ptr<Cat_Blk> copy = Cat_Blk::create<Cat_Blk>(length);
+  if (copy == nullptr) return nullptr;
+  std::memcpy(copy->data(), block.data(), length);
+  block.set_buffer(nullptr, 0, false);
+  return copy;
+}
+
+// As the walk writes it: components with a NUL behind each.
+bool is_queued_dir_name(const std::string& name) {
+  return name.back() == '\0' && name.front() != '\0' && name.find('\\') == std::string::npos;
+}
+
+}  // namespace
+
+bool Callback_Source_Producer::take_listed() {
+  Cat_Blk block;
+  for (;;) {
+    if (!lister_->next(block)) {
+      ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to list files from source lister.\n")), false);
+    }
+    if (const char* fault = fault_of(block)) {
+      ACE_ERROR_RETURN(
+          (LM_ERROR, ACE_TEXT("Source lister gave a block that can't be saved: %C\n"), fault),
+          false);
+    }
+    if (block.hdr().type() == block_fend) return true;
+    if (!put_listed_block(block)) return false;
+  }
+}
+
+// A block that went on the queue like this would end a media early, or land in another directory
+// than the lister's.
+const char* Callback_Source_Producer::fault_of(const Cat_Blk& block) const {
+  if (block.data() == nullptr || block.capacity() < Cat_Hdr::fixed_size) return "it is empty";
+  const Cat_Hdr& hdr = block.hdr();
+  if (hdr.length() < Cat_Hdr::fixed_size || hdr.length() > block.capacity()) {
+    return "its length is wrong";
+  }
+  if (hdr.checksum() != hdr.calc_checksum()) return "its checksum is wrong";
+  const unsigned int type = hdr.type();
+  if (type != block_volb && type != block_dirb && !is_file_like(type)) return nullptr;
+  std::string name;
+  if (!block_name(block, name)) return "it has no name";
+  if (name.size() > MTF_PATH_MAX) return "its name is too long";
+  if (type == block_volb) return nullptr;
+  if (!has_volume_) return "it comes before any volume";
+  const bool sound = type == block_dirb ? is_queued_dir_name(name) : is_leaf_name(name);
+  return sound ? nullptr : "its name is none of an entry";
+}
+
+bool Callback_Source_Producer::put_listed_block(Cat_Blk& block) {
+  const unsigned int type = block.hdr().type();
+  const unsigned long long size = block.hdr().size();
+  if (!put_block(take(block))) return false;
+  if (type == block_volb) {
+    has_volume_ = true;
+    return put_pre_action(ACE_OS::time());
+  }
+  if (type == block_dirb) return true;
+  if (!is_file_like(type)) return false;
+  count_file(size);
+  return true;
+}
+
+}  // namespace MTF

@@ -1,0 +1,66 @@
+// Decides what a job saves whose sources are the host's: walks them through the host's callback, or
+// takes what a lister of the host gives.
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mtf/writer/block_producer.h"
+#include "mtf/writer/ibackup_callback.h"
+
+namespace MTF {
+
+// Gives the same stream as Source_Producer. The host's operations are called on the task's thread
+// alone, and none of them again after one whose failure ends the listing.
+class Callback_Source_Producer : public Block_Producer {
+ public:
+  // As for Source_Producer.
+  Callback_Source_Producer(unsigned short seq, bool pre_action_data, Event_Handler* handler,
+                           std::shared_ptr<ACE_Log_Msg_Callback> log);
+
+  // Stores its arguments and returns 0; -1 without a map or a callback. The sources are paths of
+  // the host's. `sources` and `filter`, which may be null, are not owned.
+  int init(const std::list<std::string>* sources, const IFilter* filter,
+           Ref_Ptr<Writer_Hardlink_Map> hardlink_map, Ref_Ptr<IBackup_Callback> callback);
+
+ private:
+  // The base has another operation of this name.
+  using Block_Producer::init;
+
+  using Entry = oxbase::Directory_Entry_T<char>;
+  // A directory on the way down, with those of its entries that are still to come, last one first.
+  struct Level {
+    std::string path;
+    std::vector<Entry> entries;
+  };
+  enum class Verdict { take, skip, fail };
+
+  int produce() override;
+  void report_listing() override;
+
+  bool resolve(std::list<source_entry>& out);
+  Verdict resolve_source(const std::string& source, char separator, source_entry& out);
+  Verdict examine(const std::string& source, char separator, source_entry& out);
+
+  bool walk(const std::list<source_entry>& list);
+  bool walk_dir(const std::string& path) override;
+  bool enter(const std::string& path, std::vector<Level>& levels);
+  bool handle(const std::string& path, const Entry& entry, std::vector<Level>& levels);
+  bool is_filtered(const std::string& path, bool is_directory) const;
+  void skip_nameless(const std::string& path, const Entry& entry);
+
+  bool take_listed();
+  bool put_listed_block(Cat_Blk& block);
+  const char* fault_of(const Cat_Blk& block) const;
+
+  const std::list<std::string>* sources_ = nullptr;
+  const IFilter* filter_ = nullptr;
+  Ref_Ptr<IBackup_Callback> callback_;
+  Ref_Ptr<ISrc_Lister> lister_;
+  bool has_volume_ = false;    // the lister has given a volume
+  bool told_percent_ = false;  // the log has the line on a percent of no files
+};
+
+}  // namespace MTF

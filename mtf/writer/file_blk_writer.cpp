@@ -1,0 +1,171 @@
+#include "mtf/writer/file_blk_writer.h"
+
+#include <ace/ACE.h>
+#include <ace/Log_Msg.h>
+#include <ace/OS_NS_time.h>
+
+#include <cerrno>
+
+#include "mtf/common/name_stream.h"
+#include "mtf/writer/catalog_writer.h"
+#include "mtf/writer/imbc_writer.h"
+#include "services/json_spirit.h"
+
+namespace MTF {
+namespace {
+
+constexpr std::size_t usual_name_size = 260;
+constexpr unsigned int data_buffer_size = 0x10000;
+
+}  // namespace
+
+File_Blk_Writer::File_Blk_Writer(Ref_Ptr<Event_Handler> evt_handler)
+    : path_('\\', false), block_buffer_(8), data_buffer_(8), evt_handler_(evt_handler) {
+  file_name_.reserve(usual_name_size);
+  data_buffer_.expand(data_buffer_size);
+}
+
+bool File_Blk_Writer::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
+                           IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {
+  return DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) &&
+         block_buffer_.expand(DBLK::image_size) && data_buffer_.expand(data_buffer_size);
+}
+
+bool File_Blk_Writer::reset(char* buf, unsigned int size) {
+  file_space_ = 0;
+  corrupt_offset_ = 0;
+  corrupt_attributes_ = 0;
+  stream_count_ = 0;
+  cat_blk_.set_buffer(buf, size, false);
+  const unsigned int type = cat_blk_.hdr().type();
+  if (type != block_file) {
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Invalid cat type in File_Blk_Writer, %x\n"), type),
+                     false);
+  }
+  if (!block_name(cat_blk_, file_name_)) {
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Empty file name\n")), false);
+  }
+  path_.clear();
+  path_ /= ctx_->cur_vol;
+  path_ /= ctx_->cur_dir;
+  path_ /= file_name_;
+  return true;
+}
+
+int File_Blk_Writer::write(IWriter& writer) {
+  if (ACE::debug()) ACE_DEBUG((LM_DEBUG, ACE_TEXT("Backup file '%s'\n"), path_.str().c_str()));
+  // The data of a file of another job stands on that job's media.
+  if (cat_blk_.hdr().seq() != ctx_->seq) return add_earlier_file();
+  if (!write_spad_stream(*opt_, *ctx_, buf_, writer, true)) return -1;
+  File_Blk blk(block_buffer_, true);
+  // Behind the block of another directory the file would come back there.
+  if (ctx_->dir_missing) errno = ENOENT;
+  if (ctx_->dir_missing || !set_file_blk(blk)) {
+    report_skip("Failed to stat file");
+    return 1;
+  }
+  const int opened = open_file();
+  if (opened != 0) {
+    if (opened == 1) report_skip("Failed to open file");
+    return opened;
+  }
+  return write_block_and_content(blk, writer);
+}
+
+// Nothing looks at a file that didn't change, so only its directory can tell that it is gone. Its
+// entry would count as one of the directory before.
+int File_Blk_Writer::add_earlier_file() {
+  return ctx_->dir_missing || catalog_->add_cat_file_blk(cat_blk_) ? 1 : -1;
+}
+
+int File_Blk_Writer::write_block_and_content(File_Blk& blk, IWriter& writer) {
+  if (!write_file_blk(blk, writer) || !write_name_stream(blk, writer)) {
+    ctx_->write_failed(writer);
+    return -1;
+  }
+  const int result = write_content(blk, writer);
+  if (result == -1) return -1;
+  if (!writer.flush()) {
+    ctx_->write_failed(writer);
+    return -1;
+  }
+  if (result == content_corrupt) return end_corrupt(writer);
+  if (result == content_unknown) {
+    ACE_ERROR_RETURN(
+        (LM_WARNING, ACE_TEXT("Failed to write file content, '%s' encounter unknown NT stream\n"),
+         path_.str().c_str()),
+        1);
+  }
+  return add_to_catalogs(blk);
+}
+
+bool File_Blk_Writer::set_file_blk(File_Blk& blk) {
+  blk.hdr().format_logical_address(ctx_->fla);
+  blk.hdr().control_block_id(++ctx_->control_block_id);
+  blk.backup_date(ACE_OS::time());
+  blk.directory_id(ctx_->dir_id);
+  blk.file_id(++ctx_->file_id);
+  unsigned int attributes = 0;
+  if (!blk.file_name(file_name_)) attributes |= attr_name_in_stream;
+  if (opt_->compression_method != 0) attributes |= attr_compression;
+  blk.hdr().attributes(attributes);
+  return true;
+}
+
+bool File_Blk_Writer::write_file_blk(File_Blk& blk, IWriter& writer) {
+  const unsigned long long written = blk.write(writer);
+  if (written == IWriter::failed) return false;
+  ctx_->add_length(written);
+  return true;
+}
+
+bool File_Blk_Writer::write_name_stream(const File_Blk& blk, IWriter& writer) {
+  if ((blk.hdr().attributes() & attr_name_in_stream) == 0) return true;
+  if (!write_to_stream_align(*ctx_, writer)) return false;
+  File_Name_Stream stream(buf_);
+  if (!stream.name(file_name_)) return false;
+  const unsigned long long written = stream.write(writer);
+  if (written == IWriter::failed) return false;
+  ctx_->add_length(written);
+  ++stream_count_;
+  return true;
+}
+
+void File_Blk_Writer::report_skip(const char* message) {
+  const int error = ACE_OS::last_error();
+  if (evt_handler_.get() == nullptr) return;
+  ++evt_handler_->skipped_files;
+  evt_handler_->handle_event(
+      event_skipped,
+      json_spirit::Document{
+          {"type", "file"}, {"name", path_.str()}, {"errno", error}, {"message", message}});
+}
+
+int File_Blk_Writer::end_corrupt(IWriter& writer) {
+  const std::string reason = corrupt_attr(corrupt_attributes_);
+  ACE_ERROR((LM_WARNING, ACE_TEXT("Failed to write file content, '%s' is corrupt, reason=%s\n"),
+             path_.str().c_str(), reason.c_str()));
+  ++ctx_->corrupt_file_count;
+  if (evt_handler_.get() != nullptr) {
+    evt_handler_->handle_event(
+        event_corrupt,
+        json_spirit::Document{{"type", "file"}, {"name", path_.str()}, {"message", reason}});
+  }
+  const auto stream_number = static_cast<unsigned short>(stream_count_ + 1);
+  return write_cfil_blk(*opt_, *ctx_, buf_, corrupt_attributes_, corrupt_offset_, stream_number,
+                        writer)
+             ? 1
+             : -1;
+}
+
+int File_Blk_Writer::add_to_catalogs(const File_Blk& blk) {
+  if (mbc_writer_->add_file_blk(blk, file_name_) &&
+      catalog_->add_file_blk(blk, file_space_, cat_blk_.hdr().ino(), cat_blk_.hdr().flags(),
+                             file_name_)) {
+    return 0;
+  }
+  ctx_->catalog_failed();
+  return -1;
+}
+
+}  // namespace MTF

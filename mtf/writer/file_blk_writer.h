@@ -1,0 +1,59 @@
+// Writes files (FILE): the block, its name stream where the name doesn't fit, its content, and the
+// CFIL block of a file that could not be read to its end.
+#pragma once
+
+#include "mtf/catalog/catalog_helper.h"
+#include "mtf/writer/dblk_writer.h"
+#include "oxbase/path.h"
+#include "services/event_handler.h"
+
+namespace MTF {
+
+// Fixes what happens around a file; a derived class examines, opens and reads it.
+class File_Blk_Writer : public virtual DBLK_Writer {
+ public:
+  // What write_content() gives besides 0 (all written) and -1 (the media side failed).
+  enum Content_Result : int {
+    content_corrupt = 2,  // a read failed and the streams were closed out
+    content_unknown = 4,  // a stream of unknown kind was met
+  };
+
+  // `evt_handler` may be null; nothing is counted or reported then.
+  explicit File_Blk_Writer(Ref_Ptr<Event_Handler> evt_handler);
+
+  bool init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
+            IMBC_Writer* mbc_writer, Catalog_Writer* catalog) override;
+  unsigned int type() const override { return block_file; }
+  bool reset(char* buf, unsigned int size) override;
+  int write(IWriter& writer) override;
+
+  // Fills the block; false where the file can't be examined. A derived class calls the base first.
+  virtual bool set_file_blk(File_Blk& blk);
+  virtual bool write_file_blk(File_Blk& blk, IWriter& writer);
+  // Writes everything that follows the block and its name stream.
+  virtual int write_content(File_Blk& blk, IWriter& writer) = 0;
+  // 0 open; 1 can't be opened, so the file is skipped; any other value ends write() with it.
+  virtual int open_file() = 0;
+
+ protected:
+  Cat_File_Blk cat_blk_;
+  oxbase::Path_T<char> path_;
+  std::string file_name_;
+  Buffer block_buffer_;
+  Buffer data_buffer_;
+  unsigned long long file_space_ = 0;      // on its volume, in bytes; goes to the catalog
+  unsigned long long corrupt_offset_ = 0;  // in the stream where reading stopped
+  unsigned int corrupt_attributes_ = 0;
+  unsigned short stream_count_ = 0;  // streams of this file completed so far
+  Ref_Ptr<Event_Handler> evt_handler_;
+
+ private:
+  int add_earlier_file();
+  int write_block_and_content(File_Blk& blk, IWriter& writer);
+  bool write_name_stream(const File_Blk& blk, IWriter& writer);
+  void report_skip(const char* message);
+  int end_corrupt(IWriter& writer);
+  int add_to_catalogs(const File_Blk& blk);
+};
+
+}  // namespace MTF

@@ -1,0 +1,112 @@
+#include "mtf/writer/file_blk_writer_callback.h"
+
+#include <ace/Log_Msg.h>
+
+#include <algorithm>
+
+#include "mtf/writer/callback_block.h"
+#include "mtf/writer/stat_stream.h"
+#include "services/assertion.h"
+
+namespace MTF {
+
+File_Blk_Writer_Callback::File_Blk_Writer_Callback(Ref_Ptr<Event_Handler> handler,
+                                                   Ref_Ptr<IBackup_Callback> callback)
+    : File_Blk_Writer(handler), data_stream_(handler), callback_(callback) {}
+
+bool File_Blk_Writer_Callback::init(const Backup_Option* opt, Backup_Context* ctx,
+                                    Ref_Ptr<Buffer> buf, IMBC_Writer* mbc_writer,
+                                    Catalog_Writer* catalog) {
+  if (!File_Blk_Writer::init(opt, ctx, buf, mbc_writer, catalog)) return false;
+  data_stream_.set_channel(ctx->channel);
+  data_stream_.set_buffer(buf);
+  MTF_ASSERT_NOT_NULL(callback_.get(), false);
+  reader_ = callback_->create_file_reader();
+  MTF_ASSERT_NOT_NULL(reader_.get(), false);
+  return true;
+}
+
+bool File_Blk_Writer_Callback::set_file_blk(File_Blk& blk) {
+  if (!File_Blk_Writer::set_file_blk(blk)) return false;
+  stat_ = Callback_Stat();
+  if (!callback_->lstat(path_.str().c_str(), stat_)) {
+    ACE_ERROR_RETURN(
+        (LM_WARNING, ACE_TEXT("Failed to lstat file, path='%s'\n"), path_.str().c_str()), false);
+  }
+  file_space_ = space_of(stat_);
+  set_size_and_dates(blk, stat_);
+  return true;
+}
+
+int File_Blk_Writer_Callback::open_file() {
+  if (reader_->is_open() && reader_->close() == -1) {
+    ACE_ERROR_RETURN(
+        (LM_ERROR, ACE_TEXT("Failed to close file reader on File_Blk_Writer_Callback\n")), -1);
+  }
+  return reader_->open(path_.str().c_str());
+}
+
+bool File_Blk_Writer_Callback::write_file_blk(File_Blk& blk, IWriter& writer) {
+  return reader_->handle_file_blk(blk, file_space_, stat_) &&
+         File_Blk_Writer::write_file_blk(blk, writer);
+}
+
+int File_Blk_Writer_Callback::write_content(File_Blk& blk, IWriter& writer) {
+  if (!write_to_stream_align(*ctx_, writer)) return -1;
+  const unsigned long long length = blk.hdr().displayable_size();
+  data_stream_.reset_stream(length, opt_->compression_method, opt_->compression_level);
+  if (!data_stream_.write_hdr(writer) || !copy_data(length, writer)) return -1;
+  if (data_stream_.current_size() != data_stream_.stream_length()) return close_out(writer);
+  if (!data_stream_.end_stream(writer)) return -1;
+  ctx_->add_length(data_stream_.written_size());
+  ++stream_count_;
+  if (data_stream_.checksummed() && !write_checksum_stream(data_stream_.checksum(), writer)) {
+    return -1;
+  }
+  return write_stat_stream(writer) ? 0 : -1;
+}
+
+// A file that has more than its block declares is cut there; one that has less leaves the stream
+// short.
+bool File_Blk_Writer_Callback::copy_data(unsigned long long length, IWriter& writer) {
+  while (data_stream_.current_size() < length) {
+    const int result = read();
+    if (result == -1) return false;
+    if (result == 1 || data_buffer_.size() == 0) break;
+    const unsigned long long wanted = length - data_stream_.current_size();
+    data_buffer_.size(
+        static_cast<unsigned int>(std::min<unsigned long long>(data_buffer_.size(), wanted)));
+    if (!data_stream_.write_data(data_buffer_, writer)) return false;
+  }
+  return true;
+}
+
+int File_Blk_Writer_Callback::read() {
+  data_buffer_.size(0);
+  const int result = reader_->read(data_buffer_);
+  if (result == -1 || data_buffer_.size() <= data_buffer_.capacity()) return result;
+  ACE_ERROR_RETURN(
+      (LM_ERROR, ACE_TEXT("File reader gave %u bytes where there is room for %u, path='%s'\n"),
+       data_buffer_.size(), data_buffer_.capacity(), path_.str().c_str()),
+      -1);
+}
+
+int File_Blk_Writer_Callback::close_out(IWriter& writer) {
+  corrupt_offset_ = data_stream_.current_size();
+  corrupt_attributes_ = corrupt_length_change;
+  return fill_stream(*ctx_, data_stream_, data_buffer_, writer) ? content_corrupt : -1;
+}
+
+bool File_Blk_Writer_Callback::write_checksum_stream(unsigned int checksum, IWriter& writer) {
+  if (!write_csum_stream(*ctx_, buf_, checksum, writer)) return false;
+  ++stream_count_;
+  return true;
+}
+
+bool File_Blk_Writer_Callback::write_stat_stream(IWriter& writer) {
+  if (!write_callback_stat(*ctx_, buf_, stat_, writer)) return false;
+  ++stream_count_;
+  return true;
+}
+
+}  // namespace MTF

@@ -1,0 +1,125 @@
+#include "mtf/writer/file_blk_writer_unix.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "mtf/writer/set_file_blk_win.h"
+#include "mtf/writer/stat_stream.h"
+
+namespace MTF {
+namespace {
+
+constexpr unsigned long long file_buffer_size = 0x20000;
+constexpr int read_flags = 0x2000080;  // with backup semantics
+constexpr int share_all = 7;
+
+unsigned int read_error_attributes(int error) {
+  switch (error) {
+    case EIO:
+      return corrupt_unreadable;
+    case EPERM:
+      return corrupt_in_use;
+    default:
+      return corrupt_length_change;
+  }
+}
+
+}  // namespace
+
+File_Blk_Writer_Unix::File_Blk_Writer_Unix(Ref_Ptr<Event_Handler> evt_handler)
+    : File_Blk_Writer(evt_handler),
+      data_stream_(evt_handler),
+      sparse_stream_(evt_handler),
+      file_(file_buffer_size) {}
+
+bool File_Blk_Writer_Unix::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
+                                IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {
+  if (!File_Blk_Writer::init(opt, ctx, buf, mbc_writer, catalog)) return false;
+  data_stream_.set_channel(ctx->channel);
+  data_stream_.set_buffer(buf);
+  sparse_stream_.set_channel(ctx->channel);
+  sparse_stream_.set_buffer(buf);
+  return true;
+}
+
+bool File_Blk_Writer_Unix::set_file_blk(File_Blk& blk) {
+  if (!File_Blk_Writer::set_file_blk(blk) ||
+      set_file_blk_win(blk, wide_path_, file_space_, last_error_, ctx_, file_name_) <= 0) {
+    return false;
+  }
+  sparse_stream_.reset_offset();
+  return true;
+}
+
+int File_Blk_Writer_Unix::open_file() {
+  return file_.open(path_.str(), read_flags, share_all) != 0 ? 1 : 0;
+}
+
+int File_Blk_Writer_Unix::write_content(File_Blk& blk, IWriter& writer) {
+  const unsigned long long size = blk.hdr().displayable_size();
+  if (size != 0) {
+    const int result = write_data_stream(size, writer);
+    if (result != 0) return result;
+  }
+  return write_stat_stream(writer) ? 0 : -1;
+}
+
+int File_Blk_Writer_Unix::write_data_stream(unsigned long long size, IWriter& writer) {
+  if (!write_to_stream_align(*ctx_, writer)) return -1;
+  data_stream_.reset_stream(size, opt_->compression_method, opt_->compression_level);
+  if (!data_stream_.write_hdr(writer) || !copy_data(size, writer)) {
+    ctx_->write_failed(writer);
+    return -1;
+  }
+  if (data_stream_.current_size() != data_stream_.stream_length()) return close_out(writer);
+  if (!data_stream_.end_stream(writer)) {
+    ctx_->write_failed(writer);
+    return -1;
+  }
+  ctx_->add_length(data_stream_.written_size());
+  ++stream_count_;
+  if (!data_stream_.checksummed()) return 0;
+  return write_checksum_stream(data_stream_.checksum(), writer) ? 0 : -1;
+}
+
+// A file that grew is cut at the size that its block declares; one that shrank or fails to read
+// leaves the stream short.
+bool File_Blk_Writer_Unix::copy_data(unsigned long long size, IWriter& writer) {
+  while (data_stream_.current_size() < size) {
+    const std::streamsize n = file_.sgetn(data_buffer_.data(), data_buffer_.capacity());
+    if (n < 0) corrupt_attributes_ = read_error_attributes(file_.last_error());
+    if (n <= 0) break;
+    const unsigned long long wanted = size - data_stream_.current_size();
+    data_buffer_.size(
+        static_cast<unsigned int>(std::min(static_cast<unsigned long long>(n), wanted)));
+    if (!data_stream_.write_data(data_buffer_, writer)) return false;
+  }
+  return true;
+}
+
+int File_Blk_Writer_Unix::close_out(IWriter& writer) {
+  corrupt_offset_ = data_stream_.current_size();
+  if (corrupt_attributes_ == 0) corrupt_attributes_ = corrupt_length_change;
+  if (fill_stream(*ctx_, data_stream_, data_buffer_, writer)) return content_corrupt;
+  ctx_->write_failed(writer);
+  return -1;
+}
+
+bool File_Blk_Writer_Unix::write_checksum_stream(unsigned int checksum, IWriter& writer) {
+  if (!write_csum_stream(*ctx_, buf_, checksum, writer)) return ctx_->write_failed(writer);
+  ++stream_count_;
+  return true;
+}
+
+bool File_Blk_Writer_Unix::write_stat_stream(IWriter& writer) {
+  if (!write_to_stream_align(*ctx_, writer)) return false;
+  Unix_Stat_Extent_Stream stream(buf_, &ctx_->id_mapper);
+  if (!stream.set_stat(file_.stat())) return false;
+  const unsigned long long written = stream.write(writer);
+  if (written == IWriter::failed) return ctx_->write_failed(writer);
+  ctx_->add_length(written);
+  ++stream_count_;
+  return true;
+}
+
+}  // namespace MTF
