@@ -1,0 +1,202 @@
+#include "mtf/reader/content_reader.h"
+
+#include <algorithm>
+
+#include "mtf/reader/security_view.h"
+
+namespace MTF {
+namespace {
+
+constexpr std::size_t sparse_offset_size = 8;
+constexpr std::size_t checksum_size = 4;
+constexpr std::size_t most_small_data = 0x40000;
+// Far more than a file system holds; the stream lies whole on the media in any case.
+constexpr std::size_t most_attribute_data = 0x40000000;
+
+// Streams that tell about the file, each small enough to be held.
+bool is_description(unsigned int id) {
+  return id == stream_ctex || id == stream_nacl || id == stream_ntea;
+}
+
+// Streams whose loss takes content away, where nothing restores them.
+bool holds_content(unsigned int id) {
+  switch (id) {
+    case stream_fnam:
+    case stream_pnam:
+    case stream_nacl:
+    case stream_ntea:
+    case stream_ntoi:
+    case stream_ntpr:
+    case stream_stat:
+    case stream_spad:
+      return false;
+    default:
+      return true;
+  }
+}
+
+}  // namespace
+
+// How far the reading of one block has come.
+struct Content_Reader::Progress {
+  explicit Progress(Content& found) : content(found) {}
+
+  Content& content;
+  unsigned long long offset = 0;  // in the file, of the next data
+  bool main_stream = false;       // SPAR streams belong to the file's own content
+  bool content_seen = false;
+  bool chunk_open = false;          // the last chunk of a stream of unknown length is still to come
+  std::optional<unsigned int> sum;  // what the next CSUM stream must hold
+  bool stopped = false;             // by the sink
+  std::string small;                // the data of a small stream, or the offset of a sparse range
+};
+
+Content_Reader::Content_Reader(Media_File& media, const Content_Sink& sink)
+    : window_(media.window()),
+      sink_(sink),
+      on_fault_(
+          [this](unsigned long long position, const std::string& text) { fault(position, text); }),
+      data_reader_(window_, on_fault_) {}
+
+void Content_Reader::fault(unsigned long long position, const std::string& text) {
+  if (first_fault_.empty()) first_fault_ = "at " + std::to_string(position) + ": " + text;
+}
+
+bool Content_Reader::read(const Media_Block& block, Content& content, std::string& why) {
+  content = {};
+  first_fault_.clear();
+  Progress progress(content);
+  unsigned long long position = block.position + block.view.bytes.size();
+  // The size of a directory says nothing of its streams.
+  const bool has_content =
+      block.view.header.displayable_size != 0 && block.view.header.type != block_dirb;
+  bool going = true;
+  for (bool last = false; going && !last;) going = read_stream(progress, position, last);
+  if (going && progress.sum) fault(position, "stream has no CSUM stream");
+  if (going && progress.chunk_open) fault(position, "the last chunk of a stream is missing");
+  if (going && has_content && !progress.content_seen) fault(block.position, "block has no content");
+  why = first_fault_;
+  return going && first_fault_.empty() && !progress.stopped;
+}
+
+bool Content_Reader::read_stream(Progress& progress, unsigned long long& position, bool& last) {
+  position = (position + stream_alignment - 1) / stream_alignment * stream_alignment;
+  const char* bytes = window_.view(position, stream_header_size);
+  if (bytes == nullptr) return fault(position, "streams end too early"), false;
+  const Stream_Header header = read_stream_header(bytes);
+  if (!header.intact) return fault(position, "stream header is damaged"), false;
+  last = header.id == stream_spad;
+  if (last) return true;
+  const unsigned long long data_position = position + stream_header_size;
+  if (header.id == stream_csum) {
+    position = data_position + checksum_size;
+    return take_sum(progress, header, data_position);
+  }
+  if (progress.sum) return fault(position, "stream in front has no CSUM stream"), false;
+  Stream_Data data;
+  if (!take_stream(progress, header, data_position, data)) return false;
+  if (header.is(mf_checksummed)) progress.sum = data.checksum;
+  position = data.end;
+  return data.intact && !progress.stopped;
+}
+
+bool Content_Reader::take_stream(Progress& progress, const Stream_Header& header,
+                                 unsigned long long position, Stream_Data& data) {
+  progress.small.clear();
+  const auto content = [&](const char* bytes, std::size_t size) {
+    return give(progress, bytes, size);
+  };
+  const std::size_t most = header.id == stream_ntea ? most_attribute_data : most_small_data;
+  const auto keep = [&](const char* bytes, std::size_t size) {
+    progress.small.append(bytes, std::min(size, most - progress.small.size()));
+    return progress.small.size() < most;
+  };
+  // A sparse range starts with its offset in the file.
+  const auto range = [&](const char* bytes, std::size_t size) {
+    const std::size_t missing = sparse_offset_size - progress.small.size();
+    const std::size_t taken = std::min(missing, size);
+    progress.small.append(bytes, taken);
+    if (progress.small.size() < sparse_offset_size) return true;
+    if (taken != 0) progress.offset = load_le<unsigned long long>(progress.small.data());
+    return give(progress, bytes + taken, size - taken);
+  };
+  const bool main = header.id == stream_stan;
+  const bool sparse = header.id == stream_spar && progress.main_stream;
+  const bool description = is_description(header.id);
+  if (main || header.id == stream_adat) progress.main_stream = main;
+  if (main && !take_chunk(progress, header, position)) return false;
+  if (sparse && header.length < sparse_offset_size) {
+    return fault(position, "SPAR stream is shorter than its offset"), false;
+  }
+  const Data_Sink sink = main          ? Data_Sink(content)
+                         : sparse      ? Data_Sink(range)
+                         : description ? Data_Sink(keep)
+                                       : Data_Sink();
+  if (!data_reader_.read(header, position, sink, data)) return false;
+  if (description) return take_description(progress, header, position);
+  if (!main && !sparse && holds_content(header.id)) {
+    progress.content.left_out += (progress.content.left_out.empty() ? "" : ", ");
+    progress.content.left_out += stream_word(header.id);
+  }
+  return true;
+}
+
+bool Content_Reader::take_chunk(Progress& progress, const Stream_Header& header,
+                                unsigned long long position) {
+  const bool part = header.is(mf_variable);
+  if (progress.content_seen && !progress.chunk_open) {
+    return fault(position, "second STAN stream of a block"), false;
+  }
+  progress.chunk_open = part;
+  progress.content_seen = true;
+  return true;
+}
+
+bool Content_Reader::take_description(Progress& progress, const Stream_Header& header,
+                                      unsigned long long position) {
+  Content& content = progress.content;
+  Stat_Extent record;
+  std::vector<Extended_Attribute> attributes;
+  bool known = true;
+  const bool right = header.id == stream_ctex   ? read_stat_extent(progress.small, record)
+                     : header.id == stream_nacl ? read_security(progress.small, record, known)
+                                                : read_attributes(progress.small, attributes);
+  if (!right) return fault(position, stream_word(header.id) + " stream has a wrong layout"), false;
+  if (header.id == stream_ntea) {
+    content.attributes = std::move(progress.small);
+  } else if (known) {
+    content.stat = record;
+  }
+  content.has_security = content.has_security || header.id == stream_nacl;
+  return true;
+}
+
+bool Content_Reader::take_sum(Progress& progress, const Stream_Header& header,
+                              unsigned long long position) {
+  const char* bytes = window_.view(position, checksum_size);
+  if (bytes == nullptr || header.length != checksum_size) {
+    return fault(position, "CSUM stream is damaged"), false;
+  }
+  // The empty last chunk of a stream of unknown length has one without announcing it.
+  const unsigned int expected = progress.sum.value_or(0);
+  progress.sum.reset();
+  if (load_le<unsigned int>(bytes) == expected) return true;
+  return fault(position, "checksum of the stream's data is wrong"), false;
+}
+
+bool Content_Reader::give(Progress& progress, const char* data, std::size_t size) {
+  constexpr unsigned long long largest = ~0ULL >> 1;
+  if (progress.offset > largest || size > largest - progress.offset) {
+    fault(0, "SPAR stream has a wrong offset");
+    return false;
+  }
+  if (size != 0 && !sink_(progress.offset, data, size)) {
+    progress.stopped = true;
+    return false;
+  }
+  progress.offset += size;
+  progress.content.length = std::max(progress.content.length, progress.offset);
+  return true;
+}
+
+}  // namespace MTF

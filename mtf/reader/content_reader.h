@@ -1,0 +1,55 @@
+// The streams of one block, read for what they restore.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "mtf/reader/media_file.h"
+#include "mtf/reader/stream_check.h"
+
+namespace MTF {
+
+// Takes the content of a file. False ends the reading.
+using Content_Sink =
+    std::function<bool(unsigned long long offset, const char* data, std::size_t size)>;
+
+// What was found beside the content.
+struct Content {
+  unsigned long long length = 0;    // of the file, holes included
+  std::optional<Stat_Extent> stat;  // of its CTEX or NACL stream
+  bool has_security = false;        // it has a NACL stream, and so all its rights are here
+  std::string attributes;           // the data of its NTEA stream
+  std::string left_out;             // kinds of streams that hold more content, not given
+};
+
+class Content_Reader {
+ public:
+  // Keeps the references.
+  Content_Reader(Media_File& media, const Content_Sink& sink);
+
+  // Reads the streams of `block`. False, with `why` set, if the content isn't whole and right, or
+  // if the sink ended it; `why` is empty then.
+  bool read(const Media_Block& block, Content& content, std::string& why);
+
+ private:
+  struct Progress;
+
+  bool read_stream(Progress& progress, unsigned long long& position, bool& last);
+  bool take_stream(Progress& progress, const Stream_Header& header, unsigned long long position,
+                   Stream_Data& data);
+  bool take_sum(Progress& progress, const Stream_Header& header, unsigned long long position);
+  bool give(Progress& progress, const char* data, std::size_t size);
+  bool take_description(Progress& progress, const Stream_Header& header,
+                        unsigned long long position);
+  bool take_chunk(Progress& progress, const Stream_Header& header, unsigned long long position);
+  void fault(unsigned long long position, const std::string& text);
+
+  Piece_Window& window_;
+  const Content_Sink& sink_;
+  Fault_At on_fault_;
+  Stream_Data_Reader data_reader_;
+  std::string first_fault_;
+};
+
+}  // namespace MTF

@@ -1,0 +1,22 @@
+// What the pieces of a job say of the job as a whole.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "mtf/reader/jobs.h"
+#include "services/metadata.h"
+
+namespace MTF {
+
+// What the metadata of the catalog piece `catalog` says; false if it can't be read.
+bool stored_metadata(IPiece_Store& store, const std::string& catalog, Metadata_Record& out);
+
+// The channels that the job must have: 0 alone, or 1 to N. Taken from the metadata of a catalog;
+// where none can be read, from the channels that are there.
+std::vector<unsigned long long> expected_channels(IPiece_Store& store, const Job_Pieces& job);
+
+// The names of the pieces of channels of which the job has nothing.
+std::vector<std::string> missing_pieces(IPiece_Store& store, const Job_Pieces& job);
+
+}  // namespace MTF

@@ -1,0 +1,66 @@
+#include "mtf/reader/job_tree.h"
+
+#include <memory>
+
+#include "services/piece_name.h"
+
+namespace MTF {
+bool Job_Tree::walk(const std::function<void(const Tree_Entry&)>& on_entry) {
+  sound_ = true;
+  place_ = Tree_Place();
+  for (const unsigned long long channel : job_.channels) walk_catalog(channel, on_entry);
+  return sound_;
+}
+
+void Job_Tree::walk_catalog(unsigned long long channel,
+                            const std::function<void(const Tree_Entry&)>& on_entry) {
+  std::string piece;
+  cat_name(job_.stem, job_.seq, channel, piece);
+  std::string error;
+  const std::unique_ptr<IRandom_Reader> reader = store_.open(piece, error);
+  if (reader == nullptr) return fault(piece, 0, "can't be opened: " + error);
+  const Fault_At on_fault = [&](unsigned long long position, const std::string& text) {
+    fault(piece, position, text);
+  };
+  Piece_Window window(*reader);
+  Catalog_Walker walker(window, job_.seq, on_fault);
+  walker.open();
+  place_.begin_channel();
+  Catalog_Record record;
+  Tree_Entry item;
+  while (walker.next(record)) {
+    Job_Entry& entry = item.entry;
+    if (!place_.find({record.type, record.string_type, record.size, record.date, record.name},
+                     entry)) {
+      on_fault(record.position, "entry has no place in the tree");
+      continue;
+    }
+    item.again = !place_.first(entry);
+    entry.seq = record.seq;
+    entry.channel = channel;
+    entry.address = record.address;
+    item.name = record.name;
+    on_entry(item);
+  }
+}
+
+void Job_Tree::fault(const std::string& piece, unsigned long long position,
+                     const std::string& text) {
+  sound_ = false;
+  if (on_fault_) on_fault_({piece, position, text});
+}
+
+bool list_job(IPiece_Store& store, const Job_Pieces& job,
+              const std::function<void(const Job_Entry&)>& on_entry, const Fault_Sink& on_fault) {
+  Job_Tree tree(store, job, on_fault);
+  return tree.walk([&](const Tree_Entry& item) {
+    if (!item.again) on_entry(item.entry);
+  });
+}
+
+bool is_below(const std::string& path, const std::string& top) {
+  if (path.compare(0, top.size(), top) != 0) return false;
+  return path.size() == top.size() || path[top.size()] == '\\';
+}
+
+}  // namespace MTF

@@ -1,0 +1,114 @@
+// What a host does with the jobs on a storage: list, verify, restore. Every byte that comes from
+// the storage is checked before it is believed; a damaged piece gives its faults and all that can
+// still be read.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "mtf/reader/piece_store.h"
+
+namespace MTF {
+
+// The pieces of one job.
+struct Job_Pieces {
+  std::string stem;
+  unsigned int seq = 0;
+  // Channel numbers in rising order: 0 alone, or 1 to N.
+  std::vector<unsigned long long> channels;
+  bool complete = false;  // a media and a catalog for each channel, and no channel is missing
+};
+
+// The jobs of `stem` (of every stem where it is empty), by stem and sequence number. False, with
+// `error` set, if the pieces can't be listed.
+bool find_jobs(IPiece_Store& store, const std::string& stem, std::vector<Job_Pieces>& jobs,
+               std::string& error);
+
+// Something that is wrong with a piece.
+struct Fault {
+  std::string piece;
+  unsigned long long position;  // in bytes from the start of the piece
+  std::string text;
+};
+using Fault_Sink = std::function<void(const Fault&)>;
+
+// One entry of a job's catalogs.
+struct Job_Entry {
+  unsigned int type;  // a Block_Type
+  std::string path;   // in system form: `VOLUME\dir\name`, a directory without a last separator
+  unsigned long long size;     // bytes of content
+  long long mtime;             // seconds since 1970; 0 for volumes and directories without a date
+  unsigned int seq;            // the job whose media holds it
+  unsigned long long channel;  // of this job's catalog, and of that job's media
+  unsigned long long address;  // format logical address on that media
+};
+
+// Gives every entry of the catalogs of a job, channel by channel in the order of the walk; a volume
+// or directory that several channels hold, or that the walk came back to, is given once. False if a
+// fault kept anything from being read.
+bool list_job(IPiece_Store& store, const Job_Pieces& job,
+              const std::function<void(const Job_Entry&)>& on_entry, const Fault_Sink& on_fault);
+
+// The same from the catalogs that the medias of the job carry, each found from the end of its
+// media, without a look at the blocks in between. Files that another job's media holds are not in
+// it. A media without such a catalog is a fault.
+bool list_job_from_media(IPiece_Store& store, const Job_Pieces& job,
+                         const std::function<void(const Job_Entry&)>& on_entry,
+                         const Fault_Sink& on_fault);
+
+// The later jobs of the same name that can't do without `job`: they took files from it, or started
+// from it, or can't be read well enough to tell. In rising order; false, with `error` set, if the
+// jobs can't be found.
+bool find_dependents(IPiece_Store& store, const Job_Pieces& job, std::vector<unsigned int>& seqs,
+                     std::string& error);
+
+struct Verify_Summary {
+  unsigned long long faults = 0;
+  unsigned long long blocks = 0;         // descriptor blocks walked
+  unsigned long long streams = 0;        // data streams walked
+  unsigned long long entries = 0;        // catalog entries checked
+  unsigned long long corrupt_files = 0;  // files that the job itself marked as corrupt; no faults
+  unsigned long long bytes = 0;
+};
+
+// Walks each media of a job block by block and stream by stream, checks it against the format,
+// walks each catalog in step with its media and checks the two against each other, and looks up the
+// entries of earlier jobs in the medias of those jobs. Memory doesn't grow with the pieces. Behind
+// damage it goes on with the next sound block or record. `on_fault` may be empty.
+Verify_Summary verify_job(IPiece_Store& store, const Job_Pieces& job, const Fault_Sink& on_fault);
+
+struct Restore_Options {
+  std::string to;                  // native directory, made where it is missing
+  std::vector<std::string> paths;  // native or system paths to restore with all below; all if empty
+};
+
+struct Restore_Summary {
+  unsigned long long directories = 0;
+  unsigned long long files = 0;
+  unsigned long long bytes = 0;
+  unsigned long long failed = 0;  // entries that could not be restored, each told to on_problem
+  std::vector<std::string> not_found;  // paths asked for that the job doesn't hold
+};
+
+// Told of each entry that could not be restored, or not wholly: its native path and why.
+using Problem_Sink = std::function<void(const std::string& path, const std::string& why)>;
+
+// Writes what a job holds below `options.to`, as `<to>/dir/name` (a volume `X:` as
+// `<to>/X/dir/name`): content with its holes, modification time, mode, owner and extended
+// attributes, POSIX ACLs among them. Creates nothing outside it whatever a name holds, and follows
+// no link below it. A file gets its name, in place of what had it, only when all its checksums are
+// right; one whose mode isn't stored stays the user's alone, and an owner that the user may not
+// give is left out. A directory whose mode is stored is the user's alone until all in it is there.
+// `on_fault` and `on_problem` may be empty.
+Restore_Summary restore_job(IPiece_Store& store, const Job_Pieces& job,
+                            const Restore_Options& options, const Fault_Sink& on_fault,
+                            const Problem_Sink& on_problem);
+
+// Writes the pre-action data of a job to the native path `file`, in place of a regular file that is
+// there. False, with `why` set, if the job has none or if it could not be read or written whole;
+// what was there is then still there. `on_fault` may be empty.
+bool restore_pre_action(IPiece_Store& store, const Job_Pieces& job, const std::string& file,
+                        unsigned long long& bytes, const Fault_Sink& on_fault, std::string& why);
+
+}  // namespace MTF

@@ -1,0 +1,347 @@
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <memory>
+
+#include "mtf/reader/block_loader.h"
+#include "mtf/reader/content_reader.h"
+#include "mtf/reader/earlier_media.h"
+#include "mtf/reader/job_tree.h"
+#include "mtf/reader/jobs.h"
+#include "mtf/reader/security_view.h"
+#include "platform/native_path.h"
+#include "platform/restore_tree.h"
+
+namespace MTF {
+namespace {
+
+using Make = platform::Restore_Tree::Make;
+
+// The paths asked for, in system form, and which of them have been met.
+class Wanted_Paths {
+ public:
+  explicit Wanted_Paths(const std::vector<std::string>& paths) : paths_(paths) {
+    for (const std::string& path : paths_) {
+      std::string system;
+      tops_.push_back({platform::system_path(path, system) ? system : std::string(), false});
+    }
+  }
+
+  bool take(const std::string& path) {
+    bool wanted = tops_.empty();
+    for (Top& top : tops_) {
+      if (top.path.empty() || !is_below(path, top.path)) continue;
+      top.met = wanted = true;
+    }
+    return wanted;
+  }
+
+  std::vector<std::string> not_met() const {
+    std::vector<std::string> out;
+    for (std::size_t i = 0; i < tops_.size(); ++i) {
+      if (!tops_[i].met) out.push_back(paths_[i]);
+    }
+    return out;
+  }
+
+ private:
+  struct Top {
+    std::string path;  // empty for one that isn't a path
+    bool met;
+  };
+  const std::vector<std::string>& paths_;
+  std::vector<Top> tops_;
+};
+
+// The native names of a system path below the directory restored to, `X:` as `X` and `/` as
+// nothing. False if the path doesn't start with a volume.
+bool native_names(const std::string& path, std::vector<std::string>& names) {
+  names.clear();
+  std::size_t end = path.find('\\');
+  const std::string volume = path.substr(0, end);
+  if (!platform::is_volume(volume)) return false;
+  if (volume != "/") names.push_back(volume.substr(0, 1));
+  while (end != std::string::npos) {
+    const std::size_t start = end + 1;
+    end = path.find('\\', start);
+    names.push_back(platform::native_name(path.substr(start, end - start)));
+  }
+  return true;
+}
+
+// Where the files belong that the catalog names next.
+struct Place {
+  Tree_Entry directory;  // or a volume
+  bool checked = false;
+  bool right = true;
+  bool fault_since = false;  // what the catalog doesn't tell may be a directory
+  unsigned int id = 0;       // of the directory's block
+};
+
+bool read_directory(Media_File& media, const Media_Block& block, Content& content,
+                    std::string& why) {
+  const Content_Sink no_sink = [](unsigned long long, const char*, std::size_t) { return true; };
+  return Content_Reader(media, no_sink).read(block, content, why);
+}
+
+// `content` must outlive what it gives.
+platform::Restore_Attributes attributes_of(const Content& content) {
+  platform::Restore_Attributes attributes;
+  attributes.length = content.length;
+  attributes.exact_acl = content.has_security;
+  if (content.stat) {
+    attributes.owner = {content.stat->uid, content.stat->gid,
+                        static_cast<unsigned int>(content.stat->mode)};
+  }
+  std::vector<Extended_Attribute> extended;
+  if (!content.attributes.empty()) read_attributes(content.attributes, extended);
+  for (Extended_Attribute& each : extended) {
+    attributes.extended.emplace_back(std::move(each.name), each.value);
+  }
+  return attributes;
+}
+
+class Job_Restorer {
+ public:
+  Job_Restorer(IPiece_Store& store, const Job_Pieces& job, const Restore_Options& options,
+               const Fault_Sink& on_fault, const Problem_Sink& on_problem)
+      : store_(store),
+        job_(job),
+        options_(options),
+        on_fault_(on_fault),
+        on_problem_(on_problem),
+        wanted_(options.paths) {}
+
+  Restore_Summary run();
+
+ private:
+  void take(const Tree_Entry& item);
+  bool enter(const Job_Entry& entry, bool is_directory, Make make);
+  void restore_directory(const Tree_Entry& item);
+  bool is_place_right();
+  bool is_in_last_directory(const Job_Entry& entry, const Media_Block& block) const;
+  void restore_file(const Tree_Entry& item);
+  Media_File* find_block(const Tree_Entry& item, Media_Block& block, std::string& why);
+  bool write_content(Media_File& media, const Media_Block& block, const Job_Entry& entry);
+  Media_File* media_of(const Job_Entry& entry, std::string& why);
+  void finish_directories();
+  void finish_directory(const Tree_Entry& item);
+
+  void tell(const Job_Entry& entry, const std::vector<std::string>& attributes) {
+    for (const std::string& attribute : attributes) {
+      tell(entry, "its extended attribute " + attribute);
+    }
+  }
+  void tell(const Job_Entry& entry, const std::string& why) {
+    if (on_problem_) on_problem_(platform::display_path(entry.path), why);
+  }
+  void fail(const Job_Entry& entry, const std::string& why) {
+    ++summary_.failed;
+    tell(entry, why);
+  }
+
+  IPiece_Store& store_;
+  const Job_Pieces& job_;
+  const Restore_Options& options_;
+  const Fault_Sink& on_fault_;
+  const Problem_Sink& on_problem_;
+  Wanted_Paths wanted_;
+  Restore_Summary summary_;
+  Place place_;
+  platform::Restore_Tree tree_;
+  std::vector<std::string> names_;                      // native, of the entry at hand
+  std::map<unsigned long long, Earlier_Media> medias_;  // by channel
+};
+
+Restore_Summary Job_Restorer::run() {
+  const int error = tree_.open(options_.to);
+  if (error != 0) {
+    ++summary_.failed;
+    if (on_problem_) on_problem_(options_.to, std::strerror(error));
+    return summary_;
+  }
+  // What can't be read may be a directory: files behind it would land in the one before.
+  const Fault_Sink on_fault = [this](const Fault& fault) {
+    place_.fault_since = true;
+    if (on_fault_) on_fault_(fault);
+  };
+  Job_Tree(store_, job_, on_fault).walk([this](const Tree_Entry& item) { take(item); });
+  summary_.not_found = wanted_.not_met();
+  finish_directories();
+  return summary_;
+}
+
+void Job_Restorer::take(const Tree_Entry& item) {
+  const Job_Entry& entry = item.entry;
+  if (entry.type == block_volb || entry.type == block_dirb) place_ = Place{item};
+  if (!wanted_.take(entry.path)) return;
+  switch (entry.type) {
+    case block_volb:
+      if (!item.again) enter(entry, true, Make::shared);
+      break;
+    case block_dirb:
+      restore_directory(item);
+      break;
+    case block_file:
+      restore_file(item);
+      break;
+    case block_pdat:  // data for the host, no part of the tree
+      break;
+    default:
+      fail(entry, "entries of type " + block_word(entry.type) + " can't be restored");
+  }
+}
+
+// Goes to the directory that an entry is or lies in; names_ are those of the entry then.
+bool Job_Restorer::enter(const Job_Entry& entry, bool is_directory, Make make) {
+  if (!native_names(entry.path, names_)) return fail(entry, "not a path of a volume"), false;
+  std::vector<std::string> directory = names_;
+  if (!is_directory) directory.pop_back();
+  const int error = tree_.enter(directory, make);
+  if (error == 0) return true;
+  if (make != Make::none)
+    fail(entry, std::string("its directory can't be made: ") + std::strerror(error));
+  return false;
+}
+
+// A directory whose rights are known must not be open to others while it is filled.
+void Job_Restorer::restore_directory(const Tree_Entry& item) {
+  if (!is_place_right() || item.again) return;
+  const Job_Entry& entry = item.entry;
+  Media_Block block;
+  Content content;
+  std::string why;
+  Media_File* media = find_block(item, block, why);
+  if (media == nullptr || !read_directory(*media, block, content, why)) {
+    fail(entry, "its attributes: " + why);
+  }
+  if (enter(entry, true, content.stat ? Make::closed : Make::shared)) ++summary_.directories;
+}
+
+// The names of directories tell where files belong, so one that is needed is held against its
+// block.
+bool Job_Restorer::is_place_right() {
+  const Tree_Entry& directory = place_.directory;
+  if (directory.entry.type != block_dirb || place_.checked) return place_.right;
+  Media_Block block;
+  std::string why;
+  place_.checked = true;
+  place_.right = find_block(directory, block, why) != nullptr;
+  if (!place_.right) return fail(directory.entry, why), false;
+  place_.id = block.view.get<unsigned int>(dirb_at::directory_id);
+  return true;
+}
+
+// The blocks of a media tell it too, but only of those that stand on the same one.
+bool Job_Restorer::is_in_last_directory(const Job_Entry& entry, const Media_Block& block) const {
+  return entry.seq == job_.seq && place_.id != 0 &&
+         block.view.get<unsigned int>(file_at::directory_id) == place_.id;
+}
+
+void Job_Restorer::restore_file(const Tree_Entry& item) {
+  const Job_Entry& entry = item.entry;
+  if (!is_place_right()) return fail(entry, "its directory isn't known");
+  std::string why;
+  Media_Block block;
+  Media_File* media = find_block(item, block, why);
+  if (media == nullptr) return fail(entry, why);
+  if (place_.fault_since && !is_in_last_directory(entry, block)) {
+    return fail(entry, "its directory can't be told from the catalog");
+  }
+  if (!enter(entry, false, Make::shared)) return;
+  const int error = tree_.create();
+  if (error != 0) return fail(entry, std::strerror(error));
+  if (!write_content(*media, block, entry)) tree_.discard();
+}
+
+// The block of an entry, and the media that it stands on; null, with `why` set, if it isn't there.
+Media_File* Job_Restorer::find_block(const Tree_Entry& item, Media_Block& block, std::string& why) {
+  const Job_Entry& entry = item.entry;
+  Media_File* media = media_of(entry, why);
+  if (media == nullptr || !media->find_block(entry.address, entry.type, block, why)) return nullptr;
+  // The size of a directory is its host's affair.
+  const bool sized = entry.type == block_dirb || block.view.header.displayable_size == entry.size;
+  if (sized && name_of(media->window(), block) == item.name) return media;
+  why = std::string("its block is that of another ") +
+        (entry.type == block_dirb ? "directory" : "file");
+  return nullptr;
+}
+
+Media_File* Job_Restorer::media_of(const Job_Entry& entry, std::string& why) {
+  Earlier_Media& medias =
+      medias_.try_emplace(entry.channel, store_, job_.stem, entry.channel).first->second;
+  return medias.find(entry.seq, why);
+}
+
+bool Job_Restorer::write_content(Media_File& media, const Media_Block& block,
+                                 const Job_Entry& entry) {
+  int error = 0;
+  const Content_Sink sink = [&](unsigned long long offset, const char* data, std::size_t size) {
+    error = tree_.write_at(offset, data, size);
+    return error == 0;
+  };
+  Content content;
+  std::string why;
+  if (!Content_Reader(media, sink).read(block, content, why)) {
+    fail(entry, error != 0 ? std::strerror(error) : why);
+    return false;
+  }
+  platform::Restore_Attributes attributes = attributes_of(content);
+  attributes.mtime = block_mtime(block.view);
+  error = tree_.finish(names_.back(), attributes);
+  if (error != 0) {
+    fail(entry, std::strerror(error));
+    return false;
+  }
+  ++summary_.files;
+  summary_.bytes += content.length;
+  tell(entry, tree_.left_out());
+  if (!content.left_out.empty()) tell(entry, "restored without its streams " + content.left_out);
+  return true;
+}
+
+// A directory's time changes with each entry that it gets, and its mode may close it, so a second
+// walk comes by when all is there. A directory is finished behind those below it.
+void Job_Restorer::finish_directories() {
+  const Fault_Sink told_already;
+  std::vector<Tree_Entry> open;
+  const auto close_down_to = [&](const std::string* path) {
+    while (!open.empty() && (path == nullptr || !is_below(*path, open.back().entry.path))) {
+      finish_directory(open.back());
+      open.pop_back();
+    }
+  };
+  Job_Tree(store_, job_, told_already).walk([&](const Tree_Entry& item) {
+    if (item.entry.type != block_dirb || item.again || !wanted_.take(item.entry.path)) return;
+    close_down_to(&item.entry.path);
+    open.push_back(item);
+  });
+  close_down_to(nullptr);
+}
+
+// What kept its attributes from being read has been told when it was made.
+void Job_Restorer::finish_directory(const Tree_Entry& item) {
+  const Job_Entry& entry = item.entry;
+  Media_Block block;
+  std::string why;
+  Media_File* media = find_block(item, block, why);
+  if (media == nullptr || !enter(entry, true, Make::none)) return;
+  Content content;
+  platform::Restore_Attributes attributes;
+  if (read_directory(*media, block, content, why)) attributes = attributes_of(content);
+  const long long mtime = block_mtime(block.view);
+  if (mtime != 0) attributes.mtime = mtime;
+  const int error = tree_.finish_directory(attributes);
+  if (error != 0) fail(entry, std::string("its attributes can't be set: ") + std::strerror(error));
+  tell(entry, tree_.left_out());
+}
+
+}  // namespace
+
+Restore_Summary restore_job(IPiece_Store& store, const Job_Pieces& job,
+                            const Restore_Options& options, const Fault_Sink& on_fault,
+                            const Problem_Sink& on_problem) {
+  return Job_Restorer(store, job, options, on_fault, on_problem).run();
+}
+
+}  // namespace MTF

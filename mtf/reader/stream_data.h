@@ -1,0 +1,54 @@
+// The data of one stream, plain or in compression frames.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "mtf/reader/piece_window.h"
+#include "mtf/reader/stream_view.h"
+
+namespace MTF {
+
+// Told of what is wrong at a position of the piece that is being read.
+using Fault_At = std::function<void(unsigned long long position, const std::string& text)>;
+
+// Takes the data of a stream in order, expanded. False ends the giving, not the reading.
+using Data_Sink = std::function<bool(const char* data, std::size_t size)>;
+
+// What the reading of a stream's data found.
+struct Stream_Data {
+  unsigned long long end = 0;  // position behind the stored data, or where it can't be followed
+  unsigned int checksum = 0;   // over the stored bytes, frame headers included
+  bool intact = true;          // every byte could be read and expanded
+};
+
+// Reads streams of one piece. Its memory is that of the largest frame.
+class Stream_Data_Reader {
+ public:
+  // Keeps both references.
+  Stream_Data_Reader(Piece_Window& window, const Fault_At& on_fault)
+      : window_(window), on_fault_(on_fault) {}
+
+  // Reads the data of the stream `header`, which starts at `position`, and gives it to `sink`,
+  // which may be empty. False if it can't be told where the stream ends; every fault has been
+  // reported.
+  bool read(const Stream_Header& header, unsigned long long position, const Data_Sink& sink,
+            Stream_Data& out);
+
+ private:
+  struct Frames;
+
+  bool read_plain(const Stream_Header& header, unsigned long long position, const Data_Sink& sink,
+                  Stream_Data& out);
+  bool read_frames(const Stream_Header& header, unsigned long long position, const Data_Sink& sink,
+                   Stream_Data& out);
+  bool check_frame(const Frame_Header& frame, Frames& state);
+  bool give_frame(const Frame_Header& frame, const char* stored, Frames& state);
+
+  Piece_Window& window_;
+  const Fault_At& on_fault_;
+  std::vector<char> expanded_;
+};
+
+}  // namespace MTF

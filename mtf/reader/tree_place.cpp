@@ -1,0 +1,79 @@
+#include "mtf/reader/tree_place.h"
+
+#include <algorithm>
+
+#include "mtf/reader/block_view.h"
+#include "services/date.h"
+
+namespace MTF {
+namespace {
+
+// 64 bits of FNV-1a; the standard's hash of a string needn't have as many.
+unsigned long long hash_of(const std::string& text) {
+  unsigned long long hash = 0xCBF29CE484222325;
+  for (const char letter : text) {
+    hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001B3;
+  }
+  return hash;
+}
+
+bool holds_others(unsigned int type) {
+  return type == block_volb || type == block_dirb;
+}
+
+// The components of volumes and directories are separated by NUL on a media.
+bool path_text(const Tree_Item& item, std::string& out) {
+  if (!mtf_string_to_utf8(item.name.data(), item.name.data() + item.name.size(), item.string_type,
+                          out)) {
+    return false;
+  }
+  if (holds_others(item.type)) {
+    std::replace(out.begin(), out.end(), '\0', '\\');
+    while (!out.empty() && out.back() == '\\') out.pop_back();
+    if (!out.empty() && out.front() == '\\') out.erase(0, 1);
+  }
+  return true;
+}
+
+}  // namespace
+
+void Tree_Place::begin_channel() {
+  volume_.clear();
+  directory_.clear();
+}
+
+bool Tree_Place::find(const Tree_Item& item, Job_Entry& entry) {
+  if (!find_path(item, entry.path)) return false;
+  entry.type = item.type;
+  entry.size = holds_others(item.type) ? 0 : item.size;
+  entry.mtime =
+      item.date.empty()
+          ? 0
+          : mtf_date_time_to_time(reinterpret_cast<const unsigned char*>(item.date.data()));
+  return true;
+}
+
+bool Tree_Place::find_path(const Tree_Item& item, std::string& path) {
+  std::string text;
+  if (!path_text(item, text) || text.empty()) return false;
+  if (item.type == block_volb) {
+    volume_ = text;
+    directory_.clear();
+    path = volume_;
+    return true;
+  }
+  if (volume_.empty()) return false;
+  if (item.type == block_dirb) {
+    path = volume_ + '\\' + text;
+    directory_ = text + '\\';
+    return true;
+  }
+  path = volume_ + '\\' + directory_ + text;
+  return true;
+}
+
+bool Tree_Place::first(const Job_Entry& entry) {
+  return !holds_others(entry.type) || given_.insert(hash_of(entry.path)).second;
+}
+
+}  // namespace MTF

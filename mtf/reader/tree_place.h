@@ -1,0 +1,43 @@
+// Where an entry stands in the tree of a job.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <unordered_set>
+
+#include "mtf/reader/jobs.h"
+
+namespace MTF {
+
+// What a catalog says of an entry.
+struct Tree_Item {
+  unsigned int type;
+  unsigned char string_type;
+  unsigned long long size;
+  std::string_view date;  // of the last modification, 5 bytes, or empty
+  std::string_view name;
+};
+
+// Follows the entries of a channel in their order: what a name means hangs on the volume and the
+// directory before it. Remembers 8 bytes for each directory of a job.
+class Tree_Place {
+ public:
+  // Starts with the entries of a channel.
+  void begin_channel();
+
+  // Fills type, path, size and date of `entry`. False for a name of unknown string type, for no
+  // name, and for an entry without a volume.
+  bool find(const Tree_Item& item, Job_Entry& entry);
+
+  // False for a volume or directory that came before, in any channel.
+  bool first(const Job_Entry& entry);
+
+ private:
+  bool find_path(const Tree_Item& item, std::string& path);
+
+  std::string volume_;
+  std::string directory_;  // below the volume, with a trailing backslash; empty for its root
+  std::unordered_set<unsigned long long> given_;
+};
+
+}  // namespace MTF
