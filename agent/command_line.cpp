@@ -1,0 +1,106 @@
+#include "agent/command_line.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "agent/commands.h"
+#include "agent/exit_code.h"
+#include "agent/storage.h"
+#include "agent/text.h"
+
+namespace agent {
+namespace {
+
+constexpr const char* description =
+    "mtf-agent saves directory trees in the Microsoft Tape Format, and brings them back.";
+constexpr const char* footer =
+    "Exit codes: 0 done; 1 failed; 2 wrong use; 3 done, but entries were skipped or went bad.\n"
+    "'mtf-agent COMMAND --help' tells about a command.";
+
+void add_commands(CLI::App& app, Command& chosen) {
+  app.require_subcommand(1);
+  app.set_version_flag("--version", "mtf-agent 0.1.0");
+  app.footer(footer);
+  add_full(app, chosen);
+  add_incremental(app, chosen);
+  add_list(app, chosen);
+  add_verify(app, chosen);
+  add_restore(app, chosen);
+  add_remove(app, chosen);
+  add_jobs(app, chosen);
+}
+
+bool has_command(const CLI::App& app, const std::string& name) {
+  const auto all = app.get_subcommands([](const CLI::App*) { return true; });
+  return std::any_of(all.begin(), all.end(),
+                     [&](const CLI::App* command) { return command->get_name() == name; });
+}
+
+std::string first_line(const std::string& text) {
+  return text.substr(0, text.find('\n'));
+}
+
+}  // namespace
+
+CLI::Option* add_storage(CLI::App& command, std::string& storage) {
+  return command.add_option("--storage", storage, "The directory that holds the jobs")
+      ->required()
+      ->type_name("DIR");
+}
+
+CLI::Option* add_name(CLI::App& command, std::string& stem) {
+  return command
+      .add_option("--name", stem, "The name of the chain of jobs: letters, digits, '_' and '-'")
+      ->check(CLI::Validator(stem_fault, ""))
+      ->type_name("STEM");
+}
+
+CLI::Option* add_seq(CLI::App& command, unsigned int& seq, const char* help) {
+  return command.add_option("--seq", seq, help)->check(number_range(1U, last_seq))->type_name("N");
+}
+
+Command_Line parse_command_line(const std::vector<std::string>& arguments) {
+  Command_Line result;
+  CLI::App app(description, "mtf-agent");
+  add_commands(app, result.command);
+  if (!arguments.empty() && arguments[0].compare(0, 1, "-") != 0 &&
+      !has_command(app, arguments[0])) {
+    result.exit_code = exit_usage;
+    result.text = "mtf-agent: there is no command '" + escape_controls(arguments[0]) + "'\n";
+    return result;
+  }
+  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+  try {
+    app.parse(reversed);
+  } catch (const CLI::CallForHelp&) {
+    result.text = app.help();
+  } catch (const CLI::CallForVersion&) {
+    result.text = app.version() + '\n';
+  } catch (const CLI::ParseError& error) {
+    result.exit_code = exit_usage;
+    result.text = "mtf-agent: " + escape_controls(first_line(error.what())) + '\n';
+  }
+  if (!result.text.empty()) result.command = nullptr;
+  return result;
+}
+
+int run(const std::vector<std::string>& arguments, Console& console) {
+  try {
+    const Command_Line line = parse_command_line(arguments);
+    std::string text = line.text;
+    if (!text.empty()) text.pop_back();
+    if (line.command) {
+      const int code = line.command(console);
+      if (console.finish()) return code;
+      console.note("error: the output could not be written");
+      return exit_failed;
+    }
+    line.exit_code == exit_done ? console.line(text) : console.note(text);
+    return line.exit_code;
+  } catch (const std::exception& error) {
+    console.note(std::string("error: ") + error.what());
+    return exit_failed;
+  }
+}
+
+}  // namespace agent

@@ -1,0 +1,40 @@
+// The commands of mtf-agent. Each adds itself to the command line: its options, its help, and what
+// is to be run when it is chosen.
+#pragma once
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <functional>
+
+#include "agent/console.h"
+#include "agent/job_options.h"
+
+namespace agent {
+
+using Command = std::function<int(Console&)>;
+
+// `chosen` must live until the line has been parsed.
+void add_full(CLI::App& app, Command& chosen);
+void add_incremental(CLI::App& app, Command& chosen);
+void add_list(CLI::App& app, Command& chosen);
+void add_verify(CLI::App& app, Command& chosen);
+void add_restore(CLI::App& app, Command& chosen);
+void add_remove(CLI::App& app, Command& chosen);
+void add_jobs(CLI::App& app, Command& chosen);
+
+// The options that several commands have.
+CLI::Option* add_storage(CLI::App& command, std::string& storage);
+CLI::Option* add_name(CLI::App& command, std::string& stem);
+CLI::Option* add_seq(CLI::App& command, unsigned int& seq, const char* help);
+
+// A number from `low` to `high`.
+template <class Number>
+CLI::Validator number_range(Number low, Number high) {
+  return CLI::Range(low, high).description("");
+}
+
+// Carries out a full or incremental job. Returns the exit code.
+int run_full(const Full_Options& options, Console& console);
+
+}  // namespace agent

@@ -1,0 +1,30 @@
+// What the user leaves out of a job.
+#pragma once
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "services/filter.h"
+
+namespace agent {
+
+// Rejects the paths of `excludes` with all below them, which the library's own exclude list does
+// for directories only, and what one of the shell patterns `globs` matches: the whole native path
+// or the last name of it.
+class Exclude_Filter final : public MTF::IFilter {
+ public:
+  // `excludes` is in system form.
+  Exclude_Filter(const std::list<std::string>& excludes, const std::vector<std::string>& globs)
+      : excludes_(excludes), globs_(globs) {}
+
+  bool accept(const char* path, bool is_directory) const override;
+
+ private:
+  bool matches_glob(const std::string& path) const;
+
+  std::list<std::string> excludes_;
+  std::vector<std::string> globs_;
+};
+
+}  // namespace agent

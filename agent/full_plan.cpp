@@ -1,0 +1,263 @@
+#include "agent/full_plan.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+
+#include "agent/directory_piece_store.h"
+#include "agent/exit_code.h"
+#include "agent/paths.h"
+#include "agent/text.h"
+#include "mtf/reader/jobs.h"
+#include "platform/native_path.h"
+#include "platform/stat.h"
+#include "services/compression.h"
+#include "services/settings.h"
+#include "services/source_list.h"
+
+namespace agent {
+namespace {
+
+std::string quoted(const std::string& text) {
+  return '\'' + escape_controls(text) + '\'';
+}
+
+class Planner {
+ public:
+  Planner(const Full_Options& options, Storage& storage, Full_Plan& plan, std::string& error)
+      : options_(options), storage_(storage), plan_(plan), error_(error) {}
+
+  int run() {
+    plan_.compression = options_.compression == "lz4"    ? MTF::compression_lz4
+                        : options_.compression == "zstd" ? MTF::compression_zstd
+                                                         : MTF::compression_none;
+    if (!set_volumes() || !set_shadows() || !absolute(options_.storage, storage_path_) ||
+        !resolve_sources() || !resolve_excludes()) {
+      return exit_usage;
+    }
+    if (!examine_sources() || !refuse_links() ||
+        !storage_.open_for_job(storage_path_, true, options_.stem, error_)) {
+      return exit_failed;
+    }
+    if (!exclude_storage()) return exit_usage;
+    return make_work_dir() && find_seq() && find_base() ? exit_done : exit_failed;
+  }
+
+ private:
+  bool fail(const std::string& line) {
+    error_ = line;
+    return false;
+  }
+
+  bool absolute(const std::string& path, std::string& out) {
+    return absolute_path(path, out) || fail("the path " + quoted(path) + " can't be made absolute");
+  }
+
+  // The system form of a path as it was typed.
+  bool system_form(const std::string& path, std::string& out) {
+    std::string full;
+    if (!absolute(path, full)) return false;
+    return platform::system_path(full, out) || fail(quoted(path) + " is no path");
+  }
+
+  bool set_volumes() {
+    for (const std::string& text : options_.volumes) {
+      std::string volume, directory;
+      if (!split_assignment(text, volume, directory) || !absolute(directory, directory) ||
+          !platform::Volume_Roots::instance().set(volume, directory)) {
+        return fail("--volume " + quoted(text) + ": a volume is given as X:=DIR");
+      }
+    }
+    return true;
+  }
+
+  bool set_shadows() {
+    for (const std::string& text : options_.shadows) {
+      std::string volume, shadow;
+      if (!split_assignment(text, volume, shadow) || !platform::is_volume(volume) ||
+          !absolute(shadow, shadow)) {
+        return fail("--shadow " + quoted(text) + ": a shadow volume is given as X:=DIR or /=DIR");
+      }
+      plan_.shadows[volume] = shadow;
+    }
+    return true;
+  }
+
+  bool resolve_sources() {
+    for (const std::string& source : options_.sources) {
+      std::string full, system;
+      if (!absolute(source, full) || !system_form(source, system)) return false;
+      plan_.sources.push_back(full);
+      system_sources_.push_back(system);
+    }
+    return true;
+  }
+
+  bool resolve_excludes() {
+    std::list<std::string> defaults;
+    MTF::generate_exclude_list(defaults);
+    for (const std::string& entry : defaults) {
+      std::string system;
+      if (platform::system_path(entry, system) && !covered_source({system})) {
+        plan_.excludes.push_back(system);
+      }
+    }
+    for (const std::string& exclude : options_.excludes) {
+      std::string system;
+      if (!system_form(exclude, system)) return false;
+      if (const std::string* source = covered_source({system})) {
+        return fail("--exclude " + quoted(exclude) + " leaves nothing of the source " +
+                    quoted(platform::display_path(*source)));
+      }
+      plan_.excludes.push_back(system);
+      plan_.user_excludes.push_back(system);
+    }
+    return true;
+  }
+
+  // The first source that is an entry of `list` or lies below one; null if none is.
+  const std::string* covered_source(const std::list<std::string>& list) const {
+    const auto found =
+        std::find_if(system_sources_.begin(), system_sources_.end(),
+                     [&](const std::string& source) { return MTF::is_exclude(list, source); });
+    return found == system_sources_.end() ? nullptr : &*found;
+  }
+
+  // A source on a volume that has a shadow need not be there but in the shadow.
+  bool has_shadow(const std::string& source) const {
+    return std::any_of(plan_.shadows.begin(), plan_.shadows.end(), [&](const auto& shadow) {
+      return source.compare(0, shadow.first.size(), shadow.first) == 0;
+    });
+  }
+
+  bool examine_sources() {
+    for (const std::string& source : system_sources_) {
+      if (has_shadow(source)) continue;
+      const std::string name = "the source " + quoted(platform::display_path(source));
+      _stat64 record;
+      const int error = platform::stat_link(source, record);
+      if (error != 0) return fail(error_text(name, error));
+      if (!S_ISDIR(record.st_mode) && !S_ISREG(record.st_mode) && !S_ISLNK(record.st_mode)) {
+        return fail(name + " is neither a directory nor a file");
+      }
+    }
+    return true;
+  }
+
+  bool refuse_links() {
+    for (const std::string& source : system_sources_) {
+      std::string target;
+      if (is_link(source, target)) {
+        return fail("the source " + quoted(platform::display_path(source)) +
+                    " is a symbolic link to " + quoted(target) +
+                    "; links aren't saved: name what it leads to");
+      }
+    }
+    return true;
+  }
+
+  // The ways on which a walk may come by a directory of the job's own: as it was given, and by its
+  // real path.
+  std::set<std::string> system_forms(const std::string& path) const {
+    std::set<std::string> forms;
+    for (const std::string& way : {path, real_path(path)}) {
+      std::string system;
+      if (platform::system_path(way, system)) forms.insert(system);
+    }
+    return forms;
+  }
+
+  // A walk that comes by must not save the pieces that it fills.
+  bool exclude_storage() {
+    for (const std::string& system : system_forms(storage_path_)) {
+      if (const std::string* source = covered_source({system})) {
+        return fail("the source " + quoted(platform::display_path(*source)) +
+                    " lies in the storage " + quoted(storage_path_));
+      }
+      plan_.excludes.push_back(system);
+    }
+    return true;
+  }
+
+  // No other living job has the same id: the lock of the stem on this storage is ours.
+  bool make_work_dir() {
+    const bool own_choice = !options_.tmp.empty();
+    const std::string& given =
+        own_choice ? options_.tmp : MTF::MTF_Params::instance().job_tmp_dir();
+    std::string root, identity;
+    if (!absolute(given, root)) return false;
+    if (!storage_.directory().identity(identity)) {
+      return fail(error_text("storage " + quoted(storage_path_), errno));
+    }
+    if (!plan_.work_dir.open(root, !own_choice, identity + '@' + options_.stem, error_)) {
+      return false;
+    }
+    for (const std::string& system : system_forms(plan_.work_dir.path())) {
+      plan_.excludes.push_back(system);
+    }
+    return true;
+  }
+
+  bool find_seq() {
+    if (!storage_.newest_seq(options_.stem, plan_.seq, error_)) return false;
+    return plan_.seq < last_seq ||
+           fail("the sequence numbers of '" + options_.stem + "' are used up: take another name");
+  }
+
+  // The job that an incremental one starts from: the one that was asked for, or the newest whole
+  // one.
+  bool find_base() {
+    if (!options_.incremental) return true;
+    Directory_Piece_Store store(storage_.directory(), storage_path_);
+    std::vector<MTF::Job_Pieces> jobs;
+    if (!MTF::find_jobs(store, options_.stem, jobs, error_)) return false;
+    const MTF::Job_Pieces* base = nullptr;
+    for (const MTF::Job_Pieces& job : jobs) {
+      if (options_.base == 0 ? job.complete : job.seq == options_.base) base = &job;
+    }
+    if (base == nullptr && options_.base == 0) {
+      return fail("there is no complete job of '" + options_.stem +
+                  "' to start from: run a full job first");
+    }
+    if (base == nullptr) {
+      return fail("there is no job " + std::to_string(options_.base) + " of '" + options_.stem +
+                  "' to start from");
+    }
+    plan_.base_seq = base->seq;
+    return check_base(*base);
+  }
+
+  bool check_base(const MTF::Job_Pieces& base) {
+    const std::string title = "job " + std::to_string(base.seq) + " of '" + base.stem + "'";
+    if (!base.complete)
+      return fail(title + " is not complete: an incremental job can't start from it");
+    if (base.channels.size() == options_.channels) return true;
+    return fail(title + " has " + count_text(base.channels.size(), "channel") +
+                ", and an incremental job must have as many: give --channels " +
+                std::to_string(base.channels.size()));
+  }
+
+  const Full_Options& options_;
+  Storage& storage_;
+  Full_Plan& plan_;
+  std::string& error_;
+  std::string storage_path_;
+  std::vector<std::string> system_sources_;
+};
+
+}  // namespace
+
+int make_full_plan(const Full_Options& options, Storage& storage, Full_Plan& plan,
+                   std::string& error) {
+  return Planner(options, storage, plan, error).run();
+}
+
+bool split_assignment(const std::string& text, std::string& name, std::string& value) {
+  const std::size_t at = text.find('=');
+  if (at == std::string::npos || at == 0 || at + 1 == text.size()) return false;
+  name = text.substr(0, at);
+  value = text.substr(at + 1);
+  return true;
+}
+
+}  // namespace agent

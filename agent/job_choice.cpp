@@ -1,0 +1,48 @@
+#include "agent/job_choice.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "agent/paths.h"
+#include "agent/text.h"
+
+namespace agent {
+
+bool Job_Choice::open(const Job_Options& options, std::string& error) {
+  std::string path;
+  if (!absolute_path(options.storage, path)) {
+    error = "storage '" + options.storage + "' is no path";
+    return false;
+  }
+  std::vector<MTF::Job_Pieces> jobs;
+  if (!storage_.open(path, error) || !MTF::find_jobs(store_, options.stem, jobs, error)) {
+    return false;
+  }
+  for (const MTF::Job_Pieces& job : jobs) {
+    const bool wanted = options.seq == 0 ? job.complete || !job_.complete : job.seq == options.seq;
+    if (wanted) job_ = job;
+    if (wanted || options.seq == 0) newest_seq_ = job.seq;
+  }
+  if (!job_.channels.empty()) return true;
+  error = options.seq == 0
+              ? "there is no job of '" + options.stem + "'"
+              : "there is no job " + std::to_string(options.seq) + " of '" + options.stem + "'";
+  return false;
+}
+
+std::string Job_Choice::title() const {
+  return "job " + std::to_string(job_.seq) + " of '" + job_.stem + "'";
+}
+
+std::string Job_Choice::warning() const {
+  if (!job_.complete) return "warning: " + title() + " is not complete";
+  if (newest_seq_ == job_.seq) return {};
+  return "warning: job " + std::to_string(newest_seq_) + " is not complete: " + title() +
+         " is taken in its place";
+}
+
+std::string fault_text(const MTF::Fault& fault) {
+  return escape_controls(fault.piece + ':' + std::to_string(fault.position) + ": " + fault.text);
+}
+
+}  // namespace agent

@@ -1,0 +1,66 @@
+#include "agent/job_events.h"
+
+#include <exception>
+#include <string>
+
+#include "agent/text.h"
+#include "platform/native_path.h"
+
+namespace agent {
+namespace {
+
+std::string text_of(const json_spirit::Value& document, const char* key) {
+  const auto found = document.find(key);
+  return found != document.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
+// What the user excluded isn't news.
+bool was_asked_for(const json_spirit::Value& document) {
+  return text_of(document, "message").compare(0, 12, "Excluded by ") == 0;
+}
+
+std::string entry_line(const char* what, const json_spirit::Value& document) {
+  const std::string name = escape_name(platform::display_path(text_of(document, "name")));
+  std::string message = text_of(document, "message");
+  while (!message.empty() && message.back() == '\n') message.pop_back();
+  return what + name + (message.empty() ? "" : ": " + escape_controls(message));
+}
+
+}  // namespace
+
+int Job_Events::handle_event(int code, const json_spirit::Value& document) {
+  if (code == MTF::event_corrupt) ++corrupt_;
+  try {
+    show(code, document);
+  } catch (const std::exception&) {
+    // Out of memory: the event isn't shown, and the job isn't the worse for it.
+    return -1;
+  }
+  return 0;
+}
+
+json_spirit::Document Job_Events::summary() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return summary_;
+}
+
+void Job_Events::show(int code, const json_spirit::Value& document) {
+  if (code == MTF::event_summary) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    static_cast<json_spirit::Value&>(summary_) = document;
+  }
+  if (json_) {
+    console_.line_now("{\"code\":" + std::to_string(code) + ",\"document\":" + json_text(document) +
+                      '}');
+  } else if (code == MTF::event_skipped && !was_asked_for(document)) {
+    console_.note(entry_line("skipped: ", document));
+  } else if (code == MTF::event_corrupt) {
+    console_.note(entry_line("corrupt: ", document));
+  }
+}
+
+std::string json_text(const json_spirit::Value& value) {
+  return value.dump(-1, ' ', false, json_spirit::Value::error_handler_t::replace);
+}
+
+}  // namespace agent

@@ -1,0 +1,42 @@
+// What a running job tells, for the user.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+
+#include "agent/console.h"
+#include "services/event_handler.h"
+#include "services/json_spirit.h"
+
+namespace agent {
+
+// With `json` each event is a line `{"code": N, "document": {...}}` of the result as it comes. Else
+// an entry that was skipped or went bad is a line on standard error,
+// but for what was excluded.
+class Job_Events final : public MTF::Event_Handler {
+ public:
+  // `console` must outlive it.
+  Job_Events(Console& console, bool json) : console_(console), json_(json) {}
+
+  int handle_event(int code, const json_spirit::Value& document) override;
+
+  // Files that went bad while they were read.
+  unsigned long long corrupt() const { return corrupt_; }
+
+  // The document of the job's summary; an empty object before the job has sent it.
+  json_spirit::Document summary() const;
+
+ private:
+  void show(int code, const json_spirit::Value& document);
+
+  Console& console_;
+  const bool json_;
+  std::atomic<unsigned long long> corrupt_{0};
+  mutable std::mutex mutex_;
+  json_spirit::Document summary_;
+};
+
+// `value` on one line; a byte that isn't UTF-8 comes out as U+FFFD.
+std::string json_text(const json_spirit::Value& value);
+
+}  // namespace agent

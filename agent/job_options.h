@@ -1,0 +1,53 @@
+// What the options of a command say, as they were typed.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace agent {
+
+// Of a job that saves: a full one or an incremental one.
+struct Full_Options {
+  std::vector<std::string> sources;
+  std::string storage;
+  std::string stem;
+  unsigned int channels = 1;
+  int threads = 1;
+  std::string compression = "none";
+  int level = 1;
+  std::vector<std::string> excludes;
+  std::vector<std::string> exclude_globs;
+  std::vector<std::string> volumes;  // "X:=DIR"
+  std::vector<std::string> shadows;  // "VOL=DIR"
+  std::string tmp;                   // empty for the default
+  std::string pre_action;            // a path, `-` for standard input, empty for none
+  bool plain = false;
+  bool json = false;
+  bool quiet = false;
+  bool incremental = false;
+  unsigned int base = 0;  // the job that an incremental one starts from; 0 for the newest
+};
+
+// Which job of a storage a command is about.
+struct Job_Options {
+  std::string storage;
+  std::string stem;
+  unsigned int seq = 0;  // 0 for the newest
+  bool json = false;
+  bool from_media = false;  // list: read the catalogs on the medias
+};
+
+struct Remove_Options {
+  Job_Options job;
+  bool force = false;
+};
+
+struct Restore_Command_Options {
+  Job_Options job;
+  std::string to;  // may be empty where pre_action isn't
+  std::vector<std::string> paths;
+  std::string pre_action;  // the file to write, empty for none
+};
+
+}  // namespace agent

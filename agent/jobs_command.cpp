@@ -1,0 +1,77 @@
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "agent/commands.h"
+#include "agent/directory_piece_store.h"
+#include "agent/exit_code.h"
+#include "agent/job_events.h"
+#include "agent/paths.h"
+#include "agent/storage.h"
+#include "agent/text.h"
+#include "mtf/reader/jobs.h"
+
+namespace agent {
+namespace {
+
+std::string table_line(const char* name, const std::string& seq, const std::string& channels,
+                       const std::string& size, const char* state) {
+  char line[longest_stem + 80];
+  std::snprintf(line, sizeof line, "%-20s %10s %8s %12s  %s", name, seq.c_str(), channels.c_str(),
+                size.c_str(), state);
+  return line;
+}
+
+void show(const MTF::Job_Pieces& job, unsigned long long size, bool json, Console& console) {
+  if (json) {
+    console.line(json_text({{"name", job.stem},
+                            {"seq", job.seq},
+                            {"channels", job.channels.size()},
+                            {"size", size},
+                            {"complete", job.complete}}));
+    return;
+  }
+  console.line(table_line(job.stem.c_str(), std::to_string(job.seq),
+                          std::to_string(job.channels.size()), size_text(size),
+                          job.complete ? "complete" : "incomplete"));
+}
+
+int run_jobs(const Job_Options& options, Console& console) {
+  Storage storage;
+  std::string path, error;
+  std::vector<MTF::Job_Pieces> jobs;
+  if (!absolute_path(options.storage, path)) {
+    console.note("mtf-agent: --storage '" + options.storage + "' is no path");
+    return exit_usage;
+  }
+  const bool opened = storage.open(path, error);
+  Directory_Piece_Store store(storage.directory(), path);
+  if (!opened || !MTF::find_jobs(store, options.stem, jobs, error)) {
+    console.note("error: " + error);
+    return exit_failed;
+  }
+  if (!options.json) console.line(table_line("NAME", "SEQ", "CHANNELS", "SIZE", "STATE"));
+  for (const MTF::Job_Pieces& job : jobs) {
+    show(job, storage.job_size(job.stem, job.seq), options.json, console);
+  }
+  return exit_done;
+}
+
+}  // namespace
+
+void add_jobs(CLI::App& app, Command& chosen) {
+  auto options = std::make_shared<Job_Options>();
+  CLI::App* command = app.add_subcommand("jobs", "Show the jobs of a storage");
+  command->footer(
+      "A job that lacks a piece is incomplete: it was killed while its pieces got their names, or\n"
+      "has lost one since. A job that is running has no pieces yet.\n"
+      "Exit codes: 0 done; 1 failed; 2 wrong use.");
+  add_storage(*command, options->storage);
+  add_name(*command, options->stem);
+  command->add_flag("--json", options->json, "Print JSON, one object a line");
+  command->callback([options, &chosen] {
+    chosen = [options](Console& console) { return run_jobs(*options, console); };
+  });
+}
+
+}  // namespace agent

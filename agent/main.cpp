@@ -1,0 +1,18 @@
+#include <ace/Init_ACE.h>
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "agent/command_line.h"
+#include "platform/size_limit.h"
+
+int main(int argc, char** argv) {
+  std::ios::sync_with_stdio(false);
+  platform::size_limit_is_an_error();
+  ACE::init();
+  agent::Console console(std::cout, std::cerr);
+  const int code = agent::run(std::vector<std::string>(argv + (argc > 0), argv + argc), console);
+  ACE::fini();
+  return code;
+}

@@ -1,0 +1,61 @@
+#include "agent/work_directory.h"
+
+#include <cerrno>
+
+#include "agent/text.h"
+#include "platform/storage_directory.h"
+#include "platform/tree.h"
+
+namespace agent {
+namespace {
+
+// The library makes no name with an `@` in it, so what starts like this is this program's.
+constexpr const char* name_start = "mtf-agent@";
+constexpr unsigned int owner_only = 0700;
+
+const char* words(platform::Danger danger) {
+  switch (danger) {
+    case platform::Danger::link:
+      return "it is a symbolic link: name the directory itself";
+    case platform::Danger::foreign:
+      return "it belongs to another user";
+    case platform::Danger::open:
+      return "every user may change what is in it";
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+bool Work_Directory::open(const std::string& root, bool closed, const std::string& id,
+                          std::string& error) {
+  const std::string title = "temporary directory '" + escape_controls(root) + '\'';
+  int fault = closed ? platform::private_directory(root) ? 0 : errno
+                     : platform::make_dirs(root, owner_only);
+  if (const char* danger = words(platform::danger_of(root))) {
+    error = title + ": " + danger;
+    return false;
+  }
+  if (fault == 0) {
+    clear(root);
+    if (!held_.make(root + '/' + name_start + id)) fault = errno;
+  }
+  if (fault != 0) error = error_text(title, fault);
+  return fault == 0;
+}
+
+// What can't be looked at or removed is left for another job; it is no reason not to save.
+void Work_Directory::clear(const std::string& root) {
+  platform::Storage_Directory directory;
+  std::vector<std::string> names;
+  if (!directory.open(root, false) || !directory.names(names)) return;
+  for (const std::string& name : names) {
+    if (name.rfind(name_start, 0) != 0) continue;
+    platform::Held_Directory left;
+    const std::string path = root + '/' + name;
+    if (left.take_over(path) && left.remove()) cleared_.push_back(path);
+  }
+}
+
+}  // namespace agent
