@@ -1,0 +1,185 @@
+// Jobs that are killed at any moment.
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <random>
+
+#include "agent/directory_piece_store.h"
+#include "agent/storage.h"
+#include "mtf/reader/jobs.h"
+#include "tests/support/agent_run.h"
+#include "tests/support/traced.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace test_support;
+using std::chrono::microseconds;
+using std::chrono::steady_clock;
+
+class Kill : public Agent_Run {
+ protected:
+  Kill() {
+    make_many(source(), 150);
+    write_file(source("/large"), std::string(6 << 20, 'x'));
+    fs::create_directory(dir_ / "storage");
+    EXPECT_TRUE(directory_.open(dir_ / "storage", false));
+  }
+
+  std::vector<MTF::Job_Pieces> jobs(const std::string& stem) {
+    std::vector<MTF::Job_Pieces> found;
+    std::string error;
+    EXPECT_TRUE(MTF::find_jobs(store_, stem, found, error)) << error;
+    return found;
+  }
+
+  // Whatever has its name is sound; an incomplete job lacks pieces and nothing else.
+  void expect_sound(const std::string& stem) {
+    for (const MTF::Job_Pieces& job : jobs(stem)) {
+      MTF::verify_job(store_, job, [&](const MTF::Fault& fault) {
+        EXPECT_TRUE(!job.complete && !directory_.exists(fault.piece))
+            << fault.piece << ':' << fault.position << ' ' << fault.text;
+      });
+    }
+  }
+
+  platform::Storage_Directory directory_;
+  ::agent::Directory_Piece_Store store_{directory_, dir_ / "storage"};
+};
+
+constexpr int kills = is_sanitized ? 20 : 200;
+
+struct Kind {
+  const char* command;
+  const char* stem;
+  const char* channels;
+  const char* threads;
+};
+
+constexpr Kind kinds[] = {{"full", "one", "1", "1"},
+                          {"full", "two", "2", "2"},
+                          {"incremental", "one", "1", "2"},
+                          {"incremental", "two", "2", "1"}};
+
+class Random_Kill : public Kill {
+ protected:
+  Arguments job(const Kind& kind) const {
+    return test_support::agent({kind.command, "--source", source(), "--storage", dir_ / "storage",
+                                "--name", kind.stem, "--tmp", dir_ / "tmp", "--channels",
+                                kind.channels, "--threads", kind.threads});
+  }
+
+  // A few files differ from job to job.
+  void change(int n) {
+    for (int i = 0; i < 5; ++i) {
+      const std::string path = source("/changing" + std::to_string((n + i) % 20));
+      write_file(path, std::string(100000, static_cast<char>('a' + n % 26)));
+      const timeval times[2] = {{1000000 + n, 0}, {1000000 + n, 0}};
+      EXPECT_EQ(::utimes(path.c_str(), times), 0);
+    }
+  }
+
+  // The job that follows goes well and leaves nothing but itself.
+  void expect_next(const Kind& kind) {
+    const auto before = jobs(kind.stem);
+    const unsigned int newest = before.empty() ? 0 : before.back().seq;
+    const Output next = run(job(kind));
+    ASSERT_EQ(next.code, 0) << next.err;
+    const auto after = jobs(kind.stem);
+    ASSERT_EQ(after.size(), before.size() + 1);
+    EXPECT_TRUE(after.back().complete);
+    EXPECT_EQ(after.back().seq, newest + 1);
+    for (std::size_t i = 0; i < before.size(); ++i) {
+      EXPECT_EQ(after[i].channels, before[i].channels);
+      EXPECT_EQ(after[i].complete, before[i].complete);
+    }
+    for (const std::string& name : pieces()) {
+      const bool other = name.compare(0, 3, kind.stem) != 0;
+      EXPECT_TRUE(other || name.find(".part") == std::string::npos) << name;
+    }
+    EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
+  }
+
+  void start_chain(const char* stem) {
+    ::agent::Storage storage;
+    std::string error;
+    ASSERT_TRUE(storage.open_for_job(dir_ / "storage", false, stem, error)) << error;
+    for (const MTF::Job_Pieces& each : jobs(stem)) {
+      EXPECT_TRUE(storage.remove_job(stem, each.seq, error)) << error;
+    }
+  }
+};
+
+TEST_F(Random_Kill, LeavesNoDamageAndNothingInTheWay) {
+  const unsigned int seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  microseconds length[std::size(kinds)];
+  for (std::size_t i = 0; i < std::size(kinds); ++i) {
+    const auto start = steady_clock::now();
+    ASSERT_EQ(run(job(kinds[i])).code, 0);
+    length[i] = std::chrono::duration_cast<microseconds>(steady_clock::now() - start);
+  }
+  int killed = 0;
+  for (int n = 0; n < kills && !HasFailure(); ++n) {
+    const std::size_t i = random() % std::size(kinds);
+    const Kind& kind = kinds[i];
+    change(n);
+    Process process(job(kind));
+    ::usleep(static_cast<useconds_t>(random() % static_cast<unsigned int>(length[i].count())));
+    process.signal(SIGKILL);
+    killed += process.finish().code == -1;
+    for (const char* stem : {"one", "two"}) expect_sound(stem);
+    expect_next(kind);
+    expect_sound(kind.stem);
+    if (jobs(kind.stem).size() < 5) continue;
+    start_chain(kind.stem);
+    ASSERT_EQ(run(job(kinds[i % 2])).code, 0);
+  }
+  EXPECT_GT(killed, 0);
+  RecordProperty("killed", killed);
+}
+
+// A job that dies while its pieces get their names is incomplete, and stands in nobody's way.
+TEST_F(Kill, WhilePiecesGetTheirNames) {
+  if (!can_trace()) GTEST_SKIP() << "no process may watch another here";
+  const Arguments two{"--channels", "2"};
+  ASSERT_EQ(save(two).code, 0);
+  for (unsigned int n = 1; n <= 4; ++n) {
+    Arguments arguments = full(two);
+    const std::string fault = "renameat:signal=KILL:when=" + std::to_string(n);
+    run(traced({"-e", "trace=renameat", "-e", "inject=" + fault}, "/dev/null", arguments));
+    expect_sound("demo");
+    const bool begun = n > 1;
+    const auto found = jobs("demo");
+    ASSERT_EQ(found.size(), begun ? 2U : 1U);
+    EXPECT_EQ(found.back().complete, !begun) << "of the last catalog comes the whole job";
+    const Output restored = restore("to" + std::to_string(n));
+    EXPECT_EQ(restored.code, 0) << restored.err;
+    EXPECT_EQ(
+        restored.err,
+        begun ? "warning: job 2 is not complete: job 1 of 'demo' is taken in its place\n" : "");
+    arguments = full(two);
+    arguments[1] = "incremental";
+    const Output next = run(arguments);
+    EXPECT_EQ(next.code, 0) << next.err;
+    EXPECT_EQ(next.err.rfind("removed what a killed job left: ", 0), 0U) << next.err;
+    const unsigned int seq = begun ? 3 : 2;
+    EXPECT_EQ(jobs("demo").back().seq, seq);
+    // What is half is no base: the job is sound without it.
+    const Arguments last{"--seq", std::to_string(seq)};
+    if (begun) {
+      EXPECT_EQ(run(on_storage("remove", {"--seq", "2"})).code, 0);
+    }
+    EXPECT_EQ(run(on_storage("verify", last)).code, 0);
+    EXPECT_EQ(run(on_storage("remove", {"--seq", "1"})).code, 1) << "it is the base";
+    EXPECT_EQ(run(on_storage("remove", last)).code, 0);
+    EXPECT_EQ(pieces().size(), 4U);
+  }
+}
+
+}  // namespace

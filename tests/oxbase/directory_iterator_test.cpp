@@ -1,0 +1,117 @@
+#include "oxbase/directory_iterator.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <vector>
+
+#include "platform/file.h"
+#include "platform/native_path.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using oxbase::path_less;
+using Entry = oxbase::Directory_Entry_T<char>;
+using Iterator = oxbase::Directory_Iterator_T<char>;
+using test_support::Temp_Dir;
+using test_support::write_file;
+
+std::string system_form(const std::string& native) {
+  std::string out;
+  EXPECT_TRUE(platform::system_path(native, out));
+  return out;
+}
+
+TEST(Directory_Iterator, EveryNameIsFoundAndOpenedAgain) {
+  Temp_Dir dir;
+  const std::string alphabet[] = {"a", "\\", ".", "\xFF", "\xEF\x81\x9B", "\xEF\x81\x9C", "\n"};
+  std::set<std::string> wanted, found;
+  for (const std::string& name : test_support::all_strings(alphabet, 3)) {
+    if (name.empty() || name == "." || name == "..") continue;
+    write_file(dir / name, name);
+    wanted.insert(name);
+  }
+  platform::File file;
+  const std::string path = system_form(dir.path());
+  for (Iterator it(path); it != Iterator(); ++it) {
+    ASSERT_TRUE(file.open_read(path + "\\" + it->name)) << it->name;
+    char data[64];
+    const long long size = file.read(data, sizeof data);
+    ASSERT_GT(size, 0);
+    found.emplace(data, static_cast<std::size_t>(size));
+    EXPECT_EQ(it->stat.st_size, size);
+    EXPECT_EQ(it->reparse_type, 0u);
+  }
+  EXPECT_EQ(found, wanted);
+}
+
+TEST(Directory_Iterator, LinksStandForThemselves) {
+  Temp_Dir dir;
+  ASSERT_EQ(::symlink("/", (dir / "link").c_str()), 0);
+  const Iterator it(system_form(dir.path()));
+  ASSERT_NE(it, Iterator());
+  EXPECT_EQ(it->stat.st_mode & 0xF000, 0xA000u);
+  EXPECT_FALSE(it->is_directory());
+}
+
+TEST(Directory_Iterator, EndAndFailure) {
+  Temp_Dir dir;
+  Iterator none(nullptr), nowhere(std::string{}), missing(system_form(dir / "missing"));
+  EXPECT_FALSE(none.has_handle() || nowhere.has_handle() || missing.has_handle());
+  EXPECT_EQ(none.ec(), 0);
+  EXPECT_EQ(missing.ec(), ENOENT);
+  EXPECT_EQ(missing, Iterator());
+  EXPECT_EQ(Iterator("Q:\\x").ec(), ENODEV);
+  Iterator empty(system_form(dir.path()));
+  EXPECT_TRUE(empty.has_handle());
+  EXPECT_EQ(empty, Iterator());
+  EXPECT_EQ(empty.ec(), 0);
+}
+
+TEST(Directory_Iterator, CopiesAdvanceTogether) {
+  Temp_Dir dir;
+  write_file(dir / "a", "");
+  write_file(dir / "b", "");
+  Iterator one(system_form(dir.path())), two(one), other(system_form(dir.path()));
+  EXPECT_EQ(one, two);
+  EXPECT_NE(one, other);
+  const std::string first = one->name;
+  ++one;
+  EXPECT_NE(two->name, first);
+  ++two;
+  EXPECT_EQ(one, Iterator());
+}
+
+TEST(Path_Order, ABackslashIsBelowAllAndAPrefixFirst) {
+  // Each comes before all behind it.
+  const std::string order[] = {"x", "x\\", "x\\y", "x\x01", "x.y", "x\x7F", "x\xFF", "y"};
+  for (std::size_t i = 0; i < std::size(order); ++i) {
+    for (std::size_t j = 0; j < std::size(order); ++j) {
+      for (std::size_t common = 0; common <= 17; ++common) {
+        const std::string in(common, 'c');
+        EXPECT_EQ(path_less(in + order[i], in + order[j]), i < j) << in << order[i] << order[j];
+      }
+    }
+  }
+}
+
+TEST(Path_Order, FilesComeAheadOfDirectories) {
+  Entry file, dir;
+  file.name = "z";
+  file.stat.st_mode = 0x81A4;
+  dir.name = "a";
+  dir.stat.st_mode = 0x41ED;
+  EXPECT_TRUE(file < dir);
+  EXPECT_FALSE(dir < file);
+  Entry unknown;
+  unknown.name = "zz";
+  EXPECT_TRUE(unknown < dir);
+  EXPECT_TRUE(file < unknown);
+}
+
+}  // namespace

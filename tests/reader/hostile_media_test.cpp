@@ -1,0 +1,199 @@
+// Medias that want to reach out of the directory they are restored into.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "tests/support/job_media.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::Media_Bytes;
+using test::Memory_Store;
+
+// base/outside must stay as it is; base/room/to is restored into.
+class Hostile_Media : public testing::Test {
+ protected:
+  void SetUp() override {
+    base_ = fs::path(testing::TempDir()) / ("hostile." + std::to_string(::getpid()));
+    fs::remove_all(base_);
+    fs::create_directories(base_ / "outside/directory");
+    std::ofstream(base_ / "outside/file") << "not yours";
+    fs::create_directories(to_ = base_ / "room/to");
+    outside_ = state();
+  }
+  void TearDown() override { fs::remove_all(base_); }
+
+  // What any change of an object outside shows in: the time of its last change among it.
+  std::string state() const {
+    std::string all;
+    for (const char* name : {"", "outside", "outside/directory", "outside/file"}) {
+      struct stat st = {};
+      EXPECT_EQ(::lstat((base_ / name).c_str(), &st), 0) << name;
+      for (const long long value :
+           {static_cast<long long>(st.st_ino), static_cast<long long>(st.st_mode),
+            static_cast<long long>(st.st_nlink), static_cast<long long>(st.st_size),
+            static_cast<long long>(st.st_ctim.tv_sec),
+            static_cast<long long>(st.st_ctim.tv_nsec)}) {
+        all += std::to_string(value) + ' ';
+      }
+    }
+    return all;
+  }
+
+  MTF::Restore_Summary restore(MTF::IPiece_Store& store) {
+    faults_ = 0;
+    return MTF::restore_job(
+        store, test::job_of(), {to_.string(), {}}, [this](const MTF::Fault&) { ++faults_; },
+        nullptr);
+  }
+
+  void expect_outside_untouched() const {
+    EXPECT_EQ(state(), outside_);
+    for (const auto& entry : fs::directory_iterator(base_ / "room")) EXPECT_EQ(entry.path(), to_);
+  }
+
+  fs::path base_;
+  fs::path to_;
+  std::string outside_;
+  int faults_ = 0;
+};
+
+struct Hostile {
+  const char* about;
+  std::string volume;
+  std::string directory;
+  std::string file;
+  unsigned long long restored;  // files
+  unsigned char string_type = 1;
+};
+
+// A file with a mode and an owner in a directory that has them too.
+Memory_Store store_of(const Hostile& row) {
+  Media_Bytes media;
+  media.begin(test::metadata);
+  media.volb(row.volume);
+  if (!row.directory.empty()) {
+    media.dirb(row.directory, test::modified);
+    media.ctex(040777, 12, 34, "", "");
+  }
+  media.file(row.file, 4, test::modified);
+  media.stan("evil");
+  media.ctex(0106777, 12, 34, "", "");
+  media.end();
+  Memory_Store store = test::store_of(media);
+  std::string& catalog = store.held["job.1.0.cat"];
+  const std::size_t record = catalog.rfind(row.file) - 73;
+  catalog[record + 60] = static_cast<char>(row.string_type);
+  test::seal_record(catalog, record);
+  return store;
+}
+
+std::string utf16(const std::string& text) {
+  std::string out;
+  for (const char letter : text) out += {letter, '\0'};
+  return out;
+}
+
+TEST_F(Hostile_Media, Nothing_outside_changes) {
+  const std::string file = (base_ / "outside/file").string();
+  const std::string deep(2000, 'd');
+  const Hostile rows[] = {
+      {"plain names", "/", "d\\", "f", 1},
+      {"a directory that is a link", "/", "link\\", "f", 0},
+      {"one below a link", "/", "link\\below\\", "f", 0},
+      {"a file that is a link to a file", "/", "d\\", "filelink", 1},
+      {"a file that is a link to a directory", "/", "d\\", "dirlink", 1},
+      {"a volume's directory that is a link", "X:", "d\\", "f", 0},
+      {"a link in a file's name", "/", "", "link\\f", 0},
+      {"a way up in a file's name", "/", "d\\", "..\\..\\..\\outside\\file", 0},
+      {"a way up in a directory", "/", "d\\..\\..\\..\\outside\\", "file", 0},
+      {"a way up in a volume", "..", "", "f", 0},
+      {"a way up behind a volume", "/\\..\\..\\outside", "", "file", 0},
+      {"the directory itself", "/", "d\\", ".", 0},
+      {"an absolute file", "/", "d\\", file, 0},
+      {"an absolute directory", "/", (base_ / "outside").string() + "\\", "file", 0},
+      {"an absolute volume", (base_ / "outside").string(), "", "file", 0},
+      {"native separators", "/", "d\\", "../../../outside/file", 0},
+      {"a NUL in a file's name", "/", "d\\", std::string("f\0/../../x", 10), 0},
+      {"carried backslashes are no way up", "/", "d\\", "..\xEF\x81\x9C..\xEF\x81\x9Cx", 1},
+      {"a way up in UTF-16", "/", "d\\", utf16("..\\..\\..\\outside\\file"), 0, 2},
+      {"native separators in UTF-16", "/", "d\\", utf16("../../../outside/file"), 0, 2},
+      {"an unknown kind of name", "/", "d\\", "f", 0, 7},
+      {"a name longer than any", "/", "d\\", std::string(300, 'n'), 0},
+      {"a directory in place of a file", "/", "d\\", "there", 0},
+      {"a file in place of a directory", "/", "d\\regular\\", "f", 0},
+      {"the name of a temporary file", "/", "d\\",
+       ".mtf-restore-" + std::to_string(::getpid()) + "-2", 1},
+  };
+  for (const Hostile& row : rows) {
+    SCOPED_TRACE(row.about);
+    fs::remove_all(to_);
+    fs::create_directories(to_ / "d/there/inside");
+    std::ofstream(to_ / "d/regular") << "yours";
+    fs::create_directory_symlink("../../outside/directory", to_ / "link");
+    fs::create_directory_symlink("../../outside/directory", to_ / "X");
+    fs::create_symlink("../../../outside/file", to_ / "d/filelink");
+    fs::create_directory_symlink("../../../outside/directory", to_ / "d/dirlink");
+    Memory_Store store = store_of(row);
+    const MTF::Restore_Summary summary = restore(store);
+    EXPECT_EQ(summary.files, row.restored);
+    EXPECT_EQ(summary.failed == 0 && faults_ == 0, row.restored == 1);
+    expect_outside_untouched();
+    EXPECT_TRUE(fs::is_directory(to_ / "d/there/inside"));
+    EXPECT_EQ(fs::file_size(to_ / "d/regular"), 5u);
+    EXPECT_TRUE(fs::is_empty(base_ / "outside/directory"));
+  }
+}
+
+// Runs an action each time that the catalog is opened.
+class Watched_Store : public Memory_Store {
+ public:
+  std::unique_ptr<MTF::IRandom_Reader> open(const std::string& name, std::string& error) override {
+    if (name == "job.1.0.cat") on_catalog(++catalogs_);
+    return Memory_Store::open(name, error);
+  }
+
+  std::function<void(int)> on_catalog;
+
+ private:
+  int catalogs_ = 0;
+};
+
+TEST_F(Hostile_Media, A_directory_that_becomes_a_link_gets_no_attributes) {
+  Media_Bytes media;
+  media.begin(test::metadata);
+  media.volb("/");
+  for (const char* name : {"d\\", "e\\"}) {
+    media.dirb(name, test::modified);
+    media.ctex(040777, 12, 34, "", "");
+  }
+  media.end();
+  Watched_Store store;
+  store.held = test::store_of(media).held;
+  // The second walk gives the directories their attributes.
+  store.on_catalog = [&](int nth) {
+    if (nth != 2) return;
+    fs::rename(to_ / "d", to_ / "moved");
+    fs::create_directory_symlink("../../outside/directory", to_ / "d");
+  };
+  EXPECT_EQ(restore(store).directories, 2u);
+  EXPECT_TRUE(fs::is_symlink(to_ / "d"));
+  expect_outside_untouched();
+}
+
+TEST_F(Hostile_Media, A_target_that_is_a_link_is_the_users_own) {
+  fs::remove_all(to_);
+  fs::create_directory(base_ / "room/real");
+  fs::create_directory_symlink("real", to_);
+  Memory_Store store = store_of({"", "/", "d\\", "f", 1});
+  EXPECT_EQ(restore(store).files, 1u);
+  EXPECT_TRUE(fs::exists(base_ / "room/real/d/f"));
+  EXPECT_EQ(state(), outside_);
+}
+
+}  // namespace

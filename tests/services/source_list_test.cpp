@@ -1,0 +1,89 @@
+#include "services/source_list.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "platform/native_path.h"
+#include "tests/support/log_lines.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using test_support::Temp_Dir;
+using test_support::write_file;
+
+class Source_List : public testing::Test {
+ protected:
+  Source_List() : capture_(log) {
+    for (const char* dir : {"a", "a/sub", "b", "ab"}) ::mkdir((tmp / dir).c_str(), 0700);
+    for (const char* file : {"a/z", "a/sub/f", "c"}) write_file(tmp / file, "");
+  }
+
+  // The resolved paths below the temporary directory, with slashes.
+  std::vector<std::string> resolve(const std::vector<std::string>& names) {
+    std::list<std::string> sources, exclude;
+    for (const auto& name : names) sources.push_back(tmp / name);
+    std::list<MTF::source_entry> entries;
+    if (!MTF::to_source_list_type(sources, exclude, nullptr, nullptr, entries)) return {"failed"};
+    std::string root;
+    platform::system_path(tmp.path(), root);
+    std::vector<std::string> paths;
+    for (const auto& entry : entries) {
+      std::string path = entry.path.substr(root.size() + 1);
+      std::replace(path.begin(), path.end(), '\\', '/');
+      paths.push_back(path);
+    }
+    return paths;
+  }
+
+  const Temp_Dir tmp;
+  test_support::Log_Lines log;
+  test_support::Capture capture_;
+};
+
+TEST_F(Source_List, OrderOfTheWalkWithNothingTwice) {
+  using Paths = std::vector<std::string>;
+  EXPECT_EQ(resolve({"b", "ab", "a", "c"}), (Paths{"c", "a/", "ab/", "b/"}));
+  EXPECT_EQ(resolve({"a/sub", "a/z", "b"}), (Paths{"a/z", "a/sub/", "b/"}));
+  EXPECT_EQ(resolve({"a/sub/f", "a/sub", "a", "a/", "./a", "ab"}), (Paths{"a/", "ab/"}));
+  EXPECT_EQ(resolve({"a/z", "a"}), (Paths{"a/"}));
+  EXPECT_EQ(resolve({"c", "c"}), (Paths{"c"}));
+  EXPECT_EQ(resolve({}), Paths{});
+}
+
+TEST_F(Source_List, ASourceThatIsNotThereFailsWithALineThatNamesIt) {
+  EXPECT_EQ(resolve({"a", "none"}), std::vector<std::string>{"failed"});
+  EXPECT_EQ(log.count("128 Failed to examine source, path=/\\"), 1);
+  std::list<std::string> exclude;
+  std::list<MTF::source_entry> entries;
+  EXPECT_FALSE(MTF::to_source_list_type({"relative"}, exclude, nullptr, nullptr, entries));
+  exclude = {"relative"};
+  EXPECT_FALSE(MTF::to_source_list_type({tmp / "a"}, exclude, nullptr, nullptr, entries));
+}
+
+TEST_F(Source_List, IsLookedAtUnderItsShadow) {
+  platform::Volume_Roots::instance().set("X:", "/nowhere");
+  const std::map<std::string, std::string> shadows{{"X:", tmp.path()}};
+  std::list<std::string> exclude;
+  std::list<MTF::source_entry> entries;
+  EXPECT_TRUE(MTF::to_source_list_type({"X:\\a\\z"}, exclude, nullptr, &shadows, entries));
+  EXPECT_EQ(entries.front().path, "X:\\a\\z");
+  EXPECT_FALSE(MTF::to_source_list_type({"X:\\a\\z"}, exclude, nullptr, nullptr, entries));
+  platform::Volume_Roots::instance().clear();
+}
+
+TEST_F(Source_List, ExcludesAnEntryAndAllBelow) {
+  const std::list<std::string> list{"/\\a\\b", "C:"};
+  for (const char* path : {"/\\a\\b", "/\\a\\b\\", "/\\a\\b\\c", "C:", "C:\\x"}) {
+    EXPECT_TRUE(MTF::is_exclude(list, path)) << path;
+    EXPECT_FALSE(MTF::is_exclude({}, path)) << path;
+  }
+  for (const char* path : {"/", "/\\a", "/\\a\\bc", "/\\a\\B", "/\\b", "D:"}) {
+    EXPECT_FALSE(MTF::is_exclude(list, path)) << path;
+  }
+}
+
+}  // namespace

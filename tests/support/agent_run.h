@@ -1,0 +1,53 @@
+// A source, a storage and the program on them.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/file_tree.h"
+#include "tests/support/process.h"
+#include "tests/support/temp_dir.h"
+
+namespace test_support {
+
+// A directory of the test's own with `source` in it; jobs go to `storage` under the name demo, with
+// their working files in `tmp`.
+class Agent_Run : public testing::Test {
+ protected:
+  Agent_Run();
+
+  std::string source(const std::string& path = {}) const { return dir_ / "source" + path; }
+  std::string storage(const std::string& name = {}) const { return dir_ / "storage/" + name; }
+
+  // Arguments of a command on the storage, with `more` behind.
+  Arguments on_storage(const std::string& command, const Arguments& more = {}) const;
+  Arguments full(const Arguments& more = {}) const;
+  Output restore(const std::string& to, const Arguments& more = {}) const;
+
+  // Saves the source, whatever comes of it.
+  Output save(const Arguments& more = {}) const { return run(full(more)); }
+
+  // The names on the storage, but for that of the lock, sorted.
+  Arguments pieces() const;
+
+  // Saves, verifies, lists and restores. Every entry comes back as it was or is named in a line of
+  // the job, which is then its only trace.
+  void expect_round_trip(const Arguments& how, const Arguments& sources, int code);
+
+  // True once a job that is under way has a piece on the storage.
+  bool has_unfinished_piece() const;
+
+  Temp_Dir dir_;
+};
+
+// The program, with more arguments behind.
+Arguments agent(const Arguments& more);
+
+// A file of 4 TiB without a byte in it: no job comes to its end while a test looks on.
+void make_endless(const std::string& path);
+
+std::vector<std::string> lines_of(const std::string& text);
+
+}  // namespace test_support

@@ -1,0 +1,37 @@
+// Small jobs in memory, and what their verification says.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "mtf/reader/jobs.h"
+#include "tests/support/media_bytes.h"
+
+namespace test {
+
+extern const std::string modified;  // a date: 2020-02-29 12:34:56
+constexpr long long modified_time = 1582979696;
+extern const std::string metadata;  // of a job of one channel
+
+MTF::Job_Pieces job_of(unsigned int seq = 1);
+
+// A media with one of everything; `with_catalog` as in Media_Bytes.
+Media_Bytes rich_media(bool with_catalog = false);
+
+// A media with one file of plain content.
+Media_Bytes small_media(const std::string& name = "a.txt");
+
+// The pieces of the media's job.
+Memory_Store store_of(const Media_Bytes& media, unsigned int seq = 1);
+
+struct Outcome {
+  MTF::Verify_Summary summary;
+  std::vector<MTF::Fault> faults;
+};
+
+Outcome verify(Memory_Store& store, const MTF::Job_Pieces& job = job_of());
+
+// One line for each fault: piece, position, text.
+std::string told(const Outcome& outcome);
+
+}  // namespace test

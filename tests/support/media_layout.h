@@ -1,0 +1,40 @@
+// What stands on a media and in a catalog, found from the bytes alone.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace test_support {
+
+// A block or stream of a media: four letters, where it starts, and for a stream where its data
+// starts and how long it is.
+struct Item {
+  std::string id;
+  std::size_t at;
+  bool block;
+  std::size_t data;
+  unsigned long long length;
+};
+
+// The blocks and streams of a media in their order, soft filemarks as `MARK`. Ends with an item
+// `????` where the bytes make no sense.
+std::vector<Item> media_items(const std::string& media);
+
+// The ids alone, with a space between them, without the SPAD streams.
+std::string media_order(const std::string& media);
+
+// The little-endian number of `width` bytes at `at`.
+unsigned long long number(const std::string& bytes, std::size_t at, unsigned width);
+
+// Types and names of the entries of a catalog behind its summary and metadata, such as
+// `FILE a.txt`, with backslashes in place of NUL bytes.
+std::vector<std::string> catalog_entries(const std::string& catalog);
+
+// The same of one catalog block.
+std::string entry_text(const std::string& block);
+
+// The XOR of the 16-bit words in the first `size` bytes, one after the other.
+unsigned short naive_checksum(const char* bytes, std::size_t size);
+
+}  // namespace test_support

@@ -1,0 +1,136 @@
+// What the program prints for people and for programs.
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "services/json_spirit.h"
+#include "tests/support/agent_run.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace test_support;
+using json_spirit::Value;
+
+class Program_Output : public Agent_Run {
+ protected:
+  Program_Output() {
+    write_file(source("/a"), std::string(100000, 'a'));
+    write_file(source("/b\xFF"), "b");
+    EXPECT_EQ(::mkfifo(source("/fifo").c_str(), 0644), 0);
+  }
+};
+
+struct Keys {
+  std::set<std::string> always, sometimes;
+};
+
+const std::map<int, Keys> event_keys = {
+    {0x1000004, {{"result", "name"}, {"channel", "message"}}},
+    {0x1000005, {{"result", "name"}, {}}},
+    {0x1000006,
+     {{"vol_count", "dir_count", "file_count", "total_size", "inc_size", "storage_size",
+       "inc_file_count", "skipped_dirs", "skipped_files"},
+      {}}},
+    {0x100000A, {{"type", "name", "errno", "message"}, {}}},
+};
+
+void expect_keys(const Value& event) {
+  const auto found = event_keys.find(event.at("code").get<int>());
+  ASSERT_NE(found, event_keys.end()) << event;
+  std::set<std::string> missing = found->second.always;
+  for (const auto& item : event.at("document").items()) {
+    const bool known = missing.erase(item.key()) == 1 || found->second.sometimes.count(item.key());
+    EXPECT_TRUE(known) << item.key() << " in " << event;
+  }
+  EXPECT_TRUE(missing.empty()) << *missing.begin() << " missing in " << event;
+}
+
+// The events in their order; the last line, which is the summary, goes to `summary`.
+std::vector<Value> events_of(const Output& output, Value& summary) {
+  std::vector<Value> events;
+  for (const std::string& line : lines_of(output.out)) {
+    events.push_back(Value::parse(line));
+    EXPECT_TRUE(events.back().is_object()) << line;
+  }
+  EXPECT_FALSE(events.empty());
+  if (events.empty()) return events;
+  EXPECT_EQ(events.back().size(), 1U);
+  summary = events.back().at("summary");
+  events.pop_back();
+  for (const Value& event : events) {
+    EXPECT_EQ(event.size(), 2U) << event;
+    expect_keys(event);
+  }
+  return events;
+}
+
+std::multiset<std::string> names_of(const std::vector<Value>& events, int code) {
+  std::multiset<std::string> names;
+  for (const Value& event : events) {
+    if (event.at("code") == code) names.insert(event.at("document").at("name"));
+  }
+  return names;
+}
+
+TEST_F(Program_Output, EventsAsJson) {
+  const Output output = save({"--json", "--channels", "2"});
+  EXPECT_EQ(output.code, 0) << output.err;
+  Value summary;
+  const std::vector<Value> events = events_of(output, summary);
+  const std::multiset<std::string> tasks{"backup", "backup", "full_source_producer",
+                                         "source_sharding"};
+  EXPECT_EQ(names_of(events, 0x1000004), tasks);
+  EXPECT_EQ(names_of(events, 0x1000005).size(), 2U) << "the two tasks of the sources";
+  EXPECT_EQ(names_of(events, 0x100000A).size(), 1U);
+  EXPECT_EQ(events.back().at("code"), 0x1000006);
+  EXPECT_EQ(events.back().at("document").at("inc_file_count"), 2);
+  EXPECT_EQ(summary.at("seq"), 1);
+  EXPECT_EQ(summary.at("exit_code"), 0);
+  EXPECT_EQ(summary.at("inc_file_count"), 2);
+}
+
+TEST_F(Program_Output, FailureAsJson) {
+  Limits limits;
+  limits.file_size = 1 << 20;
+  write_file(source("/big"), std::string(3 << 20, 'b'));
+  const Output output = run(full({"--json"}), limits);
+  EXPECT_EQ(output.code, 1);
+  Value summary;
+  const std::vector<Value> events = events_of(output, summary);
+  EXPECT_EQ(names_of(events, 0x1000006).size(), 0U) << "a job that failed has no summary event";
+  EXPECT_EQ(summary.at("exit_code"), 1);
+  EXPECT_EQ(summary.at("err_code"), 9);
+}
+
+TEST_F(Program_Output, QuietSaysNothingOfSuccess) {
+  fs::remove(source("/fifo"));
+  const Output output = save({"--quiet"});
+  EXPECT_EQ(output.code, 0);
+  EXPECT_EQ(output.out + output.err, "");
+}
+
+TEST_F(Program_Output, PlainLinesWhereThereIsNoTerminal) {
+  const Output output = save();
+  EXPECT_EQ((output.out + output.err).find_first_of("\r\x1b"), std::string::npos);
+  EXPECT_EQ(output.err, "skipped: " + source("/fifo") + ": Unsupported file type(0x11a4)\n");
+  EXPECT_EQ(lines_of(output.out).size(), 1U) << output.out;
+}
+
+TEST_F(Program_Output, ListAsJson) {
+  ASSERT_EQ(save().code, 0);
+  const Output listed = run(on_storage("list", {"--json"}));
+  std::multiset<std::string> types;
+  for (const std::string& line : lines_of(listed.out)) {
+    const Value entry = Value::parse(line);
+    types.insert(entry.at("type"));
+    const bool is_a = entry.at("path") == source("/a");
+    EXPECT_EQ(entry.at("size") == 100000, is_a) << line;
+  }
+  EXPECT_EQ(types.count("file"), 2U);
+  EXPECT_EQ(types.count("volume"), 1U);
+}
+
+}  // namespace

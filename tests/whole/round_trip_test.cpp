@@ -1,0 +1,132 @@
+// Real trees and hard ones go out to a storage and come back.
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/support/agent_run.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace test_support;
+
+struct Kind {
+  const char* channels;
+  const char* compression;
+};
+
+class Round_Trip : public Agent_Run {};
+class Round_Trip_Kinds : public Round_Trip, public testing::WithParamInterface<Kind> {};
+
+TEST_P(Round_Trip_Kinds, HardTree) {
+  make_hard_tree(source());
+  expect_round_trip({"--channels", GetParam().channels, "--compression", GetParam().compression},
+                    {source()}, 0);
+  EXPECT_EQ(snapshot(source()).size(), snapshot((dir_ / "to") + source()).size());
+}
+
+INSTANTIATE_TEST_SUITE_P(, Round_Trip_Kinds,
+                         testing::Values(Kind{"1", "none"}, Kind{"1", "lz4"}, Kind{"1", "zstd"},
+                                         Kind{"3", "none"}, Kind{"3", "lz4"}, Kind{"3", "zstd"}));
+
+bool make_socket(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  const bool made = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  ::close(fd);
+  return made;
+}
+
+TEST_F(Round_Trip, WhatIsNotSavedIsNamed) {
+  write_file(source("/file"), "content");
+  write_file(source("/zero"), "");
+  fs::create_directory(source("/dir"));
+  fs::create_hard_link(source("/file"), source("/second name"));
+  fs::create_symlink("file", source("/link"));
+  fs::create_symlink("gone", source("/dir/back\\slash"));
+  fs::create_directory_symlink("dir", source("/link to dir"));
+  ASSERT_EQ(::mkfifo(source("/fifo").c_str(), 0644), 0);
+  ASSERT_TRUE(make_socket(source("/socket")));
+  if (is_root()) {
+    ::mknod(source("/device").c_str(), S_IFCHR | 0666, makedev(1, 3));
+    ::mknod(source("/block").c_str(), S_IFBLK | 0666, makedev(7, 200));
+  }
+  for (const char* channels : {"1", "3"}) {
+    expect_round_trip({"--channels", channels}, {source()}, 0);
+    EXPECT_EQ(snapshot((dir_ / "to") + source()).size(), 3U) << "file, zero, dir";
+    fs::remove_all(dir_ / "to");
+    fs::remove_all(dir_ / "storage");
+  }
+}
+
+TEST_F(Round_Trip, PathsBeyondTheFormatsLimitAreNamed) {
+  make_deep(source(), 200, 250);
+  write_file(source("/other"), "other");
+  expect_round_trip({}, {source()}, 3);
+}
+
+TEST_F(Round_Trip, WhatTheUserMayNotReadIsNamed) {
+  write_file(source("/open"), "open");
+  write_file(source("/secret"), "secret");
+  fs::create_directories(source("/closed/below"));
+  write_file(source("/closed/below/f"), "f");
+  fs::create_directory(source("/no way in"));
+  write_file(source("/no way in/f"), "f");
+  fs::create_directory(source("/read only"));
+  write_file(source("/read only/f"), "f");
+  for (const char* name : {"/secret", "/closed"}) ::chmod(source(name).c_str(), 0);
+  ::chmod(source("/no way in").c_str(), 0444);
+  ::chmod(source("/read only").c_str(), 0555);
+  const std::string program = dir_ / "mtf-agent";
+  fs::copy_file(MTF_AGENT, program);
+  if (is_root()) {
+    for (const auto& entry : fs::recursive_directory_iterator(dir_.path())) {
+      ASSERT_EQ(::lchown(entry.path().c_str(), nobody, nobody), 0);
+    }
+    ASSERT_EQ(::chown(dir_.path().c_str(), nobody, nobody), 0);
+  }
+  const Limits limits{RLIM_INFINITY, is_root()};
+  const auto as_user = [&](Arguments arguments) {
+    arguments[0] = program;
+    return run(arguments, limits);
+  };
+  const Output saved = as_user(full());
+  EXPECT_EQ(saved.code, 3) << saved.err;
+  for (const char* name : {"/secret", "/closed", "/no way in/f"}) {
+    EXPECT_NE(saved.err.find("skipped: " + source(name) + ": "), std::string::npos) << saved.err;
+  }
+  EXPECT_NE(saved.out.find("skipped: 1 directory, 2 files;"), std::string::npos) << saved.out;
+  EXPECT_EQ(as_user(on_storage("verify")).code, 0);
+  EXPECT_EQ(as_user(on_storage("restore", {"--to", dir_ / "to"})).code, 0);
+  EXPECT_EQ(read_file((dir_ / "to") + source("/open")), "open");
+  EXPECT_EQ(read_file((dir_ / "to") + source("/read only/f")), "f");
+  EXPECT_FALSE(fs::exists((dir_ / "to") + source("/secret")));
+}
+
+TEST_F(Round_Trip, SparseFile) {
+  const long long size = MTF_TEST_SPARSE_MIB * (1LL << 20);
+  if (fs::space(dir_.path()).available < static_cast<std::uintmax_t>(size) + (1LL << 30)) {
+    GTEST_SKIP() << "no room for " << size << " bytes";
+  }
+  make_sparse(source("/sparse"), size);
+  expect_round_trip({"--compression", "lz4"}, {source()}, 0);
+}
+
+TEST_F(Round_Trip, TreesOfTheMachine) {
+  expect_round_trip({}, {"/etc", MTF_TEST_MACHINE_TREE}, is_root() ? 0 : 3);
+}
+
+// Runs only where it is asked for by its name.
+TEST_F(Round_Trip, HundredThousandFilesInOneDirectory) {
+  make_many(source(), 100000);
+  expect_round_trip({"--channels", "2"}, {source()}, 0);
+}
+
+}  // namespace

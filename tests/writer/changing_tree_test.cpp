@@ -1,0 +1,101 @@
+// A job while the tree under it changes at a chosen moment.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+#include <tuple>
+
+#include "tests/support/test_job.h"
+
+namespace {
+
+using test_support::Temp_Dir;
+using test_support::Test_Job;
+using test_support::write_file;
+
+constexpr const char* secret = "what nobody named as a source";
+
+// Calls `change` the first time that the walk comes by a path with this ending.
+class Change_At : public MTF::IFilter {
+ public:
+  Change_At(std::string ending, std::function<void()> change)
+      : ending_(std::move(ending)), change_(std::move(change)) {}
+  bool accept(const char* path, bool) const override {
+    const std::string text = path;
+    const bool here = text.size() >= ending_.size() &&
+                      text.compare(text.size() - ending_.size(), ending_.size(), ending_) == 0;
+    if (here && change_) std::exchange(change_, nullptr)();
+    return true;
+  }
+
+ private:
+  const std::string ending_;
+  mutable std::function<void()> change_;
+};
+
+// Records or plain, threads, channels, incremental.
+class Changing_Tree : public testing::TestWithParam<std::tuple<bool, int, unsigned, bool>> {
+ protected:
+  Changing_Tree() {
+    for (const char* name :
+         {"real", "real/tree", "real/tree/sub", "real/tree/sub/deep", "outside", "outside/deep"}) {
+      EXPECT_EQ(::mkdir((dir_ / name).c_str(), 0755), 0);
+    }
+    write_file(dir_ / "real/tree/kept", "what stays");
+    for (const char* name : {"real/tree/sub/a", "real/tree/sub/deep/b"}) {
+      write_file(dir_ / name, std::string(std::strlen(secret), 'x'));
+    }
+    write_file(dir_ / "outside/a", secret);
+    write_file(dir_ / "outside/deep/b", secret);
+    EXPECT_EQ(::symlink("real", (dir_ / "way").c_str()), 0);
+  }
+
+  std::string tree() const { return dir_ / "way/tree"; }
+
+  // The job that `change` happens to; its pieces are those of `job` from then on.
+  bool save(Test_Job& job, const MTF::IFilter& change) {
+    const auto [records, threads, channels, incremental] = GetParam();
+    job.backup.backup_read(records);
+    job.threads = threads;
+    job.filter = &change;
+    if (!incremental) return job.run(tree(), channels);
+    Test_Job base;
+    write_file(dir_ / "base", "");
+    EXPECT_TRUE(base.run(dir_ / "base", channels));
+    return job.run_second(tree(), base.storage.pieces, channels);
+  }
+
+  Temp_Dir dir_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Changing_Tree,
+                         testing::Combine(testing::Bool(), testing::Values(1, 2),
+                                          testing::Values(1U, 2U), testing::Bool()));
+
+// The walk has found the file, and the writer opens it when a directory above it is a link.
+TEST_P(Changing_Tree, NothingFromOutsideIsSaved) {
+  for (const char* found : {"\\sub\\a", "\\deep\\b"}) {
+    SCOPED_TRACE(found);
+    const std::string sub = tree() + "/sub", aside = dir_ / "aside";
+    const Change_At change(found, [&] {
+      ASSERT_EQ(::rename(sub.c_str(), aside.c_str()), 0);
+      ASSERT_EQ(::symlink((dir_ / "outside").c_str(), sub.c_str()), 0);
+    });
+    Test_Job job;
+    EXPECT_TRUE(save(job, change));
+    EXPECT_EQ(job.backup.err_code(), 14U);
+    std::string all;
+    for (const auto& piece : job.storage.pieces) all += piece.second;
+    EXPECT_EQ(all.find(secret), std::string::npos);
+    EXPECT_NE(all.find("what stays"), std::string::npos);
+    std::string told;
+    for (const auto& text : job.events.texts(MTF::event_skipped)) told += text;
+    EXPECT_NE(told.find("sub"), std::string::npos) << told;
+    ASSERT_EQ(::unlink(sub.c_str()), 0);
+    ASSERT_EQ(::rename(aside.c_str(), sub.c_str()), 0);
+  }
+}
+
+}  // namespace
