@@ -23,7 +23,8 @@ class Mapping {
   bool create_in(const std::string& native_directory);
 
   // Makes at least `size` bytes usable, and more ahead in segments. Addresses stay. False with
-  // errno, ENOSPC on a full disk; what was mapped is then as before.
+  // errno, ENOSPC on a full disk and ENOMEM past 64 GiB or what the process could set aside; what
+  // was mapped is then as before.
   bool grow(unsigned long long size);
 
   // Takes what is mapped out of the process's memory; it stays in the file and comes back when it
