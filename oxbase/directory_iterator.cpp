@@ -1,5 +1,6 @@
 #include "oxbase/directory_iterator.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -21,6 +22,23 @@ bool path_less(std::string_view a, std::string_view b) {
 bool operator<(const Directory_Entry_T<char>& a, const Directory_Entry_T<char>& b) {
   const bool a_dir = a.is_directory();
   return a_dir == b.is_directory() ? path_less(a.name, b.name) : !a_dir;
+}
+
+void put_in_order(std::vector<Directory_Entry_T<char>>& entries) {
+  using Entry = Directory_Entry_T<char>;
+  const auto same = [](const Entry& a, const Entry& b) {
+    return a.is_directory() == b.is_directory() && a.name == b.name;
+  };
+  std::sort(entries.begin(), entries.end());
+  entries.erase(std::unique(entries.begin(), entries.end(), same), entries.end());
+  const auto dirs = std::partition_point(entries.begin(), entries.end(),
+                                         [](const Entry& entry) { return !entry.is_directory(); });
+  auto dir = dirs;
+  const auto is_directory_too = [&](const Entry& entry) {
+    while (dir != entries.end() && path_less(dir->name, entry.name)) ++dir;
+    return dir != entries.end() && dir->name == entry.name;
+  };
+  entries.erase(std::remove_if(entries.begin(), dirs, is_directory_too), dirs);
 }
 
 int Directory_Reader::open(const std::string& path, bool /*reparse_points*/,

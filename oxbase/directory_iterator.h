@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/directory.h"
 #include "platform/stat.h"
@@ -25,6 +26,11 @@ struct Directory_Entry_T {
 
 // Every non-directory ahead of every directory, each group in the order of path_less().
 bool operator<(const Directory_Entry_T<char>& a, const Directory_Entry_T<char>& b);
+
+// Puts the entries of one directory in that order and keeps each name once: a directory that
+// changes while it is read may give one twice. Where one of them is a directory it stays, as the
+// walk tells of one that has gone again.
+void put_in_order(std::vector<Directory_Entry_T<char>>& entries);
 
 // Reads a directory by its system path. No file system here has reparse points, so the choice of
 // them changes nothing.

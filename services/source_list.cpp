@@ -4,6 +4,7 @@
 #include <ace/OS_NS_errno.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "oxbase/directory_iterator.h"
 #include "oxbase/path.h"
@@ -23,7 +24,7 @@ bool is_directory(const source_entry& entry) {
 }
 
 // True if `path` is `top` or lies below it; a separator at the end of `top` doesn't matter.
-bool lies_below(const std::string& path, const std::string& top) {
+bool lies_below(const std::string& path, const std::string& top, char separator) {
   const std::size_t size = !top.empty() && top.back() == separator ? top.size() - 1 : top.size();
   return path.compare(0, size, top, 0, size) == 0 &&
          (path.size() == size || path[size] == separator);
@@ -114,14 +115,8 @@ bool to_source_list_type(const std::list<std::string>& sources,
     all.push_back(entry);
   }
   sort(all, separator);
-  out.clear();
-  for (const source_entry& entry : all) {
-    const auto covered = [&entry](const source_entry& top) {
-      return lies_below(entry.path, top.path) || entry.path == top.path;
-    };
-    // A directory sorts ahead of all that lies below it, so looking back is enough.
-    if (std::none_of(out.begin(), out.end(), covered)) out.push_back(entry);
-  }
+  drop_covered(all, separator);
+  out.swap(all);
   return true;
 }
 
@@ -131,14 +126,28 @@ void sort(std::list<source_entry>& list, char separator) {
   });
 }
 
+void drop_covered(std::list<source_entry>& list, char separator) {
+  auto top = list.begin();
+  if (top == list.end()) return;
+  // All that lies below a directory follows it at once.
+  for (auto entry = std::next(top); entry != list.end(); entry = std::next(top)) {
+    if (lies_below(entry->path, top->path, separator)) {
+      list.erase(entry);
+    } else {
+      top = entry;
+    }
+  }
+}
+
 void generate_exclude_list(std::list<std::string>& out) {
   for (const char* path : {"/proc", "/sys", "/dev", "/run"}) out.push_back(path);
   out.push_back(MTF_Params::instance().job_tmp_dir());
 }
 
 bool is_exclude(const std::list<std::string>& list, const std::string& path) {
-  return std::any_of(list.begin(), list.end(),
-                     [&path](const std::string& entry) { return lies_below(path, entry); });
+  return std::any_of(list.begin(), list.end(), [&path](const std::string& entry) {
+    return lies_below(path, entry, separator);
+  });
 }
 
 }  // namespace MTF

@@ -31,6 +31,10 @@ bool to_source_list_type(const std::list<std::string>& sources,
 // the directories.
 void sort(std::list<source_entry>& list, char separator);
 
+// Leaves out of a sorted list what lies below another source or is one, so that nothing is saved
+// twice.
+void drop_covered(std::list<source_entry>& list, char separator);
+
 // Adds the default exclude list: kernel file systems and the default temporary directory.
 void generate_exclude_list(std::list<std::string>& out);
 

@@ -64,6 +64,22 @@ bool has_same_name(const Cache_Node* a, const Cache_Node* b) {
   return std::strcmp(a->name(), b->name()) == 0;
 }
 
+// What stands behind the last separator of a directory's path.
+const char* leaf_of(const Cache_Node& directory) {
+  const char* const separator = std::strrchr(directory.name(), '\\');
+  return separator == nullptr ? directory.name() : separator + 1;
+}
+
+// A directory that changes while it is read may give a name twice, once as that of a directory.
+void drop_names_of_directories(std::list<Cache_Node*>& files,
+                               const std::list<Cache_Node*>& directories) {
+  auto at = directories.begin();
+  files.remove_if([&](const Cache_Node* file) {
+    while (at != directories.end() && oxbase::path_less(leaf_of(**at), file->name())) ++at;
+    return at != directories.end() && std::strcmp(leaf_of(**at), file->name()) == 0;
+  });
+}
+
 }  // namespace
 
 void Cache_Node::set_name(const std::string& text) {
@@ -235,6 +251,7 @@ bool Backup_Source_Lister_MMap_Impl::walk_end(const std::string& dir, bool ok) {
     directory->files.sort(node_less);
     directory->files.unique(has_same_name);
     directory->child_dirs.sort(node_less);
+    drop_names_of_directories(directory->files, directory->child_dirs);
   } else {
     remove_directory(dir);
   }

@@ -35,9 +35,11 @@ bool Block_Producer::process_source(const source_entry& entry) {
 }
 
 bool Block_Producer::process_volume(const std::string& path) {
-  if (!write_item(block_volb, path)) return false;
-  const bool again = cur_vol_ == path;
-  set_volume(path);
+  // As paths below it are split.
+  const std::string vol = path.substr(0, path.find_last_not_of('\\') + 1);
+  if (!write_item(block_volb, vol)) return false;
+  const bool again = cur_vol_ == vol;
+  set_volume(vol);
   if (again) {
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Invalid source duplicate volume: %s\n"), cur_vol_.c_str()), false);

@@ -89,9 +89,11 @@ bool Callback_Source_Producer::enter(const std::string& path, std::vector<Level>
         (LM_ERROR, ACE_TEXT("Failed to read entries from: %C, and skipped it\n"), path.c_str()),
         false);
   }
-  entries.sort();
-  levels.push_back(
-      {path, {std::make_move_iterator(entries.rbegin()), std::make_move_iterator(entries.rend())}});
+  std::vector<Entry> in_order(std::make_move_iterator(entries.begin()),
+                              std::make_move_iterator(entries.end()));
+  oxbase::put_in_order(in_order);
+  std::reverse(in_order.begin(), in_order.end());
+  levels.push_back({path, std::move(in_order)});
   return true;
 }
 

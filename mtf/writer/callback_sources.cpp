@@ -60,6 +60,7 @@ bool Callback_Source_Producer::resolve(std::list<source_entry>& out) {
     if (verdict == Verdict::take) out.push_back(entry);
   }
   sort(out, separator);
+  drop_covered(out, separator);
   return !out.empty();
 }
 

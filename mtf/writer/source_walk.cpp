@@ -9,21 +9,12 @@
 #include "services/file_path.h"
 
 namespace MTF {
-namespace {
-
-bool is_same(const oxbase::Directory_Entry_T<char>& a, const oxbase::Directory_Entry_T<char>& b) {
-  return a.is_directory() == b.is_directory() && a.name == b.name;
-}
-
-}  // namespace
 
 bool Source_Producer::walk_dir(const std::string& path) {
   if (is_excluded(path) || is_filtered(path, true)) return true;
   std::vector<Entry> entries;
   if (!read_dir(path, entries)) return true;
-  std::sort(entries.begin(), entries.end());
-  // A directory that changes while it is read may give a name twice.
-  entries.erase(std::unique(entries.begin(), entries.end(), is_same), entries.end());
+  oxbase::put_in_order(entries);
   return std::all_of(entries.begin(), entries.end(),
                      [this, &path](const Entry& entry) { return walk_entry(path, entry); });
 }
