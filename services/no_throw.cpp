@@ -15,10 +15,18 @@ void log_exception(const char* who, const std::exception& error) noexcept {
     } else {
       ACE_ERROR((LM_ERROR, ACE_TEXT("%C failed: %C\n"), who, error.what()));
     }
-  } catch (const std::exception&) {
+  } catch (...) {
     // The host's log has failed as well.
   }
   if (short_memory) errno = ENOMEM;
+}
+
+void log_unknown_exception(const char* who) noexcept {
+  try {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("%C failed: unknown exception\n"), who));
+  } catch (...) {
+    // The host's log has failed as well.
+  }
 }
 
 }  // namespace MTF

@@ -7,6 +7,8 @@ namespace MTF {
 
 // The line of an exception; `who` begins it. For bad_alloc errno is 12 afterwards.
 void log_exception(const char* who, const std::exception& error) noexcept;
+// The same for one that tells nothing of itself.
+void log_unknown_exception(const char* who) noexcept;
 
 // What `step` returns, or `failed` if an exception left it.
 template <class Result, class Step>
@@ -15,6 +17,9 @@ Result no_throw(const char* who, Result failed, Step step) noexcept {
     return step();
   } catch (const std::exception& error) {
     log_exception(who, error);
+    return failed;
+  } catch (...) {
+    log_unknown_exception(who);
     return failed;
   }
 }

@@ -24,6 +24,8 @@ int guarded(Body body) {
     return ENOMEM;
   } catch (const std::exception& error) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Scanning failed: %C\n"), error.what()), EIO);
+  } catch (...) {
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Scanning failed\n")), EIO);
   }
 }
 

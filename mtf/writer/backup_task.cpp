@@ -1,7 +1,6 @@
 #include "mtf/writer/backup_task.h"
 
 #include <ace/Log_Msg.h>
-#include <ace/OS_NS_errno.h>
 
 #include <cstdint>
 #include <new>
@@ -79,7 +78,7 @@ bool Backup_Task::run() {
   Source_Consumer consumer(msg_queue());
   Data_Set data_set(conf, consumer, evt_handler_.get());
   if (!register_writers(data_set)) return false;
-  if (!write_media(data_set)) return false;
+  if (!write_media(data_set) || consumer.damaged()) return false;
   summary_ = media_writer_.summary();
   return true;
 }

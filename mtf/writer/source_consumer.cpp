@@ -18,6 +18,7 @@ bool Source_Consumer::next(Cat_Blk& blk) {
   const Cat_Hdr& hdr = catalog_block_->hdr();
   if (hdr.type() == block_fend) return false;
   if (hdr.checksum() != hdr.calc_checksum()) {
+    damaged_ = true;
     ACE_ERROR_RETURN(
         (LM_EMERGENCY,
          ACE_TEXT("Unexpected error in mtf/writer/source_consumer:%d\nFailed to verify "

@@ -19,9 +19,13 @@ class Source_Consumer : public ISrc_Lister {
   // bad checksum.
   bool next(Cat_Blk& blk) override;
 
+  // True once a block had a bad checksum: what ended then was not the source.
+  bool damaged() const { return damaged_; }
+
  private:
   Cat_Blk_Queue* queue_;
   std::unique_ptr<Cat_Blk> catalog_block_;
+  bool damaged_ = false;
 };
 
 }  // namespace MTF
