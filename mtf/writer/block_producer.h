@@ -26,6 +26,10 @@ class Block_Producer : public Task_Base {
   unsigned long long untold_dirs() const { return untold_dirs_; }
   unsigned long long untold_files() const { return untold_files_; }
 
+  // How far a listing has come, where its host doesn't say otherwise.
+  static constexpr unsigned long long files_per_percent = 10000;
+  static constexpr int highest_percent = 90;
+
  protected:
   // `pre_action_data` asks for a PDAT block behind the first volume. `handler` may be null and is
   // not owned.
@@ -60,10 +64,6 @@ class Block_Producer : public Task_Base {
   bool put_block(std::unique_ptr<Cat_Blk> block);
   // The PDAT block, with the time `mtime`, where one was asked for and is still missing.
   bool put_pre_action(long long mtime);
-
-  // Of a listing whose host doesn't say otherwise.
-  static constexpr unsigned long long files_per_percent = 10000;
-  static constexpr int highest_percent = 90;
 
   // Counts a file-like block.
   void count_file(unsigned long long size);

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "mtf/catalog/catalog_helper.h"
+#include "mtf/writer/block_producer.h"
 #include "oxbase/path.h"
 #include "services/assertion.h"
 
@@ -15,8 +16,6 @@ namespace MTF {
 namespace {
 
 constexpr std::size_t usual_path_size = 260;
-constexpr unsigned long long files_per_percent = 10000;
-constexpr unsigned long long highest_percent = 90;
 
 bool is_first_link(const Cat_Blk& block) {
   return (block.hdr().flags() & cat_first_link) != 0;
@@ -29,8 +28,14 @@ long long time_of(const Cat_Blk& block) {
   return view.time();
 }
 
-bool same_time(const Cat_Blk& a, const Cat_Blk& b) {
-  return time_of(a) == time_of(b);
+// False for a time that no date can hold: nobody knows whether two of these are the same.
+bool has_date(const Cat_Blk& block) {
+  const char* date = block.data() + MTF_CAT_DIRB_BLK::date;
+  return std::any_of(date, date + date_time_size, [](char byte) { return byte != 0; });
+}
+
+bool same_time(const Cat_Blk& prev, const Cat_Blk& block) {
+  return has_date(block) && time_of(prev) == time_of(block);
 }
 
 bool same_file(const Cat_Blk& prev, const Cat_Blk& block) {
@@ -226,11 +231,12 @@ void Incremental_Source_Producer::count(unsigned short seq, unsigned long long s
     summary_.inc_file_count(summary_.inc_file_count() + 1);
   }
   summary_.file_count(summary_.file_count() + 1);
-  if (event_handler_ == nullptr || summary_.file_count() <= files_per_percent) return;
-  const auto percent =
-      static_cast<int>(std::min(summary_.file_count() / files_per_percent, highest_percent));
-  event_handler_->total_size(channel_, summary_.inc_size(), percent);
-  event_handler_->refresh_total_count(summary_.inc_file_count(), percent);
+  constexpr auto per_percent = Block_Producer::files_per_percent;
+  if (event_handler_ == nullptr || summary_.file_count() <= per_percent) return;
+  const auto percent = std::min(static_cast<long long>(summary_.file_count() / per_percent),
+                                static_cast<long long>(Block_Producer::highest_percent));
+  event_handler_->total_size(channel_, summary_.inc_size(), static_cast<int>(percent));
+  event_handler_->refresh_total_count(summary_.inc_file_count(), static_cast<int>(percent));
 }
 
 bool Incremental_Source_Producer::pass_on(std::unique_ptr<Cat_Blk>& block) {

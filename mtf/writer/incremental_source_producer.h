@@ -51,7 +51,6 @@ class Incremental_Source_Producer : public Task_Base {
   bool handle_hlnk(std::unique_ptr<Cat_Blk>& block);
   bool handle_end(std::unique_ptr<Cat_Blk>& block);
   bool find_dir();
-  bool find_file(const Cat_Blk& block, const std::string& name, Cat_Blk& prev);
   bool take_over(Cat_Blk& block, const Cat_Blk& prev, const char* handler);
   bool leaf_name(const Cat_Blk& block, std::string& name);
   void count(unsigned short seq, unsigned long long size);

@@ -133,6 +133,7 @@ Item with(unsigned int type, unsigned short flags, unsigned long long ino,
 
 TEST_F(Incremental_Producer, Decides) {
   constexpr unsigned int file = MTF::block_file;
+  constexpr long long no_date = 520000000000;  // behind the year 16383
   const Item plain = with(file, 0, 100);
   const struct {
     const char* rule;
@@ -143,6 +144,10 @@ TEST_F(Incremental_Producer, Decides) {
       {"another size", plain, with(file, 0, 100, "file", noon, 99), true},
       {"a later time", plain, with(file, 0, 100, "file", noon + 1), false},
       {"an earlier time", plain, with(file, 0, 100, "file", noon - 1), false},
+      {"the first second of 1970", with(file, 0, 100, "file", 0), with(file, 0, 100, "file", 0),
+       true},
+      {"a time that no date can hold", with(file, 0, 100, "file", no_date),
+       with(file, 0, 100, "file", no_date), false},
       {"another number, one name", plain, with(file, 0, 101), true},
       {"another name", plain, with(file, 0, 100, "file2"), false},
       {"a name that the earlier one begins with", plain, with(file, 0, 100, "fil"), false},
