@@ -34,7 +34,8 @@ class Safe_Start : public Task {
                ACE_thread_t* = nullptr, const char** = nullptr) override {
     if (!threads_.empty()) return 1;
     const auto body = [this] { no_throw("Thread", 0, [this] { return this->svc(); }); };
-    return start_threads(n_threads, body, threads_) ? 0 : -1;
+    const auto start = [&] { return start_threads(n_threads, body, threads_); };
+    return no_throw("Thread", false, start) ? 0 : -1;
   }
 
   int wait() override {

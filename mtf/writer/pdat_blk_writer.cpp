@@ -26,7 +26,10 @@ PDat_Blk_Writer::PDat_Blk_Writer(ACE_HANDLE handle, Ref_Ptr<Event_Handler> evt_h
 
 bool PDat_Blk_Writer::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
                            IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {
-  if (!DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog)) return false;
+  if (!DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) ||
+      !block_buffer_.expand(DBLK::image_size)) {
+    return false;
+  }
   data_stream_.set_buffer(buf);
   return true;
 }

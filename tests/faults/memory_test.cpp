@@ -5,10 +5,12 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "platform/file.h"
 #include "platform/native_path.h"
 #include "services/compression.h"
 #include "tests/faults/failing_memory.h"
 #include "tests/support/media_layout.h"
+#include "tests/support/spared.h"
 #include "tests/support/test_job.h"
 
 namespace {
@@ -60,6 +62,12 @@ class Short_Memory : public testing::TestWithParam<How> {
     job.backup.backup_read(!GetParam().plain);
     job.threads = GetParam().threads;
     job.compression = GetParam().compression;
+    platform::File pre_action;
+    {
+      const test_support::Spared spared;
+      EXPECT_TRUE(pre_action.open_input(tree_ / "s/a"));
+    }
+    job.pre_action = reinterpret_cast<void*>(static_cast<std::intptr_t>(pre_action.handle()));
     if (earlier_.empty()) return job.run("X:\\s", channels);
     return job.run_second("X:\\s", earlier_, channels);
   }
