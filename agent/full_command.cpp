@@ -39,7 +39,7 @@ bool init(MTF::Backup& backup, const Full_Options& options, const Full_Plan& pla
           const Exclude_Filter& filter, void* pre_action,
           MTF::Ref_Ptr<MTF::Channel_Factory> channels) {
   return backup.init(options.stem.c_str(), &filter, plan.base_seq, plan.seq, options.channels,
-                     plan.compression, static_cast<MTF::Sparse_Method>(0), channels,
+                     plan.compression, MTF::sparse_default, channels,
                      MTF::Ref_Ptr<MTF::IBackup_Callback_Factory>(),
                      plan.shadows.empty() ? nullptr : &plan.shadows, pre_action, options.level,
                      plan.work_dir.path().c_str(), options.threads);
@@ -63,7 +63,7 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
   Full_Result result;
   MTF::Metadata metadata;
   metadata.set("name", options.stem);
-  metadata.set("host", MTF::Host_Manager::instance().name());
+  metadata.set("host", MTF::Host_Manager::instance()->name());
   if (options.incremental) metadata.set(MTF::base_seq_key, std::to_string(plan.base_seq));
   Piece_Namer pieces(storage.directory());
   // A job without a factory says so.
@@ -107,7 +107,7 @@ void tell_cleared(const Storage& storage, const Work_Directory& work_dir, Consol
 
 int run_full(const Full_Options& options, Console& console) {
   const auto start = std::chrono::steady_clock::now();
-  auto log = std::make_shared<Job_Log>(console);
+  auto log = std::make_shared<Job_Log>(console, !options.incremental);
   log->attach();
   const platform::Private_Files private_files;
   stop_asked = false;

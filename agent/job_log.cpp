@@ -22,12 +22,8 @@ std::string without_stack(std::string text) {
   return text;
 }
 
-// Lines behind which another one names the entry: an event, or a line of the same place.
-bool is_told_better(const std::string& text) {
-  for (const char* start : {"Failed to get dblk writer type=", "Unsupported file type, path="}) {
-    if (text.compare(0, std::strlen(start), start) == 0) return true;
-  }
-  return false;
+bool starts_with(const std::string& text, const char* start) {
+  return text.compare(0, std::strlen(start), start) == 0;
 }
 
 }  // namespace
@@ -49,6 +45,11 @@ void Job_Log::log(ACE_Log_Record& record) {
     // Short enough to need no memory.
     console_.note("out of memory");
   }
+}
+
+bool Job_Log::is_told_better(const std::string& text) const {
+  return starts_with(text, "Failed to get dblk writer type=") ||
+         (walk_tells_ && starts_with(text, "Unsupported file type, path="));
 }
 
 void Job_Log::show(ACE_Log_Record& record) {

@@ -79,7 +79,7 @@ TEST_F(Output, EventsAsJson) {
 }
 
 TEST_F(Output, LogLinesFromWarningsOn) {
-  agent::Job_Log log(console_);
+  agent::Job_Log log(console_, true);
   const struct {
     ACE_Log_Priority priority;
     const char *text, *line;
@@ -102,7 +102,7 @@ TEST_F(Output, LogLinesFromWarningsOn) {
 }
 
 TEST_F(Output, RepeatedLogLinesAreCounted) {
-  agent::Job_Log log(console_);
+  agent::Job_Log log(console_, true);
   for (const char* text : {"a\n", "a\n", "a\n", "b\n", "a\n", "a\n"}) {
     ACE_Log_Record record(LM_WARNING, ACE_Time_Value::zero, 0);
     record.msg_data(text);
