@@ -55,10 +55,10 @@ class File_Records : public Record_Source {
 bool File_Records::open(const std::string& system_path) {
   close();
   int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
-  // Above a source there may be directories that are links.
   const bool directory = !system_path.empty() && system_path.back() == '\\';
   if (directory) flags |= O_DIRECTORY;
   int error = 0;
+  // Above a source there may be directories that are links.
   if (!native_path(system_path, native_) || (fd_ = open_source(native_, flags, directory)) < 0)
     error = errno;
   if (error == 0) error = look(directory);

@@ -14,12 +14,10 @@ class Directory_Handle {
   Directory_Handle(const Directory_Handle&) = delete;
   Directory_Handle& operator=(const Directory_Handle&) = delete;
 
-  // Opens a directory, by its system path or its native one, and closes the one before. A path that
-  // is itself a link fails unless `follow`: a directory that a link took the place of since it was
-  // found must not lead out of its tree, while the root of a volume may be a link. Returns 0 or the
-  // errno.
+  // Opens a directory by its system path and closes the one before. A path that is itself a link
+  // fails unless `follow`: a directory that a link took the place of since it was found must not
+  // lead out of its tree, while the root of a volume may be a link. Returns 0 or the errno.
   int open(const std::string& system_path, bool follow = false);
-  int open_native(const std::string& native, bool follow = false);
 
   // The next entry with its system name and its stat record, of a link itself; `.` and `..` are
   // left out, and so is an entry that vanished in between. An entry that can't be examined comes
@@ -28,6 +26,7 @@ class Directory_Handle {
   int next(std::string& name, _stat64& stat, bool& end);
 
  private:
+  int open_native(const std::string& native, bool follow);
   void close();
 
   void* dir_ = nullptr;  // the DIR of the system

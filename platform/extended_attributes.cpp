@@ -12,7 +12,6 @@ namespace platform {
 namespace {
 
 constexpr std::size_t most_names = 65536;  // bytes, the kernel's XATTR_LIST_MAX
-constexpr std::size_t longest_name = 255;  // XATTR_NAME_MAX and the format's limit
 constexpr std::size_t longest_value = 65535;
 constexpr std::size_t entry_alignment = 4;
 
@@ -55,7 +54,7 @@ bool Extended_Attributes::append_one(int fd, const char* name, std::string& out)
   value_.resize(longest_value + 1);
   const std::size_t length = std::strlen(name);
   const ssize_t size = ::fgetxattr(fd, name, value_.data(), value_.size());
-  if (size < 0 || static_cast<std::size_t>(size) > longest_value || length > longest_name) {
+  if (size < 0 || static_cast<std::size_t>(size) > longest_value) {
     // One that is gone since it was listed isn't missed.
     if (size < 0 && errno == ENODATA) return false;
     left_out_(name, size < 0 && errno != ERANGE ? std::strerror(errno) : "longer than 65535 bytes");

@@ -90,10 +90,6 @@ unsigned int current_uid() {
   return ::geteuid();
 }
 
-int process_id() {
-  return ::getpid();
-}
-
 Private_Files::Private_Files() : before_(::umask(0077)) {}
 
 Private_Files::~Private_Files() {

@@ -19,7 +19,6 @@ bool filesystem_block_size(const std::string& system_path, unsigned int& size);
 
 unsigned int processor_count();  // usable by this process, at least 1
 unsigned int current_uid();      // the effective user
-int process_id();
 
 // While one lives, what the process makes is its user's, who may do with it what the mode says, and
 // nobody else's.

@@ -10,8 +10,6 @@ class Lock_File {
   Lock_File(const Lock_File&) = delete;
   Lock_File& operator=(const Lock_File&) = delete;
 
-  bool is_held() const { return fd_ >= 0; }
-
   // Gives the lock back. The file stays: taking it away would let two holders lock two files of
   // one name.
   void release();

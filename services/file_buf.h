@@ -9,6 +9,11 @@
 
 namespace MTF_FS {
 
+// How the working files are opened: write only, made or emptied, not inherited, with backup
+// semantics; and what others may do meanwhile: read, write and delete.
+constexpr int write_flags = 0x2000381;
+constexpr int share_all = 7;
+
 // Reads a file of the sources. One thread at a time; it throws nothing.
 class ifilebuf : public std::streambuf {
  public:

@@ -10,7 +10,7 @@ const std::string& find(std::unordered_map<unsigned long long, std::string>& nam
                         unsigned long long id, Look_Up look_up) {
   const auto known = names.find(id);
   if (known != names.end()) return known->second;
-  return names.emplace(id, look_up(static_cast<unsigned int>(id))).first->second;
+  return names.emplace(id, look_up(id)).first->second;
 }
 
 }  // namespace

@@ -14,9 +14,9 @@ MTF_Params& MTF_Params::instance() {
 
 Host_Manager::Host_Manager() : name_(platform::machine_name()) {}
 
-Host_Manager& Host_Manager::instance() {
+Host_Manager* Host_Manager::instance() {
   static Host_Manager manager;
-  return manager;
+  return &manager;
 }
 
 }  // namespace MTF

@@ -22,7 +22,7 @@ class MTF_Params {
 
 class Host_Manager {
  public:
-  static Host_Manager& instance();
+  static Host_Manager* instance();  // never null
 
   // The machine's name.
   const std::string& name() const { return name_; }

@@ -15,8 +15,6 @@ namespace {
 
 constexpr unsigned short directory_mode = 0750;
 constexpr unsigned int owner_only = 0700;
-constexpr int write_flags = 0x2000381;
-constexpr int share_all = 7;
 constexpr unsigned int copy_size = 0x10000;
 
 bool working_path(const std::string& job_tmp_dir, const std::string& option_path,
@@ -66,7 +64,8 @@ bool reader_to_file(IReader* reader, const std::string& path) {
   MTF_ASSERT_NOT_NULL(reader, false);
   Buffer buffer(8);
   MTF_FS::ofilebuf file(copy_size);
-  if (!buffer.expand(copy_size) || file.open(path.c_str(), write_flags, share_all) != 0) {
+  if (!buffer.expand(copy_size) ||
+      file.open(path.c_str(), MTF_FS::write_flags, MTF_FS::share_all) != 0) {
     return false;
   }
   for (;;) {

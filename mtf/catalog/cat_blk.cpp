@@ -83,10 +83,6 @@ void Cat_Blk::stamp(unsigned int fixed_size, unsigned int type) {
   hdr_.type(type);
 }
 
-const MTF_TAPE_ADDRESS* Cat_Blk::address_at(unsigned int offset) const {
-  return reinterpret_cast<const MTF_TAPE_ADDRESS*>(data_ + offset);
-}
-
 bool Cat_Blk::store_name(unsigned int address_offset, std::string_view name) {
   const unsigned int place = hdr_.length();
   if (place + name.size() > capacity_ || place + name.size() > 65535) return false;

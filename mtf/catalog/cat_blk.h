@@ -57,8 +57,6 @@ class Cat_Blk {
   // Starts the record over: its fixed size and type, all else zero.
   void stamp(unsigned int fixed_size, unsigned int type);
 
-  const MTF_TAPE_ADDRESS* address_at(unsigned int offset) const;
-
   // Puts `name` behind the record and points the address at `address_offset` to it. False where the
   // data has no room.
   bool store_name(unsigned int address_offset, std::string_view name);

@@ -17,6 +17,12 @@ class CFil_Blk : public DBLK {
   MTF_FIELD(unsigned short, stream_number, 72)
 };
 
+// Bits of `eset_attributes`.
+enum ESet_Attribute : unsigned int {
+  eset_compressed = 0x2,
+  eset_normal_backup = 0x4,
+};
+
 class ESet_Blk : public DBLK {
  public:
   static constexpr unsigned short fixed_size = 85;

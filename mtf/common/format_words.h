@@ -19,6 +19,14 @@ enum Block_Attribute : unsigned int {
   attr_name_in_stream = 0x20000,  // DIRB, FILE: the name follows in a PNAM or FNAM stream
 };
 
+// Bits of the attributes of a directory or file.
+enum Entry_Attribute : unsigned int {
+  entry_read_only = 0x100,
+  entry_hidden = 0x200,
+  entry_system = 0x400,
+  entry_modified = 0x800,
+};
+
 // Stream ids: four letters read as a little-endian word.
 enum Stream_Id : unsigned int {
   stream_stan = 0x4E415453,  // file content

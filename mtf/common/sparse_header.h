@@ -11,7 +11,7 @@ class Sparse_Header : public Buffer {
  public:
   static constexpr unsigned int fixed_size = 8;
 
-  Sparse_Header() : Buffer(fixed_size) {}
+  Sparse_Header() : Buffer(8) {}
 
   // Empty when memory is short.
   void offset(unsigned long long value) {

@@ -7,7 +7,7 @@ namespace MTF {
 
 enum Tape_Attribute : unsigned int {
   tape_soft_filemarks = 0x1,
-  tape_has_description = 0x2,  // the media name field holds a description
+  tape_has_description = 0x2,  // the host gave a media description
 };
 
 class Tape_Blk : public DBLK {

@@ -5,6 +5,11 @@
 
 namespace MTF {
 
+// Bits of `volb_attributes`.
+enum Volb_Attribute : unsigned int {
+  volb_device_is_drive = 0x4,
+};
+
 class Vol_Blk : public DBLK {
  public:
   static constexpr unsigned int date_offset = 68;

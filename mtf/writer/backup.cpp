@@ -1,7 +1,6 @@
 #include "mtf/writer/backup.h"
 
 #include <ace/Log_Msg.h>
-#include <ace/OS_NS_errno.h>
 
 #include <new>
 #include <string_view>

@@ -129,6 +129,7 @@ class Backup {
   bool remove_working_files() const;
   bool activate(Task_Base& task, const char* name);
   bool judge(const Task_Base& task, const char* kind);
+  void count_untold();
   void add_up(const Cat_Summary& channel, bool first);
   bool fetch_base_catalog(unsigned long long channel, std::string& path);
   bool check_base(const std::string& path, unsigned long long channel);

@@ -76,16 +76,17 @@ bool Backup::fetch_base_catalog(unsigned long long channel, std::string& path) {
     return false;
   }
   const bool copied = reader_to_file(reader, path);
-  const int error = errno;
+  const int error = copied ? 0 : errno;
   if (from.close() && copied) return true;
   const std::string message = from.err_msg();
-  return base_failed(channel, message.empty() ? std::strerror(error) : message);
+  // A copy that failed on this side is no fault of the channel's.
+  return base_failed(channel, message.empty() && error != 0 ? std::strerror(error) : message);
 }
 
 // A file stays on its channel only as long as the number of channels stays the same.
 bool Backup::check_base(const std::string& path, unsigned long long channel) {
   Source_Processor catalog(false);
-  if (!catalog.open(path)) return base_failed(channel, "The catalog is damaged");
+  if (!catalog.open(path)) return base_failed(channel, "The catalog can't be used");
   Metadata_Record base;
   if (!read_metadata(catalog.metadata(), base)) {
     return base_failed(channel, "The catalog doesn't say how many channels its job has");

@@ -15,7 +15,7 @@ enum Sparse_Method : unsigned short {
 struct Backup_Option {
   unsigned long long base_fla = 0;  // format logical address of the first block of the media
   unsigned int media_family_id = 0;
-  unsigned short media_based_catalog_type = 1;   // 0 means none
+  unsigned short media_based_catalog_type = 1;   // the one kind that is written
   unsigned int format_logical_block_size = 512;  // bytes; the grid of all descriptor blocks
   unsigned int physical_block_size = 4096;       // bytes; the grid of filemarks and data set ends
   unsigned int fla_shift = 9;                    // log2 of format_logical_block_size

@@ -24,9 +24,9 @@ bool Backup::complete() {
   }
   summary_.dump();
   if (evt_handler_.get() == nullptr) return true;
-  const auto& producer = static_cast<const Block_Producer&>(*full_source_producer_);
-  const unsigned long long skipped_dirs = evt_handler_->skipped_dirs += producer.untold_dirs();
-  const unsigned long long skipped_files = evt_handler_->skipped_files += producer.untold_files();
+  count_untold();
+  const unsigned long long skipped_dirs = evt_handler_->skipped_dirs;
+  const unsigned long long skipped_files = evt_handler_->skipped_files;
   send_event(event_summary, {{"vol_count", summary_.vol_count()},
                              {"dir_count", summary_.dir_count()},
                              {"file_count", summary_.file_count()},
@@ -49,6 +49,14 @@ bool Backup::complete() {
       (LM_WARNING, ACE_TEXT("Backup completed with %Q skipped directories, %Q skipped files.\n"),
        skipped_dirs, skipped_files),
       true);
+}
+
+// What the walk of an incremental job left out without an event counts as well.
+void Backup::count_untold() {
+  if (full_source_producer_.get() == nullptr) return;
+  const auto& producer = static_cast<const Block_Producer&>(*full_source_producer_);
+  evt_handler_->skipped_dirs += producer.untold_dirs();
+  evt_handler_->skipped_files += producer.untold_files();
 }
 
 // The first channel alone has every volume and directory of the source.

@@ -12,8 +12,6 @@ namespace MTF {
 namespace {
 
 constexpr unsigned long long file_buffer_size = 0x20000;
-constexpr int write_flags = 0x2000381;  // write only, create, truncate
-constexpr int share_all = 7;
 constexpr unsigned int in_catalog = 1;
 
 bool counts_as_file(unsigned int type) {
@@ -40,7 +38,7 @@ bool Catalog_Stream::open(const std::string& path) {
   sset_off_ = 0;
   sset_fla_ = 0;
   ACE_OS::unlink(path_.c_str());
-  if (file_.open(path_.c_str(), write_flags, share_all) != 0) return false;
+  if (file_.open(path_.c_str(), MTF_FS::write_flags, MTF_FS::share_all) != 0) return false;
   if (!block_.expand(Cat_Summary::file_size)) return false;
   std::memset(block_.data(), 0, Cat_Summary::file_size);
   return append(block_.data(), Cat_Summary::file_size);

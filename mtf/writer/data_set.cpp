@@ -18,9 +18,6 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned int eset_normal_backup = 0x4;
-constexpr unsigned int eset_compressed = 0x2;
-
 std::string words(unsigned int type) {
   switch (type) {
     case block_slnk:

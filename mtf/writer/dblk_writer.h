@@ -48,7 +48,8 @@ class DBLK_Writer {
 bool write_to_stream_align(Backup_Context& ctx, IWriter& writer);
 
 // Writes a SPAD stream that ends on a multiple of the format logical block (`flb` true) or of the
-// physical block. On a multiple already, it takes a whole block.
+// physical block. On a multiple already it takes a whole block, and where less than its 22 bytes
+// are left a block more.
 bool write_spad_stream(const Backup_Option& opt, Backup_Context& ctx, const Ref_Ptr<Buffer>& buf,
                        IWriter& writer, bool flb);
 

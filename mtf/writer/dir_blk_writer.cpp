@@ -16,10 +16,8 @@ namespace MTF {
 Dir_Blk_Writer::Dir_Blk_Writer(Ref_Ptr<Event_Handler> evt_handler)
     : block_buffer_(8), data_buffer_(8), evt_handler_(evt_handler) {}
 
-bool Dir_Blk_Writer::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
-                          IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {
-  return DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) &&
-         block_buffer_.expand(DBLK::image_size);
+bool Dir_Blk_Writer::make_buffers() {
+  return block_buffer_.expand(DBLK::image_size);
 }
 
 bool Dir_Blk_Writer::reset(char* buf, unsigned int size) {
@@ -42,7 +40,7 @@ int Dir_Blk_Writer::write(IWriter& writer) {
   if (!write_spad_stream(*opt_, *ctx_, buf_, writer, true)) return -1;
   Dir_Blk blk(block_buffer_, true);
   if (!set_dir_blk(blk) || !open_dir()) return skip();
-  if (!write_dir_blk(blk, writer) || !write_name_stream(writer)) return -1;
+  if (!write_dir_blk(blk, writer) || !write_name_stream(blk, writer)) return -1;
   if (!write_content(writer)) return -1;
   if (!mbc_writer_->add_dir_blk(blk, dir_name_) ||
       !catalog_->add_dir_blk(blk, dir_size_, dir_name_)) {
@@ -86,8 +84,7 @@ bool Dir_Blk_Writer::write_dir_blk(Dir_Blk& blk, IWriter& writer) {
   return true;
 }
 
-bool Dir_Blk_Writer::write_name_stream(IWriter& writer) {
-  const Dir_Blk blk(block_buffer_, false);
+bool Dir_Blk_Writer::write_name_stream(const Dir_Blk& blk, IWriter& writer) {
   if ((blk.hdr().attributes() & attr_name_in_stream) == 0) return true;
   if (!write_to_stream_align(*ctx_, writer)) return false;
   Path_Name_Stream stream(buf_);

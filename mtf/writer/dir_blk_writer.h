@@ -26,10 +26,12 @@ class Dir_Blk_Writer : public virtual DBLK_Writer {
   virtual bool write_content(IWriter& writer) = 0;
   virtual bool open_dir() = 0;
 
-  bool init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
-            IMBC_Writer* mbc_writer, Catalog_Writer* catalog) override;
+  ~Dir_Blk_Writer() override = default;
 
  protected:
+  // For init() of a derived class; false without memory.
+  bool make_buffers();
+
   Cat_Dir_Blk cat_blk_;
   std::string dir_name_;            // as the catalog block has it, NUL between the components
   std::string printable_dir_name_;  // with a backslash for each NUL byte
@@ -40,7 +42,7 @@ class Dir_Blk_Writer : public virtual DBLK_Writer {
 
  private:
   int skip();
-  bool write_name_stream(IWriter& writer);
+  bool write_name_stream(const Dir_Blk& blk, IWriter& writer);
 };
 
 }  // namespace MTF

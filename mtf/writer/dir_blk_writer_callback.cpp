@@ -16,7 +16,7 @@ Dir_Blk_Writer_Callback::Dir_Blk_Writer_Callback(Ref_Ptr<IBackup_Callback> callb
 bool Dir_Blk_Writer_Callback::init(const Backup_Option* opt, Backup_Context* ctx,
                                    Ref_Ptr<Buffer> buf, IMBC_Writer* mbc_writer,
                                    Catalog_Writer* catalog) {
-  if (!Dir_Blk_Writer::init(opt, ctx, buf, mbc_writer, catalog)) return false;
+  if (!DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) || !make_buffers()) return false;
   MTF_ASSERT_NOT_NULL(callback_.get(), false);
   separator_ = callback_->separator();
   return true;

@@ -21,7 +21,7 @@ Dir_Blk_Writer_Win::Dir_Blk_Writer_Win(Ref_Ptr<Event_Handler> evt_handler,
 
 bool Dir_Blk_Writer_Win::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
                               IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {
-  return Dir_Blk_Writer::init(opt, ctx, buf, mbc_writer, catalog) &&
+  return DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) && make_buffers() &&
          data_buffer_.expand(data_buffer_size) &&
          content_writer_.init(opt, ctx, buf, &data_buffer_, true);
 }
@@ -41,8 +41,10 @@ bool Dir_Blk_Writer_Win::set_dir_blk(Dir_Blk& blk) {
 
 bool Dir_Blk_Writer_Win::open_dir() {
   if (!opt_->backup_read) return true;
-  wide_path_ += L'\\';
-  return reader_.open(wide_path_);
+  wide_path_ += L'\\';  // names a directory
+  const bool opened = reader_.open(wide_path_);
+  wide_path_.pop_back();
+  return opened;
 }
 
 // A directory whose records are damaged or unknown counts as written.

@@ -25,10 +25,8 @@ File_Blk_Writer::File_Blk_Writer(Ref_Ptr<Event_Handler> evt_handler)
   data_buffer_.expand(data_buffer_size);
 }
 
-bool File_Blk_Writer::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
-                           IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {
-  return DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) &&
-         block_buffer_.expand(DBLK::image_size) && data_buffer_.expand(data_buffer_size);
+bool File_Blk_Writer::make_buffers() {
+  return block_buffer_.expand(DBLK::image_size) && data_buffer_.expand(data_buffer_size);
 }
 
 bool File_Blk_Writer::reset(char* buf, unsigned int size) {

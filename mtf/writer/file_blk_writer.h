@@ -21,8 +21,6 @@ class File_Blk_Writer : public virtual DBLK_Writer {
   // `evt_handler` may be null; nothing is counted or reported then.
   explicit File_Blk_Writer(Ref_Ptr<Event_Handler> evt_handler);
 
-  bool init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
-            IMBC_Writer* mbc_writer, Catalog_Writer* catalog) override;
   unsigned int type() const override { return block_file; }
   bool reset(char* buf, unsigned int size) override;
   int write(IWriter& writer) override;
@@ -35,7 +33,12 @@ class File_Blk_Writer : public virtual DBLK_Writer {
   // 0 open; 1 can't be opened, so the file is skipped; any other value ends write() with it.
   virtual int open_file() = 0;
 
+  ~File_Blk_Writer() override = default;
+
  protected:
+  // For init() of a derived class; false without memory.
+  bool make_buffers();
+
   Cat_File_Blk cat_blk_;
   oxbase::Path_T<char> path_;
   std::string file_name_;

@@ -17,7 +17,7 @@ File_Blk_Writer_Callback::File_Blk_Writer_Callback(Ref_Ptr<Event_Handler> handle
 bool File_Blk_Writer_Callback::init(const Backup_Option* opt, Backup_Context* ctx,
                                     Ref_Ptr<Buffer> buf, IMBC_Writer* mbc_writer,
                                     Catalog_Writer* catalog) {
-  if (!File_Blk_Writer::init(opt, ctx, buf, mbc_writer, catalog)) return false;
+  if (!DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) || !make_buffers()) return false;
   data_stream_.set_channel(ctx->channel);
   data_stream_.set_buffer(buf);
   MTF_ASSERT_NOT_NULL(callback_.get(), false);

@@ -11,7 +11,6 @@ namespace {
 
 constexpr unsigned long long file_buffer_size = 0x20000;
 constexpr int read_flags = 0x2000080;  // with backup semantics
-constexpr int share_all = 7;
 
 unsigned int read_error_attributes(int error) {
   switch (error) {
@@ -34,7 +33,7 @@ File_Blk_Writer_Unix::File_Blk_Writer_Unix(Ref_Ptr<Event_Handler> evt_handler)
 
 bool File_Blk_Writer_Unix::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
                                 IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {
-  if (!File_Blk_Writer::init(opt, ctx, buf, mbc_writer, catalog)) return false;
+  if (!DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) || !make_buffers()) return false;
   data_stream_.set_channel(ctx->channel);
   data_stream_.set_buffer(buf);
   sparse_stream_.set_channel(ctx->channel);
@@ -52,7 +51,7 @@ bool File_Blk_Writer_Unix::set_file_blk(File_Blk& blk) {
 }
 
 int File_Blk_Writer_Unix::open_file() {
-  return file_.open(path_.str(), read_flags, share_all) != 0 ? 1 : 0;
+  return file_.open(path_.str(), read_flags, MTF_FS::share_all) != 0 ? 1 : 0;
 }
 
 int File_Blk_Writer_Unix::write_content(File_Blk& blk, IWriter& writer) {

@@ -13,7 +13,7 @@ File_Blk_Writer_Win::File_Blk_Writer_Win(Ref_Ptr<Event_Handler> evt_handler,
 
 bool File_Blk_Writer_Win::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
                                IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {
-  return File_Blk_Writer::init(opt, ctx, buf, mbc_writer, catalog) &&
+  return DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) && make_buffers() &&
          content_writer_.init(opt, ctx, buf, &data_buffer_, false);
 }
 

@@ -57,7 +57,8 @@ class IBackup_Callback {
  public:
   virtual ~IBackup_Callback() = default;
 
-  // The path separator of the host's paths, a backslash or a slash.
+  // The path separator of the host's paths, a backslash or a slash. With a slash a walk takes
+  // volumes alone as sources; a lister is free.
   virtual char separator() = 0;
   // False where the path can't be examined.
   virtual bool lstat(const char* path, Callback_Stat& stat) = 0;
@@ -65,7 +66,8 @@ class IBackup_Callback {
   virtual bool exists(const char* path) = 0;
   // Null is a failure.
   virtual Ref_Ptr<IFile_Reader> create_file_reader() = 0;
-  // Null where the host has no lister; the tree is walked through read_dir() then.
+  // Null where the host has no lister; the tree is walked through read_dir() then. A lister gives
+  // each name of a hard-linked file as a file: the job can't tell which names belong together.
   virtual Ref_Ptr<ISrc_Lister> create_source_lister(const std::list<std::string>* sources,
                                                     unsigned short seq, Event_Handler* handler,
                                                     const IFilter* filter) = 0;

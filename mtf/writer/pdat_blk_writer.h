@@ -16,6 +16,7 @@ class PDat_Blk_Writer : public virtual DBLK_Writer {
   // `handle` is read to its end and stays open; while it has nothing to give, the channel waits for
   // it or for a cancel. `evt_handler` may be null.
   PDat_Blk_Writer(ACE_HANDLE handle, Ref_Ptr<Event_Handler> evt_handler);
+  ~PDat_Blk_Writer() override = default;
 
   bool init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
             IMBC_Writer* mbc_writer, Catalog_Writer* catalog) override;

@@ -15,13 +15,12 @@
 namespace MTF {
 namespace {
 
-// The name of a volume or directory block with backslashes.
-bool separated_name(const Cat_Blk& block, std::string& out) {
-  std::string name;
-  if (!block_name(block, name)) return false;
-  std::replace(name.begin(), name.end(), '\0', '\\');
-  out = name;
-  return true;
+// The name of a volume or directory with backslashes.
+template <class Blk, class Getter>
+bool separated_name(const Cat_Blk& block, Getter get, std::string& out) {
+  Blk view;
+  view.set_buffer(block);
+  return get(view, '\\', out);
 }
 
 }  // namespace
@@ -103,13 +102,13 @@ bool Source_Sharding::handle(std::unique_ptr<Cat_Blk>& block) {
 }
 
 bool Source_Sharding::put_vol(unsigned long long n, std::unique_ptr<Cat_Blk>& block) {
-  if (!separated_name(*block, state(n).vol)) return false;
+  if (!separated_name<Cat_Vol_Blk>(*block, get_device_from_vol, state(n).vol)) return false;
   state(n).dir.clear();
   return put(n, block);
 }
 
 bool Source_Sharding::put_dir(unsigned long long n, std::unique_ptr<Cat_Blk>& block) {
-  return separated_name(*block, state(n).dir) && put(n, block);
+  return separated_name<Cat_Dir_Blk>(*block, get_name_from_dir, state(n).dir) && put(n, block);
 }
 
 bool Source_Sharding::put_file(std::unique_ptr<Cat_Blk>& block) {

@@ -12,8 +12,6 @@ namespace MTF {
 namespace {
 
 constexpr unsigned long long file_buffer_size = 0x20000;
-constexpr int write_flags = 0x2000381;  // create, empty, not inherited, with backup semantics
-constexpr int share_all = 7;
 
 constexpr unsigned int type_mask = 0xF000;
 constexpr unsigned int directory_type = 0x4000;
@@ -31,7 +29,7 @@ Source_Writer::~Source_Writer() = default;
 
 bool Source_Writer::open(const std::string& path) {
   path_ = path;
-  if (out_.open(path_.c_str(), write_flags, share_all) == -1) return false;
+  if (out_.open(path_.c_str(), MTF_FS::write_flags, MTF_FS::share_all) == -1) return false;
   return out_.sputn(summary_.data(), Cat_Summary::file_size) ==
          static_cast<std::streamsize>(Cat_Summary::file_size);
 }

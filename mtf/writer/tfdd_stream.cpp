@@ -12,8 +12,6 @@ namespace MTF {
 namespace {
 
 constexpr unsigned long long file_buffer_size = 0x20000;
-constexpr int write_flags = 0x2000381;  // write only, create, truncate
-constexpr int share_all = 7;
 
 }  // namespace
 
@@ -24,7 +22,7 @@ bool TFDD_Stream::open(const std::string& path) {
   path_ = path;
   size_ = 0;
   seq_ = 0;
-  if (file_.open(path_.c_str(), write_flags, share_all) != 0) return false;
+  if (file_.open(path_.c_str(), MTF_FS::write_flags, MTF_FS::share_all) != 0) return false;
   if (!block_.expand(FDD_Hdr::fixed_size)) return false;
   std::memset(block_.data(), 0, Stream_Hdr::fixed_size);
   return append(block_.data(), Stream_Hdr::fixed_size);

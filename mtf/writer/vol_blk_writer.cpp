@@ -14,7 +14,6 @@ namespace MTF {
 namespace {
 
 constexpr unsigned int default_fs_block_size = 4096;
-constexpr unsigned int volb_attribute = 0x4;
 
 }  // namespace
 
@@ -58,8 +57,8 @@ bool Vol_Blk_Writer::set_vol_blk(Vol_Blk& blk) {
   if (opt_->compression_method != 0) blk.hdr().attributes(attr_compression);
   blk.media_write_date(ACE_OS::time());
   // A block without the machine's name is worth more than none.
-  blk.machine_name(Host_Manager::instance().name());
-  blk.volb_attributes(blk.volb_attributes() | volb_attribute);
+  blk.machine_name(Host_Manager::instance()->name());
+  blk.volb_attributes(blk.volb_attributes() | volb_device_is_drive);
   return true;
 }
 

@@ -10,6 +10,8 @@ namespace MTF {
 // are read from and named relative to.
 class Vol_Blk_Writer : public virtual DBLK_Writer {
  public:
+  ~Vol_Blk_Writer() override = default;
+
   unsigned int type() const override { return block_volb; }
   bool reset(char* buf, unsigned int size) override;
   int write(IWriter& writer) override;

@@ -3,6 +3,7 @@
 #include <ace/Log_Msg.h>
 #include <ace/OS_NS_errno.h>
 
+#include "mtf/common/format_words.h"
 #include "oxbase/system.h"
 #include "platform/utf16.h"
 
@@ -34,10 +35,10 @@ unsigned int block_attributes(unsigned int file_attributes) {
     unsigned int windows;
     unsigned int block;
   } map[] = {
-      {FILE_ATTRIBUTE_READONLY, 0x100},
-      {FILE_ATTRIBUTE_HIDDEN, 0x200},
-      {FILE_ATTRIBUTE_SYSTEM, 0x400},
-      {FILE_ATTRIBUTE_ARCHIVE, 0x800},
+      {FILE_ATTRIBUTE_READONLY, entry_read_only},
+      {FILE_ATTRIBUTE_HIDDEN, entry_hidden},
+      {FILE_ATTRIBUTE_SYSTEM, entry_system},
+      {FILE_ATTRIBUTE_ARCHIVE, entry_modified},
   };
   unsigned int bits = 0;
   for (const auto& row : map) {
