@@ -125,7 +125,7 @@ class Backup {
   bool producer_ready(int init_result);
   bool make_callback(unsigned long long channel, Ref_Ptr<IBackup_Callback>& callback);
   bool start_tasks();
-  void release_tasks();
+  void deactivate_queues();
   bool remove_working_files() const;
   bool activate(Task_Base& task, const char* name);
   bool judge(const Task_Base& task, const char* kind);

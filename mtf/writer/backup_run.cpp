@@ -28,16 +28,14 @@ void stop(Task_Base& task) {
 bool Backup::activate_task() {
   MTF_ASSERT_NOT_NULL(full_source_producer_.get(), false);
   if (safely([this] { return start_tasks(); })) return true;
-  release_tasks();
+  deactivate_queues();
   return false;
 }
 
 // What was started must not wait for ever for what wasn't.
-void Backup::release_tasks() {
+void Backup::deactivate_queues() {
   full_source_producer_->msg_queue()->deactivate();
-  if (source_sharding_.get() != nullptr) {
-    static_cast<Source_Sharding&>(*source_sharding_).deactivate_all();
-  }
+  if (source_sharding_.get() != nullptr) source_sharding_->fini();
   for (auto& task : incremental_source_producers_) task->msg_queue()->deactivate();
   for (auto& task : backup_tasks_) task->msg_queue()->deactivate();
 }
@@ -85,7 +83,8 @@ bool Backup::execute() {
     if (task->last_error() == 0) continue;
     err_code_ = task->err_code();
     err_msg_ = task->err_msg();
-    return judge(*task, "backup");
+    judge(*task, "backup");
+    return false;
   }
   for (const auto& task : incremental_source_producers_) {
     if (!judge(*task, "incremental source producer")) return false;

@@ -78,24 +78,15 @@ int Incremental_Source_Producer::init(Cat_Blk_Queue* queue,
 }
 
 int Incremental_Source_Producer::svc_i() {
-  // Whatever way the work ends early, nobody may be left waiting on a queue.
-  struct Stop {
-    Incremental_Source_Producer* task;
-    ~Stop() {
-      if (task != nullptr) task->deactivate_all();
-    }
-  } stop{this};
-  if (compare() == -1) {
-    set_error(-1);
-    return -1;
-  }
-  stop.task = nullptr;
-  return 0;
+  if (compare() == 0) return 0;
+  set_error(-1);
+  fini();
+  return -1;
 }
 
-void Incremental_Source_Producer::deactivate_all() {
-  msg_queue()->deactivate();
+int Incremental_Source_Producer::fini() {
   if (queue_ != nullptr) queue_->deactivate();
+  return Task_Base::fini();
 }
 
 int Incremental_Source_Producer::compare() {

@@ -37,12 +37,12 @@ class Incremental_Source_Producer : public Task_Base {
 
   // Works until FEND has passed. A failure deactivates both queues.
   int svc_i() override;
+  int fini() override;
 
  private:
   // The base has another operation of this name.
   using Task_Base::init;
 
-  void deactivate_all();
   int compare();
   bool handle(std::unique_ptr<Cat_Blk>& block);
   bool handle_vol(std::unique_ptr<Cat_Blk>& block);

@@ -52,24 +52,15 @@ Cat_Blk_Queue* Source_Sharding::queue(unsigned long long n) {
 }
 
 int Source_Sharding::svc_i() {
-  // Whatever way the work ends early, nobody may be left waiting on a queue.
-  struct Stop {
-    Source_Sharding* task;
-    ~Stop() {
-      if (task != nullptr) task->deactivate_all();
-    }
-  } stop{this};
-  if (spread() == -1) {
-    set_error(-1);
-    return -1;
-  }
-  stop.task = nullptr;
-  return 0;
+  if (spread() == 0) return 0;
+  set_error(-1);
+  fini();
+  return -1;
 }
 
-void Source_Sharding::deactivate_all() {
+int Source_Sharding::fini() {
   for (Channel_State& channel : channels_) channel.queue->deactivate();
-  msg_queue()->deactivate();
+  return Task_Base::fini();
 }
 
 int Source_Sharding::spread() {

@@ -31,7 +31,7 @@ class Source_Sharding : public Task_Base {
   int svc_i() override;
 
   // Wakes everybody who waits on a queue of the task, its input included.
-  void deactivate_all();
+  int fini() override;
 
  private:
   // The base has other operations of these names.
