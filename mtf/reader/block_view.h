@@ -38,7 +38,8 @@ enum { soft_filemark_block_size = 64 };
 enum { format_logical_block_size = 84, media_date = 88, mtf_major_version = 93 };
 }  // namespace tape_at
 namespace sset_at {
-enum { sset_attributes = 52, data_set_number = 62, physical_block_address = 80 };
+enum { sset_attributes = 52, compression_algorithm = 58, data_set_number = 62 };
+enum { physical_block_address = 80 };
 enum { media_write_date = 88, time_zone = 95 };
 }  // namespace sset_at
 namespace volb_at {

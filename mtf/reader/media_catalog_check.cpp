@@ -19,11 +19,13 @@ constexpr Copied header_fields[] = {{8, 4, 4}, {20, 12, 8}, {32, 10, 2}, {34, 48
 constexpr Copied volume_fields[] = {{36, 52, 4}};
 constexpr Copied file_fields[] = {{56, 52, 4}};
 constexpr Copied set_fields[] = {{4, 4, 4},   {8, 52, 4},  {12, 80, 8}, {30, 62, 2}, {32, 20, 8},
-                                 {85, 95, 1}, {86, 10, 2}, {88, 48, 1}, {89, 96, 2}};
+                                 {62, 56, 2}, {85, 95, 1}, {86, 10, 2}, {88, 48, 1}, {89, 96, 2}};
 constexpr Copied volume_dates[] = {{56, 68, 5}};
 constexpr Copied file_dates[] = {{36, 56, 5}, {41, 61, 5}, {46, 66, 5}, {51, 71, 5}};
 constexpr Copied set_dates[] = {{80, 88, 5}};
 constexpr Copied volume_strings[] = {{40, 56, 4}, {44, 60, 4}, {48, 64, 4}};
+// Name, password, description, user name.
+constexpr Copied set_strings[] = {{64, 64, 4}, {68, 72, 4}, {72, 68, 4}, {76, 76, 4}};
 
 template <std::size_t N>
 bool copied_right(const Copied (&fields)[N], const std::string& entry, const Block_View& block) {
@@ -48,6 +50,27 @@ bool dates_right(const Copied (&fields)[N], const std::string& entry, const Bloc
 template <class T>
 T get(const std::string& bytes, unsigned int offset) {
   return load_le<T>(bytes.data() + offset);
+}
+
+// True if the tape address at `at` gives `text`, behind the first `fixed` bytes of the entry.
+bool holds(const std::string& entry, unsigned int fixed, unsigned int at, std::string_view text) {
+  const std::size_t size = get<unsigned short>(entry, at);
+  const std::size_t offset = get<unsigned short>(entry, at + 2);
+  if (size == 0) return text.empty() && offset == 0;
+  return offset >= fixed && offset <= entry.size() && size <= entry.size() - offset &&
+         text == std::string_view(entry).substr(offset, size);
+}
+
+template <std::size_t N>
+bool strings_right(const Copied (&strings)[N], const std::string& entry, unsigned int fixed,
+                   const Block_View& block) {
+  for (const Copied& field : strings) {
+    std::string_view text;
+    if (!block.string(field.in_block, text) || !holds(entry, fixed, field.in_entry, text)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -128,28 +151,20 @@ void Media_Catalog_Check::check_entry(unsigned long long position, const std::st
         "entry differs from its block");
   check(get<unsigned short>(entry, fdd_at::media_sequence_number) == seq_, position,
         "entry belongs to another media");
-  check(get<unsigned int>(entry, fdd_at::link) == 0, position, "entry has a link");
+  const unsigned int os_data =
+      type == block_volb ? +fdd_volume_at::os_data : +fdd_named_at::os_data;
+  check(get<unsigned int>(entry, fdd_at::link) == 0 && entry[fdd_at::unused] == 0 &&
+            get<unsigned int>(entry, os_data) == 0,
+        position, "entry has a field that no entry has");
   check_strings(position, entry, found);
 }
 
 void Media_Catalog_Check::check_strings(unsigned long long position, const std::string& entry,
                                         const Media_Block& block) {
-  const bool volume = block.view.header.type == block_volb;
-  const unsigned int fixed = volume ? fdd_volume_size : fdd_named_size;
-  const auto holds = [&](unsigned int at, std::string_view text) {
-    const std::size_t size = get<unsigned short>(entry, at);
-    const std::size_t offset = get<unsigned short>(entry, at + 2);
-    if (size == 0) return text.empty() && offset == 0;
-    return offset >= fixed && offset <= entry.size() && size <= entry.size() - offset &&
-           text == std::string_view(entry).substr(offset, size);
-  };
-  bool right = true;
-  if (!volume) right = holds(fdd_named_at::name, name_of(window_, block));
-  for (const Copied& field : volume_strings) {
-    std::string_view text;
-    if (!volume) break;
-    right = right && block.view.string(field.in_block, text) && holds(field.in_entry, text);
-  }
+  const bool right =
+      block.view.header.type == block_volb
+          ? strings_right(volume_strings, entry, fdd_volume_size, block.view)
+          : holds(entry, fdd_named_size, fdd_named_at::name, name_of(window_, block));
   check(right, position, "entry has another name than its block");
 }
 
@@ -197,8 +212,11 @@ void Media_Catalog_Check::check_set_entry(unsigned long long position, const std
   }
   check(copied_right(set_fields, entry, found.view) && dates_right(set_dates, entry, found.view),
         position, "set map entry differs from its block");
-  check(get<unsigned short>(entry, sm_at::media_sequence_number) == seq_, position,
-        "set map entry belongs to another media");
+  check(strings_right(set_strings, entry, sm_entry_size, found.view), position,
+        "set map entry has other names than its block");
+  check(get<unsigned short>(entry, sm_at::media_sequence_number) == seq_ &&
+            get<unsigned short>(entry, sm_at::fdd_media_sequence_number) == 0,
+        position, "set map entry belongs to another media");
   check(get<unsigned long long>(entry, sm_at::fdd_pba) ==
             (walk_.catalog().tfdd - stream_header_size) / walk_.geometry().physical,
         position + sm_at::fdd_pba, "set map has a wrong address of the TFDD stream");

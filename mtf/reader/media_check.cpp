@@ -8,7 +8,38 @@ constexpr unsigned int soft_filemarks = 0x1;   // of the TAPE attributes
 constexpr unsigned int set_compression = 0x2;  // of the SSET and ESET attributes
 constexpr unsigned int normal_set = 0x4;       // of the ESET attributes
 constexpr unsigned int volume_bit = 0x4;       // of the VOLB attributes
+constexpr unsigned int tape_bits = 0x3;        // all that the TAPE attributes may have
 constexpr unsigned int corrupt_bits = corrupt_length_change | corrupt_unreadable | corrupt_in_use;
+
+// A field that is the same on every media.
+struct Constant {
+  unsigned int at;
+  unsigned int width;
+  unsigned char value;  // of its first byte, the others are zero
+};
+
+constexpr Constant tape_constants[] = {
+    {62, 2, 0},  // password encryption algorithm
+    {66, 2, 1},  // media based catalog type
+    {76, 4, 0},  // media password
+    {86, 2, 0},  // software vendor id
+};
+constexpr Constant sset_constants[] = {
+    {56, 2, 0},  // password encryption algorithm
+    {60, 2, 0},  // software vendor id
+    {93, 2, 0},  // software version
+};
+
+// The position in the block of the first constant that differs, or 0.
+template <std::size_t N>
+unsigned int differing(const Constant (&constants)[N], const Block_View& view) {
+  for (const Constant& constant : constants) {
+    std::string expected(constant.width, '\0');
+    expected[0] = static_cast<char>(constant.value);
+    if (view.bytes.compare(constant.at, constant.width, expected) != 0) return constant.at;
+  }
+  return 0;
+}
 
 }  // namespace
 
@@ -86,8 +117,13 @@ void Media_Check::check_tape(const Media_Block& block) {
       at(tape_at::media_sequence_number), "the media belongs to another job");
   check(view.get<unsigned char>(tape_at::mtf_major_version) == format_major_version,
         at(tape_at::mtf_major_version), "another version of the format");
-  check((view.get<unsigned int>(tape_at::tape_attributes) & soft_filemarks) != 0,
-        at(tape_at::tape_attributes), "the media claims to have no soft filemarks");
+  const auto attributes = view.get<unsigned int>(tape_at::tape_attributes);
+  check((attributes & soft_filemarks) != 0, at(tape_at::tape_attributes),
+        "the media claims to have no soft filemarks");
+  check((attributes & ~tape_bits) == 0, at(tape_at::tape_attributes),
+        "TAPE block has wrong attributes");
+  const unsigned int odd = differing(tape_constants, view);
+  check(odd == 0, at(odd), "TAPE block has a field that no media has");
 }
 
 void Media_Check::check_sset(const Media_Block& block) {
@@ -103,6 +139,11 @@ void Media_Check::check_sset(const Media_Block& block) {
             block.position / walker_.geometry().physical,
         block.position + sset_at::physical_block_address,
         "SSET block has a wrong physical address");
+  check((view.get<unsigned short>(sset_at::compression_algorithm) != 0) == set_compressed_,
+        block.position + sset_at::compression_algorithm,
+        "SSET block has another compression than its attributes");
+  const unsigned int odd = differing(sset_constants, view);
+  check(odd == 0, block.position + odd, "SSET block has a field that no media has");
   if (listener_ == nullptr) return;
   listener_->on_set({block.position, view.header.format_logical_address,
                      view.get<signed char>(sset_at::time_zone)});
@@ -119,6 +160,7 @@ void Media_Check::check_ids(const Media_Block& block) {
   if (block.view.header.type == block_volb) {
     check((block.view.get<unsigned int>(volb_at::volb_attributes) & volume_bit) != 0,
           block.position, "VOLB block has wrong attributes");
+    directory_known_ = false;
     return;
   }
   if (block.view.header.type == block_dirb) return check_directory(block);
@@ -131,13 +173,17 @@ void Media_Check::check_directory(const Media_Block& block) {
   check(id > last_directory_id_, block.position + dirb_at::directory_id,
         "directory id doesn't rise");
   last_directory_id_ = id;
+  directory_known_ = true;
 }
 
 void Media_Check::check_file(const Media_Block& block) {
   const auto directory = block.view.get<unsigned int>(file_at::directory_id);
-  check(directory >= last_directory_id_, block.position + file_at::directory_id,
-        "block belongs to another directory than the last one");
+  check(
+      directory_known_ && !gap_ ? directory == last_directory_id_ : directory >= last_directory_id_,
+      block.position + file_at::directory_id,
+      "block belongs to another directory than the last one");
   last_directory_id_ = directory;
+  directory_known_ = true;
   const auto file = block.view.get<unsigned int>(file_at::file_id);
   check(file > last_file_id_, block.position + file_at::file_id, "file id doesn't rise");
   last_file_id_ = file;

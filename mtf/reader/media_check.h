@@ -89,6 +89,7 @@ class Media_Check : public IMedia_Visitor {
   bool set_compressed_ = false;
   unsigned int last_control_block_id_ = 0;
   unsigned int last_directory_id_ = 0;
+  bool directory_known_ = false;  // the last id is that of the directory which the media is in
   unsigned int last_file_id_ = 0;
   unsigned long long eset_position_ = 0;
   unsigned int eset_copies_ = 0;
