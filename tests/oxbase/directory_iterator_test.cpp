@@ -1,10 +1,7 @@
 #include "oxbase/directory_iterator.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <set>
 #include <vector>
@@ -16,7 +13,6 @@
 namespace {
 
 using oxbase::path_less;
-using Entry = oxbase::Directory_Entry_T<char>;
 using Iterator = oxbase::Directory_Iterator_T<char>;
 using test_support::Temp_Dir;
 using test_support::write_file;
@@ -48,15 +44,6 @@ TEST(Directory_Iterator, EveryNameIsFoundAndOpenedAgain) {
     EXPECT_EQ(it->reparse_type, 0u);
   }
   EXPECT_EQ(found, wanted);
-}
-
-TEST(Directory_Iterator, LinksStandForThemselves) {
-  Temp_Dir dir;
-  ASSERT_EQ(::symlink("/", (dir / "link").c_str()), 0);
-  const Iterator it(system_form(dir.path()));
-  ASSERT_NE(it, Iterator());
-  EXPECT_EQ(it->stat.st_mode & 0xF000, 0xA000u);
-  EXPECT_FALSE(it->is_directory());
 }
 
 TEST(Directory_Iterator, EndAndFailure) {
@@ -98,20 +85,6 @@ TEST(Path_Order, ABackslashIsBelowAllAndAPrefixFirst) {
       }
     }
   }
-}
-
-TEST(Path_Order, FilesComeAheadOfDirectories) {
-  Entry file, dir;
-  file.name = "z";
-  file.stat.st_mode = 0x81A4;
-  dir.name = "a";
-  dir.stat.st_mode = 0x41ED;
-  EXPECT_TRUE(file < dir);
-  EXPECT_FALSE(dir < file);
-  Entry unknown;
-  unknown.name = "zz";
-  EXPECT_TRUE(unknown < dir);
-  EXPECT_TRUE(file < unknown);
 }
 
 }  // namespace
