@@ -87,7 +87,7 @@ class Callback : public MTF::IBackup_Callback {
       const std::size_t last = node.first.rfind('\\');
       if (last == std::string::npos || node.first.substr(0, last) != top) continue;
       const MTF::Callback_Stat& from = node.second.stat;
-      auto found = entry(node.first.substr(last + 1), static_cast<unsigned>(from.mode));
+      auto found = dir_entry(node.first.substr(last + 1), static_cast<unsigned>(from.mode));
       found.stat.st_ino = from.ino;
       found.stat.st_nlink = from.nlink;
       found.stat.st_size = static_cast<long long>(from.size);
@@ -200,7 +200,7 @@ bool Block_Lister::next(MTF::Cat_Blk& block) {
   return true;
 }
 
-Script::Entries::value_type entry(const std::string& name, unsigned mode) {
+Script::Entries::value_type dir_entry(const std::string& name, unsigned mode) {
   Script::Entries::value_type entry{name, {}};
   entry.stat.st_mode = mode;
   return entry;

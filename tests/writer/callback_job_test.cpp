@@ -4,6 +4,7 @@
 #include "mtf/reader/jobs.h"
 #include "mtf/writer/backup_context.h"
 #include "services/compression.h"
+#include "tests/support/chain.h"
 #include "tests/support/media_bytes.h"
 #include "tests/support/media_layout.h"
 #include "tests/support/scripted_host.h"
@@ -12,20 +13,8 @@
 namespace {
 
 using namespace MTF;
+using namespace test_support;
 using Texts = std::vector<std::string>;
-using test_support::Block_Lister;
-using test_support::catalog_entries;
-using test_support::dir_block;
-using test_support::end_block;
-using test_support::entry;
-using test_support::file_block;
-using test_support::Item;
-using test_support::media_items;
-using test_support::media_order;
-using test_support::number;
-using test_support::Script;
-using test_support::Test_Job;
-using test_support::vol_block;
 
 class Callback_Job : public testing::Test {
  protected:
@@ -35,17 +24,13 @@ class Callback_Job : public testing::Test {
   void start() {
     job.reset();  // each takes the log for as long as it lives
     job = std::make_unique<Test_Job>();
-    job->callbacks = test_support::scripted_factory(script);
+    job->callbacks = scripted_factory(script);
   }
   bool run(unsigned long long channels = 1) { return job->run("X:", channels); }
   Texts skipped() const { return job->events.texts(event_skipped); }
 
-  // The data of the `n`-th stream `id` of a media, counted from 0.
   std::string stream(const std::string& id, std::size_t n = 0) const {
-    for (const Item& item : media_items(job->media())) {
-      if (item.id == id && n-- == 0) return job->media().substr(item.data, item.length);
-    }
-    return "none";
+    return stream_data(job->media(), id, n);
   }
   // The blocks and streams of the media ahead of its end.
   std::string order() const {
@@ -53,25 +38,21 @@ class Callback_Job : public testing::Test {
     return all.substr(0, all.find(" ESET"));
   }
   std::string block(const std::string& id) const {
-    for (const Item& item : media_items(job->media())) {
-      if (item.id == id) return job->media().substr(item.at, 1024);
-    }
-    return std::string(1024, '?');
+    const std::size_t at = job->media().find(id);
+    return at == std::string::npos ? std::string(1024, '?') : job->media().substr(at);
   }
 
   // Paths of what the job's catalogs list, and the faults that a check of all its pieces finds.
   Texts listed(unsigned long long channels, unsigned seq = 1) {
+    const auto numbers = channel_numbers(static_cast<unsigned>(channels));
+    EXPECT_EQ(faults_of(job->storage.pieces, seq, numbers), "");
     test::Memory_Store store;
     store.held = job->storage.pieces;
-    Job_Pieces pieces{"j", seq, {}, true};
-    for (unsigned long long n = 1; n <= channels; ++n) {
-      pieces.channels.push_back(channels == 1 ? 0 : n);
-    }
     Texts out;
-    const Fault_Sink sink = [&](const Fault& fault) { ADD_FAILURE() << fault.text; };
     list_job(
-        store, pieces, [&](const Job_Entry& entry) { out.push_back(entry.path); }, sink);
-    EXPECT_EQ(verify_job(store, pieces, sink).faults, 0U);
+        store, Job_Pieces{"j", seq, numbers, true},
+        [&](const Job_Entry& entry) { out.push_back(entry.path); },
+        [](const MTF::Fault& fault) { ADD_FAILURE() << fault.text; });
     std::sort(out.begin(), out.end());
     return out;
   }
@@ -144,8 +125,8 @@ TEST_F(Callback_Job, AStreamThatCannotBeWrittenSetsNoCode) {
   int without_code = 0;
   for (unsigned n = 1;; ++n) {
     job.reset();
-    job = std::make_unique<Test_Job>(test_support::Fault{test_support::Op::write, n});
-    job->callbacks = test_support::scripted_factory(script);
+    job = std::make_unique<Test_Job>(test_support::Fault{Op::write, n});
+    job->callbacks = scripted_factory(script);
     if (run()) break;
     without_code += job->backup.err_code() == 0 ? 1 : 0;
   }
@@ -235,9 +216,9 @@ TEST_F(Callback_Job, WhatCannotBeExaminedOrOpenedIsLeftOut) {
   };
   script->on_read_dir = [](const std::string& path, Script::Entries& entries) {
     constexpr unsigned directory = 0x4000, file = 0x8000;
-    if (path != "X:") return entries.push_back(entry("f", file)), true;
-    for (const char* name : {"closed", "gone", "odd"}) entries.push_back(entry(name, file));
-    for (const char* name : {"away", "d"}) entries.push_back(entry(name, directory));
+    if (path != "X:") return entries.push_back(dir_entry("f", file)), true;
+    for (const char* name : {"closed", "gone", "odd"}) entries.push_back(dir_entry(name, file));
+    for (const char* name : {"away", "d"}) entries.push_back(dir_entry(name, directory));
     return true;
   };
   ASSERT_TRUE(run());

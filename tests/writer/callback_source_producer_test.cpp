@@ -11,16 +11,8 @@
 
 namespace {
 
+using namespace test_support;
 using Texts = std::vector<std::string>;
-using test_support::Block_Lister;
-using test_support::dir_block;
-using test_support::end_block;
-using test_support::entry;
-using test_support::file_block;
-using test_support::Log_Lines;
-using test_support::number;
-using test_support::Script;
-using test_support::vol_block;
 
 constexpr unsigned directory = 0x4000, file = 0x8000;
 
@@ -28,31 +20,30 @@ class Callback_Producer : public testing::Test {
  protected:
   // The entries of the blocks that the listing of `sources` queues.
   Texts list(const std::list<std::string>& sources) {
-    const test_support::Capture capture(log);
+    const Capture capture(log);
     MTF::Callback_Source_Producer producer(3, pre_action, &events, nullptr);
-    EXPECT_EQ(
-        producer.init(&sources, &filter, map, test_support::scripted_factory(script)->create()), 0);
+    EXPECT_EQ(producer.init(&sources, &filter, map, scripted_factory(script)->create()), 0);
     producer.msg_queue()->high_water_mark(~std::size_t{0} >> 1);
     result = producer.svc_i();
     EXPECT_EQ(producer.last_error(), result);
     producer.msg_queue()->activate();
-    blocks = test_support::take_blocks(*producer.msg_queue());
-    return test_support::entry_texts(blocks);
+    blocks = take_blocks(*producer.msg_queue());
+    return entry_texts(blocks);
   }
   Texts skipped() const { return events.texts(MTF::event_skipped); }
 
   std::shared_ptr<Script> script = std::make_shared<Script>();
   MTF::Ref_Ptr<MTF::Writer_Hardlink_Map> map{new MTF::Writer_Hardlink_Map};
-  test_support::Events events;
+  Events events;
   Log_Lines log;
-  test_support::Filter filter{[](auto&&...) { return true; }};
+  Filter filter{[](auto&&...) { return true; }};
   bool pre_action = false;
   int result = 0;
   Texts blocks;
 };
 
 TEST_F(Callback_Producer, InitRefuses) {
-  const test_support::Capture capture(log);
+  const Capture capture(log);
   MTF::Callback_Source_Producer producer(3, false, nullptr, nullptr);
   const MTF::Ref_Ptr<MTF::IBackup_Callback> none;
   EXPECT_EQ(producer.init(nullptr, nullptr, MTF::Ref_Ptr<MTF::Writer_Hardlink_Map>(), none), -1);
@@ -143,8 +134,8 @@ TEST_F(Callback_Producer, LeavesOutWhatHasNoNameOfItsOwnOrCannotBeRead) {
   script->on_read_dir = [&](const std::string& path, Script::Entries& entries) {
     if (path != "X:") return false;
     for (const std::string& name : names) {
-      entries.push_back(entry(name, directory));
-      entries.push_back(entry(name, file));
+      entries.push_back(dir_entry(name, directory));
+      entries.push_back(dir_entry(name, file));
     }
     return true;
   };
@@ -161,8 +152,8 @@ TEST_F(Callback_Producer, LeavesOutWhatHasNoNameOfItsOwnOrCannotBeRead) {
 // A tree without an end is one, too.
 TEST_F(Callback_Producer, LeavesOutWhatIsTooLongForABlock) {
   script->on_read_dir = [&](const std::string&, Script::Entries& entries) {
-    entries = {entry(std::string(1000, 'd'), directory), entry(std::string(32768, 'f'), file),
-               entry(std::string(70000, 'f'), file)};
+    entries = {dir_entry(std::string(1000, 'd'), directory),
+               dir_entry(std::string(32768, 'f'), file), dir_entry(std::string(70000, 'f'), file)};
     return true;
   };
   EXPECT_EQ(list({"X:"}).size(), 2U + 32);  // 32 directories of 1001 bytes fit 32767
@@ -228,7 +219,7 @@ TEST_F(Callback_Producer, ReportsPercentsAsTheHostCounts) {
     };
     script->on_read_dir = [&](const std::string&, Script::Entries& entries) {
       for (unsigned i = 0; i < each.files; ++i) {
-        entries.push_back(entry(std::to_string(i), file));
+        entries.push_back(dir_entry(std::to_string(i), file));
         entries.back().stat.st_size = 1;
       }
       return true;

@@ -18,11 +18,8 @@
 namespace {
 
 using namespace MTF;
+using namespace test_support;
 using Lines = std::vector<std::string>;
-using test_support::ends_with;
-using test_support::Filter;
-using test_support::Random_Tree;
-using test_support::write_file;
 
 constexpr int plain = 1;
 
@@ -58,15 +55,15 @@ class Source_Walk : public testing::TestWithParam<int> {
 
   // The bytes of all blocks.
   Lines walk(const std::list<std::string>& sources, int threads) {
-    const test_support::Capture capture(*log);
+    const Capture capture(*log);
     map = make_writer_hardlink_map();
     const auto task = producer(sources, threads);
     task->msg_queue()->high_water_mark(~std::size_t{0} >> 1);
     EXPECT_EQ(task->svc_i(), 0);
-    return test_support::take_blocks(*task->msg_queue());
+    return take_blocks(*task->msg_queue());
   }
   Lines names(const std::list<std::string>& sources, int threads) {
-    return test_support::entry_texts(walk(sources, threads));
+    return entry_texts(walk(sources, threads));
   }
   Lines skipped() const {
     Lines texts = events.texts(event_skipped);
@@ -74,9 +71,9 @@ class Source_Walk : public testing::TestWithParam<int> {
     return texts;
   }
 
-  const test_support::Temp_Dir dir, cache;
-  test_support::Events events;
-  std::shared_ptr<test_support::Log_Lines> log = std::make_shared<test_support::Log_Lines>();
+  const Temp_Dir dir, cache;
+  Events events;
+  std::shared_ptr<Log_Lines> log = std::make_shared<Log_Lines>();
   Ref_Ptr<Writer_Hardlink_Map> map = make_writer_hardlink_map();
   std::map<std::string, std::string> volumes;
   Filter filter{dawdle};
@@ -108,7 +105,7 @@ TEST_P(Source_Walk, OfANastyTree) {
     return !ends_with(path, is_directory ? "df" : ".tmp");
   };
   const Lines blocks = walk({"X:\\tree", "X:\\tree\\sub", "X:\\tree\\first"}, GetParam());
-  Lines found = test_support::entry_texts(blocks);
+  Lines found = entry_texts(blocks);
   if (GetParam() == plain) {
     // The block of a directory that is excluded goes out ahead of the look into it.
     const auto excluded = std::find(found.begin(), found.end(), "DIRB tree\\dx\\");
@@ -119,8 +116,8 @@ TEST_P(Source_Walk, OfANastyTree) {
                           "FILE bad\xFF", "FILE first", "KNLS link", "FILE new\nline",
                           "FILE " + long_name, "DIRB tree\\de\\", "DIRB tree\\sub\\", "FILE 65536",
                           "FILE 65537", "HLNK second", "FEND"}));
-  EXPECT_EQ(test_support::number(blocks[2], 40, 2), 0U);
-  EXPECT_EQ(test_support::number(blocks[5], 40, 2), 2U);  // the first name of a linked file
+  EXPECT_EQ(number(blocks[2], 40, 2), 0U);
+  EXPECT_EQ(number(blocks[5], 40, 2), 2U);  // the first name of a linked file
   EXPECT_EQ(skipped(),
             (Lines{skip("directory", R"(\\tree\\dx)", "null", "Excluded by exclude list."),
                    skip("directory", R"(\\tree\\df)", "null", "Excluded by filter."),
@@ -141,7 +138,7 @@ TEST_F(Source_Walk, QueuesTheSameWithAnyNumberOfThreads) {
   const unsigned int seed = std::random_device()();
   SCOPED_TRACE("seed " + std::to_string(seed));
   for (unsigned int round = 0; round < 8; ++round) {
-    const test_support::Temp_Dir top;
+    const Temp_Dir top;
     const Random_Tree tree(top.path(), seed + round);
     std::list<std::string> sources{top.path()};
     if (round % 2 != 0) {
@@ -256,7 +253,7 @@ TEST_F(Source_Walk, TellsTheJobsLogWhatItsThreadsLeaveOut) {
 }
 
 TEST_P(Source_Walk, OfAMissingSourceFailsAndStopsTheQueue) {
-  const test_support::Capture capture(*log);
+  const Capture capture(*log);
   const std::list<std::string> sources{"X:\\none"};
   const auto task = producer(sources, GetParam());
   EXPECT_EQ(task->svc_i(), -1);
