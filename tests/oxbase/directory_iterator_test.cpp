@@ -3,10 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <set>
-#include <vector>
 
-#include "platform/file.h"
 #include "platform/native_path.h"
 #include "tests/support/temp_dir.h"
 
@@ -21,29 +18,6 @@ std::string system_form(const std::string& native) {
   std::string out;
   EXPECT_TRUE(platform::system_path(native, out));
   return out;
-}
-
-TEST(Directory_Iterator, EveryNameIsFoundAndOpenedAgain) {
-  Temp_Dir dir;
-  const std::string alphabet[] = {"a", "\\", ".", "\xFF", "\xEF\x81\x9B", "\xEF\x81\x9C", "\n"};
-  std::set<std::string> wanted, found;
-  for (const std::string& name : test_support::all_strings(alphabet, 3)) {
-    if (name.empty() || name == "." || name == "..") continue;
-    write_file(dir / name, name);
-    wanted.insert(name);
-  }
-  platform::File file;
-  const std::string path = system_form(dir.path());
-  for (Iterator it(path); it != Iterator(); ++it) {
-    ASSERT_TRUE(file.open_read(path + "\\" + it->name)) << it->name;
-    char data[64];
-    const long long size = file.read(data, sizeof data);
-    ASSERT_GT(size, 0);
-    found.emplace(data, static_cast<std::size_t>(size));
-    EXPECT_EQ(it->stat.st_size, size);
-    EXPECT_EQ(it->reparse_type, 0u);
-  }
-  EXPECT_EQ(found, wanted);
 }
 
 TEST(Directory_Iterator, EndAndFailure) {

@@ -193,7 +193,6 @@ TEST_P(Source_Walk, ALinkThatTookADirectorysPlaceLeadsNowhere) {
     const Lines entries = names({"X:\\way\\tree"}, GetParam());
     EXPECT_EQ(std::find(entries.begin(), entries.end(), "FILE secret"), entries.end());
     EXPECT_EQ(entries.back(), "FEND");
-    EXPECT_EQ(::rename(aside.c_str(), sub.c_str()), -1) << "is a link";
     ASSERT_EQ(::unlink(sub.c_str()), 0);
     ASSERT_EQ(::rename(aside.c_str(), sub.c_str()), 0);
   }
