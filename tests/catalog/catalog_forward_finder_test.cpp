@@ -162,13 +162,15 @@ TEST_F(Catalog_Finder, RefusesACatalogThatIsNotInOrder) {
 
 // One of everything, and where each record stands.
 struct Sample {
-  Entries entries = {entry("VOLB", "/"), entry("PDAT", "pre_action_data"), entry("DIRB", "home\\"),
-                     entry("DEVB", "a"), entry("FILE", "b.txt"),           entry("HLNK", "c"),
-                     entry("KNLS", "d"), entry("DIRB", "home\\me\\"),      entry("FILE", "e")};
-  std::vector<Place> places = {{"/", "", ""},           {"/", "home\\", ""},
-                               {"/", "home\\", "a"},    {"/", "home\\", "b.txt"},
-                               {"/", "home\\", "c"},    {"/", "home\\", "d"},
-                               {"/", "home\\me\\", ""}, {"/", "home\\me\\", "e"}};
+  Entries entries = {entry("VOLB", "/"),          entry("PDAT", "pre_action_data"),
+                     entry("FILE", "b"),          entry("DIRB", "home\\"),
+                     entry("DEVB", "a"),          entry("FILE", "b.txt"),
+                     entry("HLNK", "c"),          entry("KNLS", "d"),
+                     entry("DIRB", "home\\me\\"), entry("FILE", "e")};
+  std::vector<Place> places = {
+      {"/", "", ""},        {"/", "", "b"},           {"/", "home\\", ""},
+      {"/", "home\\", "a"}, {"/", "home\\", "b.txt"}, {"/", "home\\", "c"},
+      {"/", "home\\", "d"}, {"/", "home\\me\\", ""},  {"/", "home\\me\\", "e"}};
   std::string bytes = catalog(entries);
 };
 

@@ -11,6 +11,22 @@ namespace {
 
 using oxbase::ACE_ifstreambuf;
 
+TEST(Ifstreambuf, GivesTheBytesInPiecesOfAnySize) {
+  test_support::Temp_Dir dir;
+  std::string content;
+  for (int i = 0; i < 1000; ++i) content += static_cast<char>(i * 7);
+  test_support::write_file(dir / "f", content);
+  for (const std::streamsize piece : {1, 5, 16, 17, 999, 5000}) {
+    ACE_ifstreambuf in(16);
+    ASSERT_EQ(in.open((dir / "f").c_str(), 0), 0);
+    std::string got(content.size() + 5000, '?');
+    std::size_t size = 0;
+    while (const std::streamsize n = in.sgetn(&got[size], piece)) size += static_cast<size_t>(n);
+    got.resize(size);
+    EXPECT_EQ(got, content) << piece;
+  }
+}
+
 TEST(Ifstreambuf, AReadErrorIsNotTheEnd) {
   test_support::Temp_Dir dir;
   char data[64];

@@ -340,8 +340,8 @@ TEST(DirBlkWriterWin, DamagedOrUnknownRecordsLeaveTheDirectory) {
                                    std::make_unique<Script>(records, end, io_device));
     EXPECT_EQ(parts.write_block(writer, *cat), 0);
     const std::string& media = parts.writer.bytes;
-    EXPECT_EQ(media.find("security") != std::string::npos, end > 28);
-    EXPECT_EQ(media.find("attribute") != std::string::npos, end == records.size());
+    EXPECT_EQ(media.find("NACL") != std::string::npos, end > 28);
+    EXPECT_EQ(media.find("NTEA") != std::string::npos, end == records.size());
     EXPECT_EQ(media.find("CFIL"), std::string::npos);
   }
 }
