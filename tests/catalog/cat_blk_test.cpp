@@ -116,16 +116,22 @@ TEST(Queue, Takes16667Entries) {
 }
 
 struct Task : Task_Base {
-  Task() : Task_Base(nullptr) {}
-  int svc_i() override { throw std::runtime_error("test"); }
+  explicit Task(bool no_memory) : Task_Base(nullptr), no_memory_(no_memory) {}
+  int svc_i() override {
+    if (no_memory_) throw std::bad_alloc();
+    throw std::runtime_error("test");
+  }
+  const bool no_memory_;
 };
 
 TEST(Task, AnExceptionFailsTheTaskAndWakesWhoWaits) {
-  Task task;
-  EXPECT_EQ(task.svc(), -1);
-  EXPECT_EQ(task.last_error(), -1);
-  EXPECT_NE(task.msg_queue()->deactivated(), 0);
-  EXPECT_EQ(task.err_code(), 0U);
+  for (const bool no_memory : {false, true}) {
+    Task task(no_memory);
+    EXPECT_EQ(task.svc(), -1);
+    EXPECT_EQ(task.last_error(), -1);
+    EXPECT_NE(task.msg_queue()->deactivated(), 0);
+    EXPECT_EQ(task.err_code(), 0U);
+  }
 }
 
 }  // namespace

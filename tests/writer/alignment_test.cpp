@@ -7,6 +7,7 @@
 #include "tests/support/fault_channel.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/media_layout.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -106,6 +107,15 @@ TEST(Alignment, AShortWriteIsTold) {
   EXPECT_FALSE(write_pba_align(at.opt, at.ctx, failing));
   EXPECT_EQ(at.ctx.err_code, 0U);
   EXPECT_EQ(log.count("32 Failed to write pba align\n"), 1);
+}
+
+TEST(Copy_File, WhatCannotBeReadOrWrittenFails) {
+  const Temp_Dir tmp;
+  write_file(tmp / "f", std::string(65537, 'x'));
+  Memory_Writer writer, failing({Op::write, 2});
+  EXPECT_EQ(copy_file(tmp / "f", writer), 65537);
+  EXPECT_EQ(copy_file(tmp / "f", failing), -1);
+  for (const std::string& path : {tmp.path(), tmp / "none"}) EXPECT_EQ(copy_file(path, writer), -1);
 }
 
 }  // namespace

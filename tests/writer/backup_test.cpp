@@ -206,13 +206,16 @@ TEST_F(Backup_Job, WhatCannotBeReadIsNamedAndCounted) {
   const As_Nobody nobody;
   const Temp_Dir own;
   for (const char* name : {"a", "b"}) write_file(own / name, "x");
-  ::mkdir((own / "closed").c_str(), 0);
+  for (const char* name : {"closed", "blind"}) ::mkdir((own / name).c_str(), 0700);
+  write_file(own / "blind/f", "x");
+  ::chmod((own / "closed").c_str(), 0);
+  ::chmod((own / "blind").c_str(), 0400);  // lists names but opens nothing
   ::chmod((own / "a").c_str(), 0);
   platform::Volume_Roots::instance().set("X:", own.path());
   Test_Job job;
   EXPECT_TRUE(job.run("X:"));
   EXPECT_EQ(job.backup.err_code(), 14U);
-  EXPECT_EQ(job.log->count("32 Backup completed with 1 skipped directories, 1 skipped files.\n"),
+  EXPECT_EQ(job.log->count("32 Backup completed with 1 skipped directories, 2 skipped files.\n"),
             1);
   Texts skips = job.events.texts(event_skipped);
   std::sort(skips.begin(), skips.end());
@@ -220,10 +223,11 @@ TEST_F(Backup_Job, WhatCannotBeReadIsNamedAndCounted) {
       skips,
       (Texts{
           R"({"errno":13,"message":"Failed to open directory.","name":"X:\\closed","type":"directory"})",
-          R"({"errno":13,"message":"Failed to open file","name":"X:\\a","type":"file"})"}));
+          R"({"errno":13,"message":"Failed to open file","name":"X:\\a","type":"file"})",
+          R"({"errno":13,"message":"Failed to stat file","name":"X:\\blind\\f","type":"file"})"}));
   EXPECT_EQ(media_order(job.media()),
-            "TAPE SSET META VOLB FILE STAN CSUM CTEX DIRB ESET TFDD TSMP ESET EOTM");
-  ::chmod((own / "closed").c_str(), 0700);
+            "TAPE SSET META VOLB FILE STAN CSUM CTEX DIRB DIRB ESET TFDD TSMP ESET EOTM");
+  for (const char* name : {"closed", "blind"}) ::chmod((own / name).c_str(), 0700);
 }
 
 // Files that change between the walk and the last byte, from inside the storage.
