@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 namespace oxbase {
@@ -24,7 +25,7 @@ bool operator<(const Directory_Entry_T<char>& a, const Directory_Entry_T<char>& 
   return a_dir == b.is_directory() ? path_less(a.name, b.name) : !a_dir;
 }
 
-void put_in_order(std::vector<Directory_Entry_T<char>>& entries) {
+std::vector<Directory_Entry_T<char>> put_in_order(std::vector<Directory_Entry_T<char>>& entries) {
   using Entry = Directory_Entry_T<char>;
   const auto same = [](const Entry& a, const Entry& b) {
     return a.is_directory() == b.is_directory() && a.name == b.name;
@@ -33,12 +34,16 @@ void put_in_order(std::vector<Directory_Entry_T<char>>& entries) {
   entries.erase(std::unique(entries.begin(), entries.end(), same), entries.end());
   const auto dirs = std::partition_point(entries.begin(), entries.end(),
                                          [](const Entry& entry) { return !entry.is_directory(); });
-  auto dir = dirs;
-  const auto is_directory_too = [&](const Entry& entry) {
-    while (dir != entries.end() && path_less(dir->name, entry.name)) ++dir;
-    return dir != entries.end() && dir->name == entry.name;
+  const auto by_name = [](const Entry& a, const Entry& b) { return path_less(a.name, b.name); };
+  std::vector<Entry> dropped;
+  std::set_intersection(entries.begin(), dirs, dirs, entries.end(), std::back_inserter(dropped),
+                        by_name);
+  if (dropped.empty()) return dropped;
+  const auto is_dropped = [&](const Entry& entry) {
+    return std::binary_search(dropped.begin(), dropped.end(), entry, by_name);
   };
-  entries.erase(std::remove_if(entries.begin(), dirs, is_directory_too), dirs);
+  entries.erase(std::remove_if(entries.begin(), dirs, is_dropped), dirs);
+  return dropped;
 }
 
 int Directory_Reader::open(const std::string& path, bool /*reparse_points*/,

@@ -29,8 +29,8 @@ bool operator<(const Directory_Entry_T<char>& a, const Directory_Entry_T<char>& 
 
 // Puts the entries of one directory in that order and keeps each name once: a directory that
 // changes while it is read may give one twice. Where one of them is a directory it stays, as the
-// walk tells of one that has gone again.
-void put_in_order(std::vector<Directory_Entry_T<char>>& entries);
+// walk tells of one that has gone again; gives the others of such a name.
+std::vector<Directory_Entry_T<char>> put_in_order(std::vector<Directory_Entry_T<char>>& entries);
 
 // Reads a directory by its system path. No file system here has reparse points, so the choice of
 // them changes nothing.

@@ -91,7 +91,7 @@ bool Callback_Source_Producer::enter(const std::string& path, std::vector<Level>
   }
   std::vector<Entry> in_order(std::make_move_iterator(entries.begin()),
                               std::make_move_iterator(entries.end()));
-  oxbase::put_in_order(in_order);
+  for (const Entry& entry : oxbase::put_in_order(in_order)) skip_nameless(path, entry);
   std::reverse(in_order.begin(), in_order.end());
   levels.push_back({path, std::move(in_order)});
   return true;
@@ -120,7 +120,8 @@ bool Callback_Source_Producer::is_filtered(const std::string& path, bool is_dire
   return true;
 }
 
-// An empty name or a dot would lead a walk in circles, a separator out of the directory.
+// An empty name or a dot would lead a walk in circles, a separator out of the directory, and the
+// name of a directory can't be restored as anything else.
 void Callback_Source_Producer::skip_nameless(const std::string& path, const Entry& entry) {
   ACE_ERROR((LM_ERROR, ACE_TEXT("Skipped an entry that has no name of its own, path=%C, name=%C\n"),
              path.c_str(), entry.name.c_str()));

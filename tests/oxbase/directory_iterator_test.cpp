@@ -1,22 +1,15 @@
 #include "oxbase/directory_iterator.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <set>
-#include <vector>
 
-#include "platform/file.h"
 #include "platform/native_path.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
 
 using oxbase::path_less;
-using Entry = oxbase::Directory_Entry_T<char>;
 using Iterator = oxbase::Directory_Iterator_T<char>;
 using test_support::Temp_Dir;
 using test_support::write_file;
@@ -25,38 +18,6 @@ std::string system_form(const std::string& native) {
   std::string out;
   EXPECT_TRUE(platform::system_path(native, out));
   return out;
-}
-
-TEST(Directory_Iterator, EveryNameIsFoundAndOpenedAgain) {
-  Temp_Dir dir;
-  const std::string alphabet[] = {"a", "\\", ".", "\xFF", "\xEF\x81\x9B", "\xEF\x81\x9C", "\n"};
-  std::set<std::string> wanted, found;
-  for (const std::string& name : test_support::all_strings(alphabet, 3)) {
-    if (name.empty() || name == "." || name == "..") continue;
-    write_file(dir / name, name);
-    wanted.insert(name);
-  }
-  platform::File file;
-  const std::string path = system_form(dir.path());
-  for (Iterator it(path); it != Iterator(); ++it) {
-    ASSERT_TRUE(file.open_read(path + "\\" + it->name)) << it->name;
-    char data[64];
-    const long long size = file.read(data, sizeof data);
-    ASSERT_GT(size, 0);
-    found.emplace(data, static_cast<std::size_t>(size));
-    EXPECT_EQ(it->stat.st_size, size);
-    EXPECT_EQ(it->reparse_type, 0u);
-  }
-  EXPECT_EQ(found, wanted);
-}
-
-TEST(Directory_Iterator, LinksStandForThemselves) {
-  Temp_Dir dir;
-  ASSERT_EQ(::symlink("/", (dir / "link").c_str()), 0);
-  const Iterator it(system_form(dir.path()));
-  ASSERT_NE(it, Iterator());
-  EXPECT_EQ(it->stat.st_mode & 0xF000, 0xA000u);
-  EXPECT_FALSE(it->is_directory());
 }
 
 TEST(Directory_Iterator, EndAndFailure) {
@@ -98,20 +59,6 @@ TEST(Path_Order, ABackslashIsBelowAllAndAPrefixFirst) {
       }
     }
   }
-}
-
-TEST(Path_Order, FilesComeAheadOfDirectories) {
-  Entry file, dir;
-  file.name = "z";
-  file.stat.st_mode = 0x81A4;
-  dir.name = "a";
-  dir.stat.st_mode = 0x41ED;
-  EXPECT_TRUE(file < dir);
-  EXPECT_FALSE(dir < file);
-  Entry unknown;
-  unknown.name = "zz";
-  EXPECT_TRUE(unknown < dir);
-  EXPECT_TRUE(file < unknown);
 }
 
 }  // namespace

@@ -73,6 +73,13 @@ std::string media_order(const std::string& media) {
   return order;
 }
 
+std::string stream_data(const std::string& media, const std::string& id, std::size_t n) {
+  for (const Item& item : media_items(media)) {
+    if (item.id == id && n-- == 0) return media.substr(item.data, item.length);
+  }
+  return "none";
+}
+
 std::string entry_text(const std::string& block) {
   const std::string type = block.substr(2, 4);
   if (type == "FEND") return type;

@@ -24,6 +24,9 @@ std::vector<Item> media_items(const std::string& media);
 // The ids alone, with a space between them, without the SPAD streams.
 std::string media_order(const std::string& media);
 
+// The data of the `n`-th stream `id` of a media, counted from 0; "none" where there is none.
+std::string stream_data(const std::string& media, const std::string& id, std::size_t n = 0);
+
 // The little-endian number of `width` bytes at `at`.
 unsigned long long number(const std::string& bytes, std::size_t at, unsigned width);
 

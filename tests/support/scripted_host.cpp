@@ -87,13 +87,12 @@ class Callback : public MTF::IBackup_Callback {
       const std::size_t last = node.first.rfind('\\');
       if (last == std::string::npos || node.first.substr(0, last) != top) continue;
       const MTF::Callback_Stat& from = node.second.stat;
-      Script::Entries::value_type entry{node.first.substr(last + 1), {}};
-      entry.stat.st_mode = static_cast<unsigned int>(from.mode);
-      entry.stat.st_ino = from.ino;
-      entry.stat.st_nlink = from.nlink;
-      entry.stat.st_size = static_cast<long long>(from.size);
-      entry.stat.st_mtime = from.mtime;
-      entries.push_front(entry);
+      auto found = dir_entry(node.first.substr(last + 1), static_cast<unsigned>(from.mode));
+      found.stat.st_ino = from.ino;
+      found.stat.st_nlink = from.nlink;
+      found.stat.st_size = static_cast<long long>(from.size);
+      found.stat.st_mtime = from.mtime;
+      entries.push_front(found);
     }
     return true;
   }
@@ -199,6 +198,12 @@ bool Block_Lister::next(MTF::Cat_Blk& block) {
     std::memcpy(block.data(), bytes.data(), size);
   }
   return true;
+}
+
+Script::Entries::value_type dir_entry(const std::string& name, unsigned mode) {
+  Script::Entries::value_type entry{name, {}};
+  entry.stat.st_mode = mode;
+  return entry;
 }
 
 std::string vol_block(const std::string& name) {

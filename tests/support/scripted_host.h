@@ -66,6 +66,9 @@ class Block_Lister : public MTF::ISrc_Lister {
   std::string view_;
 };
 
+// What a directory holds, as a host lists it.
+Script::Entries::value_type dir_entry(const std::string& name, unsigned mode);
+
 // Blocks as a lister gives them; a directory's `name` has backslashes and one at its end.
 std::string vol_block(const std::string& name);
 std::string dir_block(std::string name);

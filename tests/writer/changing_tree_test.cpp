@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <functional>
 #include <tuple>
 
+#include "tests/support/filter.h"
 #include "tests/support/test_job.h"
 
 namespace {
@@ -16,24 +16,6 @@ using test_support::Test_Job;
 using test_support::write_file;
 
 constexpr const char* secret = "what nobody named as a source";
-
-// Calls `change` the first time that the walk comes by a path with this ending.
-class Change_At : public MTF::IFilter {
- public:
-  Change_At(std::string ending, std::function<void()> change)
-      : ending_(std::move(ending)), change_(std::move(change)) {}
-  bool accept(const char* path, bool) const override {
-    const std::string text = path;
-    const bool here = text.size() >= ending_.size() &&
-                      text.compare(text.size() - ending_.size(), ending_.size(), ending_) == 0;
-    if (here && change_) std::exchange(change_, nullptr)();
-    return true;
-  }
-
- private:
-  const std::string ending_;
-  mutable std::function<void()> change_;
-};
 
 // Records or plain, threads, channels, incremental.
 class Changing_Tree : public testing::TestWithParam<std::tuple<bool, int, unsigned, bool>> {
@@ -79,9 +61,13 @@ TEST_P(Changing_Tree, NothingFromOutsideIsSaved) {
   for (const char* found : {"\\sub\\a", "\\deep\\b"}) {
     SCOPED_TRACE(found);
     const std::string sub = tree() + "/sub", aside = dir_ / "aside";
-    const Change_At change(found, [&] {
-      ASSERT_EQ(::rename(sub.c_str(), aside.c_str()), 0);
-      ASSERT_EQ(::symlink((dir_ / "outside").c_str(), sub.c_str()), 0);
+    // The first time that the walk comes by.
+    const test_support::Filter change([&, changed = false](const std::string& path, bool) mutable {
+      if (changed || !test_support::ends_with(path, found)) return true;
+      changed = true;
+      EXPECT_EQ(::rename(sub.c_str(), aside.c_str()), 0);
+      EXPECT_EQ(::symlink((dir_ / "outside").c_str(), sub.c_str()), 0);
+      return true;
     });
     Test_Job job;
     EXPECT_TRUE(save(job, change));

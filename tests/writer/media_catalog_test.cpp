@@ -1,15 +1,14 @@
+// The catalog that stands on a media, byte by byte.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 
 #include "mtf/writer/mbc_writer_factory.h"
 #include "mtf/writer/tfdd_stream.h"
 #include "mtf/writer/tsmp_stream.h"
 #include "mtf/writer/type1_mbc_writer.h"
+#include "tests/support/fault_channel.h"
 #include "tests/support/media_bytes.h"
 #include "tests/support/temp_dir.h"
 
@@ -17,27 +16,10 @@ namespace {
 
 using namespace MTF;
 using test::Bytes;
-using test_support::Temp_Dir;
+using test_support::Memory_Writer;
 
 constexpr long long noon = 1582979696;  // 2020-02-29 12:34:56
 const std::string noon_bytes = "\x1F\x90\xBA\xC8\xB8";
-
-// Takes all but the last byte of its write number `fail_at`, counted from 1.
-struct String_Writer : IWriter {
-  std::string bytes;
-  unsigned writes = 0;
-  unsigned fail_at = 0;
-
-  unsigned long long write(const char* data, unsigned long long size) override {
-    if (++writes == fail_at) return size - 1;
-    bytes.append(data, size);
-    return size;
-  }
-  bool flush() override { return true; }
-  unsigned long long write_filemark(unsigned long long) override { return 0; }
-  unsigned long long size() override { return bytes.size(); }
-  std::string err_msg() override { return "full"; }
-};
 
 template <class Blk>
 struct Owned {
@@ -96,7 +78,7 @@ struct Media_Catalog : testing::Test {
            catalog.add_eset_blk(eset.blk);
   }
 
-  Temp_Dir dir;
+  test_support::Temp_Dir dir;
   Backup_Option opt;
   Backup_Context ctx{12, 9};
   Owned<Tape_Blk> tape;
@@ -137,7 +119,7 @@ TEST_F(Media_Catalog, Stands_byte_for_byte_behind_the_ESET_block) {
   Type1_MBC_Writer catalog(&opt, &ctx);
   ASSERT_TRUE(build(catalog));
   ctx.set_length(0x6000);
-  String_Writer writer;
+  Memory_Writer writer;
   ASSERT_TRUE(catalog.write(writer));
   EXPECT_EQ(ctx.length, 0x6000 + writer.bytes.size());
 
@@ -169,32 +151,12 @@ TEST_F(Media_Catalog, Stands_byte_for_byte_behind_the_ESET_block) {
       << "lengths " << writer.bytes.size() << " and " << wanted.size() + copy.size();
 }
 
-TEST_F(Media_Catalog, A_failure_at_each_write_stops_it) {
-  unsigned writes = 1;
-  for (unsigned at = 1; at <= writes; ++at) {
-    Type1_MBC_Writer catalog(&opt, &ctx);
-    ASSERT_TRUE(build(catalog));
-    ctx.set_length(0x6000);
-    String_Writer writer;
-    writer.fail_at = at;
-    EXPECT_FALSE(catalog.write(writer)) << "write " << at;
-    EXPECT_EQ(writer.writes, at);
-    String_Writer sound;
-    Type1_MBC_Writer again(&opt, &ctx);
-    ASSERT_TRUE(build(again) && again.write(sound));
-    writes = sound.writes;
-  }
-  EXPECT_GE(writes, 5u);
-}
-
 TEST_F(Media_Catalog, No_other_type_and_no_file_that_cannot_be_made) {
-  errno = 0;
   MBC_Writer_Factory factory(&opt, &ctx);
   EXPECT_EQ(factory.create(0), nullptr);
   EXPECT_EQ(factory.create(2), nullptr);
-  EXPECT_EQ(errno, 0);
-  opt.job_tmp_dir = dir / "a/file/in/the/way";
   test_support::write_file(dir / "a", "");
+  opt.job_tmp_dir = dir / "a/file/in/the/way";
   EXPECT_FALSE(Type1_MBC_Writer(&opt, &ctx).open());
 }
 
@@ -207,7 +169,7 @@ TEST_F(Media_Catalog, FEND_reaches_to_the_next_physical_block) {
     const std::string entry(end - 22, 'x');
     ASSERT_TRUE(stream.append(entry.data(), static_cast<unsigned short>(entry.size())));
     ASSERT_TRUE(stream.end());
-    String_Writer writer;
+    Memory_Writer writer;
     EXPECT_EQ(stream.write(writer), end + 36);
     EXPECT_EQ(writer.bytes, stream_header("TFDD", end + 14) + entry +
                                 Bytes().le(length, 2).raw("FEND").zeros(30).data);
@@ -225,58 +187,40 @@ TEST_F(Media_Catalog, Long_names_are_whole_and_no_name_is_refused) {
   EXPECT_TRUE(stream.add_dir_blk(dirb.blk, longest));
   EXPECT_FALSE(stream.append(nullptr, 1));
   ASSERT_TRUE(stream.end());
-  String_Writer writer;
+  Memory_Writer writer;
   ASSERT_EQ(stream.write(writer), 22 + 65535 + 36);
   EXPECT_EQ(test::get_le(writer.bytes, 22, 2), 65535u);
   EXPECT_EQ(test::get_le(writer.bytes, 22 + 8, 4), 0x20000u);
   EXPECT_EQ(writer.bytes.substr(22 + 68, longest.size()), longest);
 }
 
-TEST_F(Media_Catalog, The_set_map_grows_past_its_first_mapping) {
-  TSMP_Stream stream(&opt);
-  ASSERT_TRUE(stream.open(dir / "tsmp"));
-  ASSERT_TRUE(stream.add_tape_blk(tape.blk) && stream.add_sset_blk(sset.blk));
-  constexpr unsigned volumes = 40000;
-  for (unsigned i = 0; i < volumes; ++i) ASSERT_TRUE(stream.add_vol_blk(vol.blk));
-  ASSERT_TRUE(stream.add_cfil_blk(Owned<CFil_Blk>().blk));
-  ASSERT_TRUE(stream.set_fdd_pba(9));
-  String_Writer writer;
-  const std::size_t size = 22 + 8 + 91 + volumes * 67;
-  ASSERT_EQ(stream.write(writer), static_cast<long long>(size));
-  EXPECT_EQ(writer.bytes.substr(0, 22), stream_header("TSMP", size - 22));
-  EXPECT_EQ(test::get_le(writer.bytes, 22, 4), 0x11223344u);
-  EXPECT_EQ(test::get_le(writer.bytes, 30 + 20, 8), 9u);
-  EXPECT_EQ(test::get_le(writer.bytes, 30 + 48, 4), 1u);
-  EXPECT_EQ(test::get_le(writer.bytes, 30 + 60, 2), volumes);
-  EXPECT_EQ(writer.bytes.substr(size - 67), volume_entry());
-}
-
-// In a process of its own: the limit on the size of files stands for a full disk.
-int grow_on_a_full_disk(const std::string& path, const Backup_Option& opt, const Tape_Blk& tape,
-                        const SSet_Blk& sset, const Vol_Blk& vol) {
+// A limit on the size of files stands for a full disk. What is refused isn't counted.
+TEST_F(Media_Catalog, The_set_map_grows_as_far_as_there_is_room) {
   ::signal(SIGXFSZ, SIG_IGN);
-  const rlimit limit{1 << 20, 1 << 20};
-  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
-  TSMP_Stream stream(&opt);
-  if (!stream.open(path) || !stream.add_tape_blk(tape) || !stream.add_sset_blk(sset)) return 2;
-  unsigned volumes = 0;
-  while (stream.add_vol_blk(vol)) {
-    if (++volumes > 20000) return 3;
+  rlimit limit;
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+  for (const rlim_t room : {rlim_t{1 << 20}, limit.rlim_cur}) {
+    TSMP_Stream stream(&opt);
+    ASSERT_TRUE(stream.open(dir / "tsmp"));
+    ASSERT_TRUE(stream.add_tape_blk(tape.blk) && stream.add_sset_blk(sset.blk));
+    const rlimit now{room, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &now), 0);
+    unsigned volumes = 0;
+    while (volumes < 40000 && stream.add_vol_blk(vol.blk)) ++volumes;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    EXPECT_EQ(volumes == 40000, room == limit.rlim_cur) << volumes;
+    ASSERT_TRUE(stream.add_cfil_blk(Owned<CFil_Blk>().blk));
+    ASSERT_TRUE(stream.set_fdd_pba(9));
+    Memory_Writer writer;
+    const std::size_t size = 22 + 8 + 91 + volumes * 67;
+    ASSERT_EQ(stream.write(writer), static_cast<long long>(size));
+    EXPECT_EQ(writer.bytes.substr(0, 22), stream_header("TSMP", size - 22));
+    EXPECT_EQ(test::get_le(writer.bytes, 22, 4), 0x11223344u);
+    EXPECT_EQ(test::get_le(writer.bytes, 30 + 20, 8), 9u);
+    EXPECT_EQ(test::get_le(writer.bytes, 30 + 48, 4), 1u);
+    EXPECT_EQ(test::get_le(writer.bytes, 30 + 60, 2), volumes);
+    EXPECT_EQ(writer.bytes.substr(size - 67), volume_entry());
   }
-  String_Writer writer;
-  const std::size_t size = 22 + 8 + 91 + volumes * 67;
-  if (stream.write(writer) != static_cast<long long>(size)) return 4;
-  return test::get_le(writer.bytes, 30 + 60, 2) == volumes ? 0 : 5;
-}
-
-TEST_F(Media_Catalog, A_full_disk_under_the_set_map_is_a_result) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::_exit(grow_on_a_full_disk(dir / "tsmp", opt, tape.blk, sset.blk, vol.blk));
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -1,8 +1,15 @@
+// The records of a file as streams of a media, and the blocks in front of them.
 #include "mtf/writer/nt_content_writer.h"
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "mtf/writer/dir_blk_writer_win.h"
+#include "mtf/writer/file_blk_writer_win.h"
+#include "mtf/writer/queue_blocks.h"
+#include "platform/native_path.h"
+#include "services/compression.h"
 #include "tests/support/writer_parts.h"
 
 namespace {
@@ -11,7 +18,7 @@ using test::Bytes;
 using test::Media_Bytes;
 using test::Script;
 
-constexpr unsigned int io_device = 1117;
+constexpr int io_device = 1117;
 
 struct Record {
   unsigned int id;
@@ -77,9 +84,9 @@ Outcome write(test::Writer_Parts& parts, const std::string& bytes, std::size_t e
   reader.open(L"X:\\file");
   const int result = content.write(reader, parts.writer);
   if (result != -1) {
-    EXPECT_EQ(parts.ctx.length, parts.writer.data.size());
+    EXPECT_EQ(parts.ctx.length, parts.writer.bytes.size());
   }
-  return {result, parts.writer.data, content.corrupt_offset(), content.corrupt_attributes(),
+  return {result, parts.writer.bytes, content.corrupt_offset(), content.corrupt_attributes(),
           content.stream_count()};
 }
 
@@ -150,7 +157,7 @@ Outcome expected_at(const std::vector<Record>& records, std::size_t end, int err
 
 TEST(NtContentWriter, AReadThatFailsOrEndsAtAnyByteClosesItsStreamOut) {
   const std::string bytes = bytes_of(each_kind());
-  for (const int error : {0, static_cast<int>(io_device)}) {
+  for (const int error : {0, io_device}) {
     for (std::size_t end = 0; end <= bytes.size(); ++end) {
       SCOPED_TRACE("byte " + std::to_string(end) + ", error " + std::to_string(error));
       test::Writer_Parts parts;
@@ -179,26 +186,14 @@ TEST(NtContentWriter, ErrorNumbersBecomeCorruptAttributes) {
   }
 }
 
-TEST(NtContentWriter, AMediaThatIsFullAtAnyByteFailsTheWrite) {
-  const std::string bytes = bytes_of(each_kind());
-  const std::size_t whole = media_of(each_kind()).size();
-  for (std::size_t room = 0; room < whole; ++room) {
-    test::Writer_Parts parts;
-    parts.writer.room = room;
-    EXPECT_EQ(write(parts, bytes, bytes.size(), 0).result, -1) << room;
-  }
-}
-
 TEST(NtContentWriter, AnUnknownRecordStopsBehindTheStreamsBeforeIt) {
+  const Record before = {3, 0, "", "security", "NACL", 2};
   for (const unsigned int id : {0u, 5u, 10u, 0x10001u}) {
-    const std::vector<Record> before = {{3, 0, "", "security", "NACL", 2}};
-    std::vector<Record> all = before;
-    all.push_back({id, 0, "", "what", "", 0});
-    all.push_back({1, 0, "", "never reached", "STAN", 0});
     for (const bool pre_read : {false, true}) {
-      const Outcome outcome = write(all, pre_read);
+      const Outcome outcome = write(
+          {before, {id, 0, "", "what", "", 0}, {1, 0, "", "never reached", "STAN", 0}}, pre_read);
       EXPECT_EQ(outcome.result, 4) << id;
-      EXPECT_EQ(outcome.media, media_of(before)) << id;
+      EXPECT_EQ(outcome.media, media_of({before})) << id;
       EXPECT_EQ(outcome.streams, 1u);
     }
   }
@@ -213,76 +208,55 @@ TEST(NtContentWriter, ASparseRecordWithoutRoomForItsOffsetGivesNoStream) {
   }
 }
 
-TEST(NtContentWriter, ANameThatNoBufferHoldsFailsTheWrite) {
-  test::Writer_Parts parts;
-  const std::string head = Bytes().le(4, 4).le(0, 4).le(0, 8).le(0xFFFFFFFF, 4).data;
-  EXPECT_EQ(write(parts, head, head.size(), 0).result, -1);
-}
-
-// Random bytes don't shrink, so each frame holds them as they came.
+// Random bytes don't shrink, so each frame holds them as they came; 16 make one. The numbers of
+// the frames begin again at 0.
 TEST(NtContentWriter, ContentAloneIsCompressed) {
-  const std::string data("\x9f\x02\xd1\x5c\xe8\x77\x31\xaa\x0b\xc4", 10);
+  std::mt19937 random(1);
+  std::string data(260 * 16 - 3, '\0');
+  for (char& byte : data) byte = static_cast<char>(random());
+  std::vector<test::Frame> frames;
+  for (std::size_t at = 0; at < data.size(); at += 16) {
+    frames.push_back({data.substr(at, 16), data.substr(at, 16)});
+  }
   const std::vector<Record> records = {{3, 0, "", data, "NACL", 2},
                                        {4, 0, "", data, "ADAT", 0},
                                        {1, 0, "", data, "STAN", 0},
                                        {9, 0, "", offset(40) + data, "SPAR", 0}};
-  const std::string bytes = bytes_of(records);
-  test::Writer_Parts parts;
-  parts.option.compression_method = 1;
-  EXPECT_EQ(write(parts, bytes, bytes.size(), 0).result, 0);
-  Media_Bytes media;
-  media.stream("NACL", data, 2);
-  media.stream("ADAT", payload(records[1]));
-  media.frames("STAN", {{data, data}}, 1, data.size());
-  media.frames("SPAR", {{offset(40), offset(40)}, {data, data}}, 1, 8 + data.size());
-  EXPECT_EQ(parts.writer.data, media.data);
-}
-
-TEST(NtContentWriter, DataAndHolesCountAsProgressOnce) {
-  const struct {
-    std::vector<Record> records;
-    unsigned long long progress;
-  } cases[] = {
-      {{{1, 0, "", "12345", "STAN", 0}}, 5},
-      {{{1, 0, "", "", "STAN", 8},
-        {9, 0, "", offset(100) + "12345", "SPAR", 0},
-        {9, 0, "", offset(105) + "6", "SPAR", 0},
-        {9, 0, "", offset(1000), "SPAR", 0}},
-       1000},
-      // An alternate stream begins at 0 again, and properties count nothing.
-      {{{1, 0, "", "", "STAN", 8},
-        {9, 0, "", offset(50), "SPAR", 0},
-        {4, 0, "", "", "ADAT", 0},
-        {9, 0, "", offset(20), "SPAR", 0},
-        {3, 0, "", "security", "NACL", 2}},
-       70},
-      // An overlap is stored as it came; what comes behind counts from its start.
-      {{{9, 0, "", offset(50), "SPAR", 0},
-        {9, 0, "", offset(10), "SPAR", 0},
-        {9, 0, "", offset(20), "SPAR", 0}},
-       60},
-  };
-  for (const auto& c : cases) {
+  for (const unsigned short method : {MTF::compression_lz4, MTF::compression_zstd}) {
+    const std::string bytes = bytes_of(records);
     test::Writer_Parts parts;
-    const std::string bytes = bytes_of(c.records);
+    parts.option.compression_method = method;
     EXPECT_EQ(write(parts, bytes, bytes.size(), 0).result, 0);
-    EXPECT_EQ(parts.writer.data, media_of(c.records));
-    EXPECT_EQ(parts.events->progress().done_size, c.progress);
+    Media_Bytes media;
+    media.stream("NACL", data, 2);
+    media.stream("ADAT", payload(records[1]));
+    media.frames("STAN", frames, method, data.size());
+    std::vector<test::Frame> sparse = frames;
+    sparse.insert(sparse.begin(), {offset(40), offset(40)});
+    media.frames("SPAR", sparse, method, 8 + data.size());
+    EXPECT_EQ(parts.writer.bytes, media.data);
   }
 }
 
-TEST(NtContentWriter, ACancelShowsAtTheNextContent) {
-  const struct {
-    Record record;
-    int result;
-  } cases[] = {{{1, 0, "", "content", "STAN", 0}, -1},
-               {{9, 0, "", offset(0) + "range", "SPAR", 0}, -1},
-               {{3, 0, "", "security", "NACL", 2}, 0}};
-  for (const auto& c : cases) {
+// What lies between two ranges counts as a hole; an alternate stream begins at 0 again.
+TEST(NtContentWriter, DataAndHolesCountAsProgressOnce) {
+  const Record alternate = {4, 0, "", "", "ADAT", 0}, security = {3, 0, "", "secure", "NACL", 2};
+  const auto range = [](unsigned long long at, const std::string& data) {
+    return Record{9, 0, "", offset(at) + data, "SPAR", 0};
+  };
+  const std::pair<std::vector<Record>, unsigned long long> cases[] = {
+      {{{1, 0, "", "12345", "STAN", 0}}, 5},
+      {{range(100, "12345"), range(105, "6"), range(1000, "")}, 1000},
+      {{range(50, ""), alternate, range(20, ""), security}, 70},
+      // An overlap is stored as it came; what comes behind counts from its start.
+      {{range(50, ""), range(10, ""), range(20, "")}, 60},
+  };
+  for (const auto& [records, progress] : cases) {
     test::Writer_Parts parts;
-    parts.events->set_canceling();
-    const std::string bytes = bytes_of(c.record);
-    EXPECT_EQ(write(parts, bytes, bytes.size(), 0).result, c.result) << c.record.stream;
+    const std::string bytes = bytes_of(records);
+    EXPECT_EQ(write(parts, bytes, bytes.size(), 0).result, 0);
+    EXPECT_EQ(parts.writer.bytes, media_of(records));
+    EXPECT_EQ(parts.events->progress().done_size, progress);
   }
 }
 
@@ -290,7 +264,7 @@ TEST(NtContentWriter, PreReadingLeavesNoStreamOfARecordThatFails) {
   const std::vector<Record> records = {{3, 0, "", "security", "NACL", 2},
                                        {2, 0, "", "attributes", "NTEA", 0}};
   const std::string bytes = bytes_of(records);
-  for (const int error : {0, static_cast<int>(io_device)}) {
+  for (const int error : {0, io_device}) {
     test::Writer_Parts parts;
     const Outcome outcome = write(parts, bytes, bytes.size() - 4, error, true);
     EXPECT_EQ(outcome.result, 2);
@@ -299,6 +273,77 @@ TEST(NtContentWriter, PreReadingLeavesNoStreamOfARecordThatFails) {
   }
   // What can't be written although all of it was read ends the job.
   EXPECT_EQ(write({{9, 0, "", "short", "", 0}}, true).result, -1);
+}
+
+// A flush goes once ahead of the data.
+TEST(DataStream, Failures) {
+  using test_support::Memory_Writer;
+  using test_support::Op;
+  test_support::Log_Lines log;
+  const test_support::Capture capture(log);
+  MTF::Ref_Ptr<MTF::Event_Handler> handler(new test_support::Events);
+  MTF::Standard_Data_Stream stream(handler);
+  MTF::Buffer data(8);
+  data.expand(3);
+  data.size(3);
+  const auto write = [&](unsigned short method, Memory_Writer&& writer) {
+    stream.reset_stream(6, method, 1);
+    const bool written = stream.write_data(data, writer) && stream.write_data(data, writer);
+    EXPECT_LE(writer.storage().calls(Op::flush), 1U);
+    return written;
+  };
+  EXPECT_FALSE(write(0, Memory_Writer({Op::flush, 1})));
+  EXPECT_EQ(log.count("128 Failed to flush before write 0x4E415453 stream data\n"), 1);
+  for (unsigned n : {1U, 2U}) EXPECT_FALSE(write(1, Memory_Writer({Op::write, n})));
+  EXPECT_EQ(log.count("128 Failed to write compress STAN stream\n"), 2);
+  EXPECT_FALSE(write(0, Memory_Writer({Op::write, 2})));
+  Memory_Writer writer;
+  EXPECT_FALSE(stream.end_stream(writer));
+  EXPECT_EQ(log.count("128 Invalid current size: 3, stream length: 6\n"), 1);
+  EXPECT_TRUE(write(0, Memory_Writer()));
+  handler->set_canceling();
+  EXPECT_FALSE(write(0, Memory_Writer()));
+}
+
+// Goes to the directory of the parts.
+std::string enter(test::Writer_Parts& parts) {
+  std::string system;
+  EXPECT_TRUE(platform::system_path(parts.dir.path(), system));
+  parts.ctx.cur_vol = "/";
+  parts.ctx.cur_dir = system.substr(2) + '\\';
+  return parts.ctx.cur_dir;
+}
+
+TEST(FileBlkWriterWin, AnUnknownRecordLeavesTheFileWithoutACorruptMark) {
+  test::Writer_Parts parts;
+  enter(parts);
+  test_support::write_file(parts.dir / "file", "whatever");
+  const std::string records = bytes_of(
+      {{1, 0, "", "content", "", 0}, {5, 0, "", "link", "", 0}, {1, 0, "", "more", "", 0}});
+  MTF::File_Blk_Writer_Win writer(parts.event_handler,
+                                  std::make_unique<Script>(records, records.size(), 0));
+  const auto cat = MTF::make_room<MTF::Cat_File_Blk>("file");
+  ASSERT_TRUE(cat->set(0, "file", 0, 0, 0, 0));
+  EXPECT_EQ(parts.write_block(writer, *cat), 1);
+  EXPECT_NE(parts.writer.bytes.find("content"), std::string::npos);
+  EXPECT_EQ(parts.writer.bytes.find("CFIL"), std::string::npos);
+  EXPECT_TRUE(parts.events->all(MTF::event_corrupt).empty());
+}
+
+TEST(DirBlkWriterWin, DamagedOrUnknownRecordsLeaveTheDirectory) {
+  const std::string records = bytes_of(
+      {{3, 0, "", "security", "", 0}, {2, 0, "", "attribute", "", 0}, {5, 0, "", "link", "", 0}});
+  for (const std::size_t end : {std::size_t{5}, std::size_t{20 + 8 + 25}, records.size()}) {
+    test::Writer_Parts parts;
+    const auto cat = MTF::make_separated_blk<MTF::Cat_Dir_Blk>(0, enter(parts));
+    MTF::Dir_Blk_Writer_Win writer(parts.event_handler,
+                                   std::make_unique<Script>(records, end, io_device));
+    EXPECT_EQ(parts.write_block(writer, *cat), 0);
+    const std::string& media = parts.writer.bytes;
+    EXPECT_EQ(media.find("NACL") != std::string::npos, end > 28);
+    EXPECT_EQ(media.find("NTEA") != std::string::npos, end == records.size());
+    EXPECT_EQ(media.find("CFIL"), std::string::npos);
+  }
 }
 
 }  // namespace

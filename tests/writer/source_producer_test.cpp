@@ -1,0 +1,265 @@
+// What the walk of a job's sources queues and tells, on its own thread (the plain walk) and with
+// several.
+#include "mtf/writer/source_producer.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "platform/native_path.h"
+#include "tests/support/filter.h"
+#include "tests/support/queue.h"
+#include "tests/support/random_tree.h"
+#include "tests/support/test_job.h"
+
+namespace {
+
+using namespace MTF;
+using namespace test_support;
+using Lines = std::vector<std::string>;
+
+constexpr int plain = 1;
+
+// Keeps all, and takes its time now and then.
+bool dawdle(const std::string&, bool) {
+  thread_local std::mt19937 random(
+      static_cast<unsigned int>(std::hash<std::thread::id>()(std::this_thread::get_id())));
+  const auto turns = random() % 8 == 0 ? random() % 20 : 0;
+  for (unsigned int i = 0; i < turns; ++i) std::this_thread::yield();
+  return true;
+}
+
+// A walk of sources on the volumes `X:`, the test's directory, and `Y:`, `y` in it.
+class Source_Walk : public testing::TestWithParam<int> {
+ protected:
+  Source_Walk() {
+    platform::Volume_Roots::instance().set("X:", dir.path());
+    platform::Volume_Roots::instance().set("Y:", dir / "y");
+  }
+  ~Source_Walk() override { platform::Volume_Roots::instance().clear(); }
+
+  void make_dirs(std::initializer_list<const char*> names) const {
+    for (const char* name : names) ASSERT_EQ(::mkdir((dir / name).c_str(), 0755), 0);
+  }
+
+  std::unique_ptr<Source_Producer> producer(const std::list<std::string>& sources, int threads) {
+    auto made = std::make_unique<Source_Producer>(3, pre_action, &events, log);
+    made->exclude_list({"X:\\tree\\dx"});
+    made->init(&sources, &filter, map, volumes.empty() ? nullptr : &volumes, cache.path(), threads,
+               0);
+    return made;
+  }
+
+  // The bytes of all blocks.
+  Lines walk(const std::list<std::string>& sources, int threads) {
+    const Capture capture(*log);
+    map = make_writer_hardlink_map();
+    const auto task = producer(sources, threads);
+    task->msg_queue()->high_water_mark(~std::size_t{0} >> 1);
+    EXPECT_EQ(task->svc_i(), 0);
+    return take_blocks(*task->msg_queue());
+  }
+  Lines names(const std::list<std::string>& sources, int threads) {
+    return entry_texts(walk(sources, threads));
+  }
+  Lines skipped() const {
+    Lines texts = events.texts(event_skipped);
+    std::sort(texts.begin(), texts.end());
+    return texts;
+  }
+
+  const Temp_Dir dir, cache;
+  Events events;
+  std::shared_ptr<Log_Lines> log = std::make_shared<Log_Lines>();
+  Ref_Ptr<Writer_Hardlink_Map> map = make_writer_hardlink_map();
+  std::map<std::string, std::string> volumes;
+  Filter filter{dawdle};
+  bool pre_action = false;
+};
+
+INSTANTIATE_TEST_SUITE_P(Threads, Source_Walk, testing::Values(plain, 2, 4));
+
+std::string skip(const std::string& type, const std::string& name, const std::string& error,
+                 const std::string& message) {
+  return R"({"errno":)" + error + R"(,"message":")" + message + R"(","name":"X:)" + name +
+         R"(","type":")" + type + "\"}";
+}
+
+// A tree with what a file system can hold.
+TEST_P(Source_Walk, OfANastyTree) {
+  make_dirs({"tree", "tree/de", "tree/df", "tree/dx", "tree/sub"});
+  const std::string long_name(255, 'n');
+  for (const char* file : {"0", "back\\slash", "bad\xFF", "f.tmp", "first", "new\nline", "df/x",
+                           "dx/x", long_name.c_str()}) {
+    write_file(dir / "tree/" + file, "");
+  }
+  write_file(dir / "tree/sub/65536", std::string(65536, 'a'));
+  write_file(dir / "tree/sub/65537", std::string(65537, 'a'));
+  ASSERT_EQ(::link((dir / "tree/first").c_str(), (dir / "tree/sub/second").c_str()), 0);
+  ASSERT_EQ(::symlink("first", (dir / "tree/link").c_str()), 0);
+  ASSERT_EQ(::mkfifo((dir / "tree/fifo").c_str(), 0600), 0);
+  filter.on_accept = [](const std::string& path, bool is_directory) {
+    return !ends_with(path, is_directory ? "df" : ".tmp");
+  };
+  const Lines blocks = walk({"X:\\tree", "X:\\tree\\sub", "X:\\tree\\first"}, GetParam());
+  Lines found = entry_texts(blocks);
+  if (GetParam() == plain) {
+    // The block of a directory that is excluded goes out ahead of the look into it.
+    const auto excluded = std::find(found.begin(), found.end(), "DIRB tree\\dx\\");
+    ASSERT_NE(excluded, found.end());
+    found.erase(excluded);
+  }
+  EXPECT_EQ(found, (Lines{"VOLB X:", "DIRB tree\\", "FILE 0", "FILE back\xEF\x81\x9Cslash",
+                          "FILE bad\xFF", "FILE first", "KNLS link", "FILE new\nline",
+                          "FILE " + long_name, "DIRB tree\\de\\", "DIRB tree\\sub\\", "FILE 65536",
+                          "FILE 65537", "HLNK second", "FEND"}));
+  EXPECT_EQ(number(blocks[2], 40, 2), 0U);
+  EXPECT_EQ(number(blocks[5], 40, 2), 2U);  // the first name of a linked file
+  EXPECT_EQ(skipped(),
+            (Lines{skip("directory", R"(\\tree\\dx)", "null", "Excluded by exclude list."),
+                   skip("directory", R"(\\tree\\df)", "null", "Excluded by filter."),
+                   skip("file", R"(\\tree\\f.tmp)", "null", "Excluded by filter."),
+                   skip("file", R"(\\tree\\fifo)", "null",
+                        GetParam() == plain ? "Unsupported file type"
+                                            : "Unsupported file type(0x1180)")}));
+  EXPECT_EQ(log->count("32 Unsupported file type, path=X:\\tree\\fifo, mode=0x1180\n"), 1);
+  EXPECT_EQ(events.skipped_dirs + events.skipped_files, 0U);
+  const auto progress = events.progress();
+  EXPECT_EQ(progress.percent, 100);
+  EXPECT_EQ(progress.total_count, 10U);
+  // The link's own size and the length of the first name count like the sizes of files.
+  EXPECT_EQ(progress.total_size, 65536U + 65537 + 5 + std::string("X:\\tree\\first").size());
+}
+
+TEST_F(Source_Walk, QueuesTheSameWithAnyNumberOfThreads) {
+  const unsigned int seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  for (unsigned int round = 0; round < 8; ++round) {
+    const Temp_Dir top;
+    const Random_Tree tree(top.path(), seed + round);
+    std::list<std::string> sources{top.path()};
+    if (round % 2 != 0) {
+      sources = {top / "none"};
+      write_file(sources.front(), "");
+      std::mt19937 random(seed + round);
+      for (const auto& path : tree.dirs) {
+        if (random() % 3 == 0) sources.push_back(path);
+      }
+      for (const auto& path : tree.files) {
+        if (random() % 4 == 0) sources.push_back(path);
+      }
+    }
+    const Lines wanted = walk(sources, plain);
+    for (int threads = 2; threads <= 8; ++threads) {
+      EXPECT_EQ(walk(sources, threads), wanted) << threads << " threads, round " << round;
+    }
+  }
+}
+
+TEST_P(Source_Walk, OfVolumesSharedParentsAndShadows) {
+  make_dirs({"a", "a/b", "a/c", "y", "y/e", "snap", "snap/real", "snap/real/s"});
+  for (const char* file : {"a/b/f", "a/c/g", "a/h", "y/e/i", "y/j", "snap/real/s/of_x"}) {
+    write_file(dir / file, "");
+  }
+  EXPECT_EQ(names({"Y:", "X:\\a\\b", "X:\\a\\c\\g", "X:\\a\\h"}, GetParam()),
+            (Lines{"VOLB X:", "DIRB a\\", "FILE h", "DIRB a\\b\\", "FILE f", "DIRB a\\c\\",
+                   "FILE g", "VOLB Y:", "FILE j", "DIRB e\\", "FILE i", "FEND"}));
+  ASSERT_EQ(::symlink("real", (dir / "snap/link").c_str()), 0);
+  volumes["X:"] = dir / "snap/link";
+  pre_action = true;
+  EXPECT_EQ(names({"X:", "Y:\\e"}, GetParam()),
+            (Lines{"VOLB X:", "PDAT pre_action_data", "DIRB s\\", "FILE of_x",
+                   "VOLB Y:", "DIRB e\\", "FILE i", "FEND"}));
+  EXPECT_EQ(names({}, plain), Lines{"FEND"});
+}
+
+// `sub` is found as a directory and is a link when it, or what was found in it, is opened.
+TEST_P(Source_Walk, ALinkThatTookADirectorysPlaceLeadsNowhere) {
+  make_dirs({"real", "real/tree", "real/tree/sub", "real/tree/sub/deep",
+             "real/tree/sub/deep/deeper", "outside", "outside/deep"});
+  for (const char* file : {"outside/secret", "outside/deep/secret"}) write_file(dir / file, "");
+  // Whoever named the source may have come by a link.
+  ASSERT_EQ(::symlink("real", (dir / "way").c_str()), 0);
+  const std::string sub = dir / "way/tree/sub", aside = dir / "aside", outside = dir / "outside";
+  for (const char* found : {"\\sub", "\\sub\\deep"}) {
+    filter.on_accept = [&](const std::string& path, bool) {
+      if (!ends_with(path, found) || ::rename(sub.c_str(), aside.c_str()) != 0) return true;
+      EXPECT_EQ(::symlink(outside.c_str(), sub.c_str()), 0);
+      return true;
+    };
+    const Lines entries = names({"X:\\way\\tree"}, GetParam());
+    EXPECT_EQ(std::find(entries.begin(), entries.end(), "FILE secret"), entries.end());
+    EXPECT_EQ(entries.back(), "FEND");
+    ASSERT_EQ(::unlink(sub.c_str()), 0);
+    ASSERT_EQ(::rename(aside.c_str(), sub.c_str()), 0);
+  }
+  EXPECT_EQ(
+      skipped(),
+      (Lines{skip("directory", R"(\\way\\tree\\sub)", "20", "Failed to open directory."),
+             skip("directory", R"(\\way\\tree\\sub\\deep)", "40", "Failed to open directory.")}));
+  EXPECT_EQ(events.skipped_dirs, 2U);
+}
+
+TEST_P(Source_Walk, ADirectoryTooDeepForABlockIsTold) {
+  std::string deep;
+  while (deep.size() < 32500) deep += '/' + std::string(250, 'd');
+  deep += '/' + std::string(32765 - deep.size(), 'e');
+  ASSERT_EQ(platform::make_dirs(dir.path() + deep + "/x/y", 0700), 0);
+  const Lines entries = names({"X:"}, GetParam());
+  ASSERT_GT(entries.size(), 2U);
+  // The path without its first slash and with a separator at its end.
+  EXPECT_EQ(entries[entries.size() - 2].size(), std::string("DIRB ").size() + MTF_PATH_MAX - 1);
+  ASSERT_EQ(skipped().size(), 1U);
+  EXPECT_EQ(skipped()[0].rfind(R"({"errno":36,"message":"Path too long.","name":"X:\\ddd)", 0), 0U);
+  EXPECT_EQ(events.skipped_dirs, 1U);
+}
+
+TEST_P(Source_Walk, EndsWhenItsReaderGoesAway) {
+  for (int d = 0; d < 20; ++d) {
+    const std::string sub = dir / std::to_string(d);
+    ASSERT_EQ(::mkdir(sub.c_str(), 0755), 0);
+    for (int f = 0; f < 5; ++f) write_file(sub + "/" + std::to_string(f), "");
+  }
+  const std::list<std::string> sources{"X:"};
+  for (int stop = 0; stop < 30; ++stop) {
+    const auto task = producer(sources, GetParam());
+    task->msg_queue()->high_water_mark(10 * sizeof(Cat_Blk));
+    ASSERT_EQ(task->activate(0, 1), 0);
+    for (int i = 0; i < stop; ++i) {
+      Cat_Blk* block = nullptr;
+      ASSERT_NE(task->msg_queue()->dequeue_head(block), -1);
+      delete block;
+    }
+    task->msg_queue()->deactivate();
+    task->wait();
+    EXPECT_EQ(task->last_error(), -1);
+  }
+  EXPECT_GT(log->count("128 Failed to write item, type="), 0);
+}
+
+TEST_F(Source_Walk, TellsTheJobsLogWhatItsThreadsLeaveOut) {
+  make_dirs({"tree", "tree/dx"});
+  const std::list<std::string> sources{"X:\\tree"};
+  const auto task = producer(sources, 2);
+  ASSERT_EQ(task->activate(0, 1), 0);
+  task->wait();
+  EXPECT_NE(log->text().find("Exclude path: X:\\tree\\dx\n"), std::string::npos);
+  EXPECT_NE(log->text().find("ends with 1 source entries, 0 dirs, 0 files and 0 entries skipped."),
+            std::string::npos);
+}
+
+TEST_P(Source_Walk, OfAMissingSourceFailsAndStopsTheQueue) {
+  const Capture capture(*log);
+  const std::list<std::string> sources{"X:\\none"};
+  const auto task = producer(sources, GetParam());
+  EXPECT_EQ(task->svc_i(), -1);
+  EXPECT_EQ(task->last_error(), -1);
+  EXPECT_EQ(log->count("128 Failed to convert sources to source_list_type\n"), 1);
+  Cat_Blk* block = nullptr;
+  EXPECT_EQ(task->getq(block), -1);
+}
+
+}  // namespace
