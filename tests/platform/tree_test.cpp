@@ -58,34 +58,13 @@ TEST(Tree, RemovalOfOddPaths) {
 }
 
 TEST(Tree, DirectoriesAreMadeOnTheWay) {
-  Temp_Dir dir;
+  const Temp_Dir dir;
   EXPECT_EQ(platform::make_dirs(dir / "a//b/c/", 0700), 0);
+  EXPECT_EQ(::access((dir / "a/b/c").c_str(), F_OK), 0);
   write_file(dir / "f", "x");
   EXPECT_EQ(platform::make_dirs(dir / "f", 0700), ENOTDIR);
   EXPECT_EQ(platform::make_dirs(dir / "f/below", 0700), ENOTDIR);
   EXPECT_EQ(platform::make_dirs("", 0700), ENOENT);
-}
-
-TEST(Tree, PrivateDirectoryIsTheUsersAlone) {
-  Temp_Dir dir;
-  struct stat st;
-  EXPECT_TRUE(platform::private_directory(dir / "own"));
-  ASSERT_EQ(::chmod((dir / "own").c_str(), 0777), 0);
-  EXPECT_TRUE(platform::private_directory(dir / "own/"));
-  ASSERT_EQ(::stat((dir / "own").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0700u);
-  ASSERT_EQ(::symlink("own", (dir / "link").c_str()), 0);
-  for (const char* name : {"link", "link/"}) {
-    EXPECT_FALSE(platform::private_directory(dir / name));
-    EXPECT_EQ(errno, EPERM);
-  }
-  write_file(dir / "f", "x");
-  EXPECT_FALSE(platform::private_directory(dir / "f"));
-  EXPECT_EQ(errno, ENOTDIR);
-  if (::geteuid() != 0) return;
-  ASSERT_EQ(::chown((dir / "own").c_str(), 65534, 65534), 0);
-  EXPECT_FALSE(platform::private_directory(dir / "own"));
-  EXPECT_EQ(errno, EPERM);
 }
 
 }  // namespace

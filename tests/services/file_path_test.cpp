@@ -8,15 +8,6 @@ namespace {
 
 using oxbase::Path_T;
 
-TEST(File_Path, RootPaths) {
-  for (const char* root : {"/", "//", "C:", "C:\\", "C:\\\\"}) {
-    EXPECT_TRUE(MTF_FS::is_root_path(root)) << root;
-  }
-  for (const char* path : {"", "\\", "/\\", "C", "C:/", "C:\\a", "/a"}) {
-    EXPECT_FALSE(MTF_FS::is_root_path(path)) << path;
-  }
-}
-
 TEST(File_Path, Components) {
   const struct {
     const char* path;
