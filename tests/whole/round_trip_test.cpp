@@ -102,15 +102,6 @@ TEST_F(Round_Trip, WhatTheUserMayNotReadIsNamed) {
   EXPECT_FALSE(fs::exists(back("/secret")));
 }
 
-TEST_F(Round_Trip, SparseFile) {
-  const long long size = MTF_TEST_SPARSE_MIB * (1LL << 20);
-  if (fs::space(dir_.path()).available < static_cast<std::uintmax_t>(size) + (1LL << 30)) {
-    GTEST_SKIP() << "no room for " << size << " bytes";
-  }
-  make_sparse(source("/sparse"), size);
-  expect_round_trip({"--compression", "lz4"}, {source()}, 0);
-}
-
 TEST_F(Round_Trip, TreesOfTheMachine) {
   expect_round_trip({}, {"/etc", MTF_TEST_MACHINE_TREE}, is_root() ? 0 : 3);
 }
