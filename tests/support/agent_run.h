@@ -43,7 +43,7 @@ class Agent_Run : public testing::Test {
   // Everything that was in `top` is in `to` and in the list, once, or is named in a line of the
   // job's `errors`, which is then its only trace.
   void expect_restored(const Snapshot& before, const std::string& top, const std::string& errors,
-                       const Arguments& more = {}, bool plain = false) const;
+                       const Arguments& more = {}) const;
 
   // Saves, verifies, lists and restores.
   void expect_round_trip(const Arguments& how, const Arguments& sources, int code);

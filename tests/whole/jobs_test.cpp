@@ -197,12 +197,12 @@ TEST_F(Jobs, VolumesShadowsAndNamedPlaces) {
   write_file(source("/snap=1/data/new"), "");
   const Output saved =
       save({"--volume", "C:=" + source("/c"), "--shadow", "C:=" + source("/snap=1"), "--source",
-            "C:\\data", "--source", "/proc/sys/kernel/ostype"});
+            "C:\\data", "--source", "/proc/sys/kernel/random"});
   EXPECT_EQ(saved.code, 0) << saved.err;
   EXPECT_EQ(restore("to").code, 0);
   EXPECT_EQ(read_file(dir_ / "to/C/data/f"), "/snap=1");
   EXPECT_TRUE(fs::exists(dir_ / "to/C/data/new"));
-  EXPECT_TRUE(fs::exists(dir_ / "to/proc/sys/kernel/ostype"));
+  EXPECT_TRUE(fs::exists(dir_ / "to/proc/sys/kernel/random/boot_id"));
 }
 
 }  // namespace
