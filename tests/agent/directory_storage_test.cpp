@@ -133,6 +133,8 @@ TEST_F(Directory_Storage, NamesLeadNowhereElse) {
     EXPECT_FALSE(channel.open(name, for_writing, 0));
     EXPECT_FALSE(channel.open(name, for_reading, 0));
     EXPECT_FALSE(channel.remove(name));
+    platform::Piece_File file;
+    EXPECT_FALSE(directory_.open_read(name == nullptr ? "" : name, file));
   }
   EXPECT_EQ(read_file(other / "target"), "safe");
 }

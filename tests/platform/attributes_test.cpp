@@ -67,6 +67,7 @@ TEST(Attributes, FailuresHaveTheNumbersOfWindows) {
   EXPECT_FALSE(GetFileAttributesExW(wide(dir.path()).c_str(), 1, &data));
   EXPECT_EQ(GetLastError(), 87u);
   EXPECT_EQ(platform::windows_error(EIO), 1117);
+  EXPECT_EQ(platform::windows_error(EAGAIN), 33);
   EXPECT_EQ(platform::windows_error(EACCES), 5);
 }
 

@@ -67,4 +67,28 @@ TEST(Tree, DirectoriesAreMadeOnTheWay) {
   EXPECT_EQ(platform::make_dirs("", 0700), ENOENT);
 }
 
+TEST(Tree, PrivateDirectoryIsTheUsersAlone) {
+  const Temp_Dir dir;
+  struct stat st;
+  for (const unsigned int mode : {0700U, 0777U}) {
+    EXPECT_TRUE(platform::private_directory(dir / "own/"));
+    ASSERT_EQ(::stat((dir / "own").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    ASSERT_EQ(::chmod((dir / "own").c_str(), mode), 0);
+  }
+  ASSERT_EQ(::symlink("own", (dir / "link").c_str()), 0);
+  write_file(dir / "f", "x");
+  const bool root = ::geteuid() == 0;
+  if (root) {
+    ASSERT_EQ(::chown((dir / "own").c_str(), 65534, 65534), 0);
+  }
+  const std::pair<const char*, int> cases[] = {
+      {"link", EPERM}, {"link/", EPERM}, {"f", ENOTDIR}, {"own", root ? EPERM : 0}};
+  for (const auto& [name, error] : cases) {
+    errno = 0;
+    EXPECT_EQ(platform::private_directory(dir / name), error == 0) << name;
+    EXPECT_EQ(errno, error) << name;
+  }
+}
+
 }  // namespace

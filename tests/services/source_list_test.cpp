@@ -50,6 +50,14 @@ TEST_F(Source_List, OrderOfTheWalkWithNothingTwice) {
   EXPECT_EQ(resolve({}), Paths{});
 }
 
+TEST_F(Source_List, RelativePathsAreRefused) {
+  std::list<std::string> exclude;
+  std::list<MTF::source_entry> entries;
+  EXPECT_FALSE(MTF::to_source_list_type({"relative"}, exclude, nullptr, nullptr, entries));
+  exclude = {"relative"};
+  EXPECT_FALSE(MTF::to_source_list_type({tmp / "a"}, exclude, nullptr, nullptr, entries));
+}
+
 TEST_F(Source_List, ExcludesAnEntryAndAllBelow) {
   const std::list<std::string> list{"/\\a\\b", "C:"};
   for (const char* path : {"/\\a\\b", "/\\a\\b\\", "/\\a\\b\\c", "C:", "C:\\x"}) {
