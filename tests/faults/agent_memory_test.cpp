@@ -77,7 +77,7 @@ class Short_Memory : public Agent_Run {
 };
 
 class Short_Memory_Job : public Short_Memory,
-                         public testing::WithParamInterface<std::pair<const char*, Arguments>> {};
+                         public testing::WithParamInterface<std::pair<std::string, Arguments>> {};
 
 // It fails, or what it has not is told.
 TEST_P(Short_Memory_Job, IsWholeOrLeavesNothing) {

@@ -15,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test_support;
 
-using Kind = std::pair<const char*, const char*>;  // channels, compression
+using Kind = std::pair<std::string, std::string>;  // channels, compression
 
 class Round_Trip : public Agent_Run {};
 class Round_Trip_Kinds : public Round_Trip, public testing::WithParamInterface<Kind> {};
