@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
-
+// What the program says, down to the letter.
 #include <ace/Log_Record.h>
 #include <ace/Time_Value.h>
+#include <gtest/gtest.h>
 
 #include <sstream>
 
@@ -16,35 +16,34 @@ namespace {
 
 class Output : public testing::Test {
  protected:
+  void log(agent::Job_Log& log, ACE_Log_Priority priority, const char* text) {
+    ACE_Log_Record record(priority, ACE_Time_Value::zero, 0);
+    record.msg_data(text);
+    log.log(record);
+  }
+
   std::ostringstream out_, err_;
   agent::Console console_{out_, err_};
 };
 
-TEST(Text, NamesOnOneLine) {
-  const struct {
-    const char *name, *escaped;
-  } cases[] = {
+TEST_F(Output, Text) {
+  const std::pair<const char*, const char*> names[] = {
       {"/a b", "/a b"},           {"a\nb", "a\\nb"},        {"a\\nb", "a\\\\nb"},
       {"\x1b[2J", "\\x1b[2J"},    {"\t\x7f", "\\t\\x7f"},   {"\xC3\xA4", "\xC3\xA4"},
       {"\xC2\x9B", "\\xc2\\x9b"}, {"\xC2\xA0", "\xC2\xA0"}, {"\xFF\xC2", "\xFF\xC2"},
   };
-  for (const auto& each : cases) EXPECT_EQ(agent::escape_name(each.name), each.escaped);
+  for (const auto& [name, escaped] : names) EXPECT_EQ(agent::escape_name(name), escaped);
   EXPECT_EQ(agent::escape_controls("\\\n"), "\\\\n");
-}
-
-TEST(Text, SizesAndDates) {
-  EXPECT_EQ(agent::size_text(0), "0 B");
   EXPECT_EQ(agent::size_text(1023), "1023 B");
   EXPECT_EQ(agent::size_text(1536), "1.5 KiB");
   EXPECT_EQ(agent::size_text(~0ULL), "16.0 EiB");
   EXPECT_EQ(agent::date_text(0), "-");
   EXPECT_EQ(agent::date_text(1773075900), "2026-03-09 17:05:00");
-  EXPECT_EQ(agent::date_text(-1), "1969-12-31 23:59:59");
   EXPECT_EQ(agent::duration_text(59.9), "0:59");
   EXPECT_EQ(agent::duration_text(3723), "1:02:03");
 }
 
-TEST(Progress_Text, SaysWhatIsKnown) {
+TEST_F(Output, Progress) {
   MTF::Event_Handler::Progress now{};
   EXPECT_EQ(agent::progress_text(now, 0), "0 files, 0 B");
   now = {1 << 20, 1, 4 << 20, 5, 90};
@@ -56,68 +55,35 @@ TEST(Progress_Text, SaysWhatIsKnown) {
   EXPECT_EQ(agent::progress_text(now, 0.5), "1 file, 4.0 MiB, 100%");
 }
 
-TEST_F(Output, EventsAsLines) {
-  agent::Job_Events events(console_, false);
-  events.handle_event(MTF::event_skipped, {{"type", "file"},
-                                           {"name", "/\\d\\a\nb"},
-                                           {"errno", 13},
-                                           {"message", "Permission denied\n"}});
-  events.handle_event(MTF::event_corrupt, {{"name", 7}});
-  events.handle_event(MTF::event_task_made, {{"name", "backup"}});
+TEST_F(Output, Events) {
+  agent::Job_Events lines(console_, false), json(console_, true);
+  lines.handle_event(MTF::event_skipped, {{"name", "/\\d\\a\nb"}, {"message", "not\n"}});
+  lines.handle_event(MTF::event_corrupt, {{"name", 7}});
+  EXPECT_EQ(err_.str(), "skipped: /d/a\\nb: not\ncorrupt: \n");
   EXPECT_EQ(out_.str(), "");
-  EXPECT_EQ(err_.str(), "skipped: /d/a\\nb: Permission denied\ncorrupt: \n");
-  EXPECT_EQ(events.corrupt(), 1U);
-}
-
-TEST_F(Output, EventsAsJson) {
-  agent::Job_Events events(console_, true);
-  events.handle_event(MTF::event_corrupt, {{"name", "/\\\xFF"}, {"message", "x"}});
-  EXPECT_EQ(
-      out_.str(),
-      "{\"code\":16777227,\"document\":{\"message\":\"x\",\"name\":\"/\\\\\xEF\xBF\xBD\"}}\n");
-  EXPECT_EQ(err_.str(), "");
+  json.handle_event(MTF::event_corrupt, {{"name", "/\\\xFF"}});
+  EXPECT_EQ(out_.str(), "{\"code\":16777227,\"document\":{\"name\":\"/\\\\\xEF\xBF\xBD\"}}\n");
 }
 
 TEST_F(Output, LogLinesFromWarningsOn) {
-  agent::Job_Log log(console_, true);
-  const struct {
-    ACE_Log_Priority priority;
-    const char *text, *line;
-  } cases[] = {
-      {LM_DEBUG, "no\n", ""},
-      {LM_NOTICE, "no\n", ""},
-      {LM_WARNING, "odd name /\\a\nb\n", "warning: odd name /\\a\\nb\n"},
-      {LM_ERROR, "bad\n", "error: bad\n"},
-      {LM_EMERGENCY, "Unexpected error in f.cpp:1, x is NULL:\n#0 f\n#1 g\n\n",
-       "error: Unexpected error in f.cpp:1, x is NULL\n"},
-  };
-  for (const auto& each : cases) {
-    log.flush();
-    err_.str("");
-    ACE_Log_Record record(each.priority, ACE_Time_Value::zero, 0);
-    record.msg_data(each.text);
-    log.log(record);
-    EXPECT_EQ(err_.str(), each.line);
+  agent::Job_Log job_log(console_, true);
+  log(job_log, LM_NOTICE, "no\n");
+  for (const char* text : {"a\n", "a\n", "a\n", "odd name /\\a\nb\n", "a\n"}) {
+    log(job_log, LM_WARNING, text);
   }
-}
-
-TEST_F(Output, RepeatedLogLinesAreCounted) {
-  agent::Job_Log log(console_, true);
-  for (const char* text : {"a\n", "a\n", "a\n", "b\n", "a\n", "a\n"}) {
-    ACE_Log_Record record(LM_WARNING, ACE_Time_Value::zero, 0);
-    record.msg_data(text);
-    log.log(record);
-  }
-  log.flush();
-  log.flush();
-  EXPECT_EQ(err_.str(), "warning: a\nwarning: b\nwarning: a (4 more times)\n");
+  log(job_log, LM_ERROR, "bad\n");
+  log(job_log, LM_EMERGENCY, "Unexpected error in f.cpp:1, x is NULL:\n#0 f\n#1 g\n\n");
+  job_log.flush();
+  job_log.flush();
+  EXPECT_EQ(err_.str(),
+            "warning: a\nwarning: odd name /\\a\\nb\nerror: bad\n"
+            "error: Unexpected error in f.cpp:1, x is NULL\nwarning: a (3 more times)\n");
 }
 
 TEST_F(Output, EndOfAJob) {
   const struct {
     bool done, canceled;
-    unsigned int err_code;
-    unsigned int corrupt;
+    unsigned int err_code, corrupt;
     int code;
     const char* line;
   } cases[] = {
@@ -136,7 +102,7 @@ TEST_F(Output, EndOfAJob) {
   for (const auto& each : cases) {
     agent::Full_Options options;
     options.json = true;
-    agent::Job_Events events(console_, false);
+    agent::Job_Events events(console_, true);
     for (unsigned int i = 0; i < each.corrupt; ++i) events.handle_event(MTF::event_corrupt, {});
     agent::Full_Result result;
     result.done = each.done;
@@ -146,10 +112,7 @@ TEST_F(Output, EndOfAJob) {
     out_.str("");
     err_.str("");
     EXPECT_EQ(agent::report_full(options, result, events, console_), each.code) << each.line;
-    const std::string lines = err_.str();
-    EXPECT_EQ(lines.substr(lines.find("error:") == std::string::npos ? lines.size()
-                                                                     : lines.find("error:")),
-              each.line);
+    EXPECT_EQ(err_.str(), each.line);
     const json_spirit::Value summary = json_spirit::Value::parse(out_.str()).at("summary");
     EXPECT_EQ(summary.at("exit_code"), each.code);
     EXPECT_EQ(summary.at("corrupt_files"), each.corrupt);

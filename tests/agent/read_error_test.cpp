@@ -1,32 +1,29 @@
 // A job over a file system on which a part of a file can't be read.
 #include <dirent.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <linux/fuse.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <string>
 #include <thread>
-#include <vector>
 
+#include "tests/support/agent_run.h"
 #include "tests/support/media_bytes.h"
-#include "tests/support/temp_dir.h"
 
 namespace {
+
+namespace fs = std::filesystem;
+using namespace test_support;
 
 constexpr unsigned long long size = 1 << 20;
 constexpr unsigned long long bad_from = 600001;
 
 // A mounted file system with the files `bad` and `good` of 1 MiB of `x`, the latter listed twice;
-// `bad` fails from byte
-// 600001 on, and with `endless` the directory itself behind its last entry.
+// `bad` fails from byte 600001 on, and with `endless` the directory itself behind its last entry.
 class Failing_File_System {
  public:
   explicit Failing_File_System(const std::string& at, bool endless = false)
@@ -98,10 +95,6 @@ class Failing_File_System {
         std::memcpy(&in, body, sizeof in);
         return head.opcode == FUSE_READ ? read(head, in) : list(head, in);
       }
-      case FUSE_RELEASE:
-      case FUSE_RELEASEDIR:
-      case FUSE_FLUSH:
-        return send(head, 0, "");
       default:
         return fail(head, ENOSYS);
     }
@@ -158,64 +151,47 @@ class Failing_File_System {
   std::thread server_;
 };
 
-int run(const std::string& arguments, const std::string& output) {
-  const int status =
-      std::system((std::string(MTF_AGENT) + " " + arguments + " >" + output + " 2>&1").c_str());
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
+class Read_Error : public Agent_Run {};
 
-TEST(ReadError, LeavesACorruptFileAndAWholeJob) {
-  const test_support::Temp_Dir dir;
-  const std::string source = dir / "source", storage = " --storage " + (dir / "storage");
-  ASSERT_EQ(::mkdir(source.c_str(), 0700), 0);
-  const Failing_File_System failing(source);
+TEST_F(Read_Error, LeavesACorruptFileAndAWholeJob) {
+  const Failing_File_System failing(source());
   if (!failing.mounted()) GTEST_SKIP() << "no file system can be mounted here";
-  const std::string job = storage + " --name job ";
-  for (const char* plain : {"", "--plain "}) {
+  for (const bool plain : {false, true}) {
     SCOPED_TRACE(plain);
-    std::filesystem::remove_all(dir / "storage");
-    EXPECT_EQ(
-        run("full --json --source " + source + job + plain + "--tmp " + (dir / "tmp"), dir / "out"),
-        3);
-    const std::string events = test_support::read_file(dir / "out");
-    EXPECT_NE(events.find("16777227"), std::string::npos) << events;  // 0x100000B
-    EXPECT_EQ(run("verify" + job, dir / "out"), 0) << test_support::read_file(dir / "out");
-    const std::string media = test_support::read_file(dir / "storage/job.1.0.mtf");
+    const Output saved = save(plain ? Arguments{"--json", "--plain"} : Arguments{"--json"});
+    EXPECT_EQ(saved.code, 3);
+    EXPECT_NE(saved.out.find("16777227"), std::string::npos) << saved.out;  // 0x100000B
+    expect_verified();
+    const std::string media = read_file(storage("demo.1.0.mtf"));
     const std::size_t cfil = media.find("CFIL");
     ASSERT_NE(cfil, std::string::npos);
     EXPECT_EQ(test::get_le(media, cfil + 52, 4), 0x20000u);
     EXPECT_EQ(test::get_le(media, cfil + 64, 8), bad_from);
-    EXPECT_EQ(test::get_le(media, cfil + 72, 2), *plain == '\0' ? 2u : 1u);
-    const std::string to = dir / (*plain == '\0' ? "to" : "to-plain");
-    EXPECT_EQ(run("restore" + job + "--to " + to, dir / "out"), 0);
-    EXPECT_TRUE(test_support::read_file(to + source + "/good") == std::string(size, 'x'));
-    EXPECT_FALSE(std::filesystem::exists(to + source + "/bad"));
+    EXPECT_EQ(test::get_le(media, cfil + 72, 2), plain ? 1u : 2u);
+    EXPECT_EQ(restore("to").code, 0);
+    EXPECT_TRUE(read_file(back("/good")) == std::string(size, 'x'));
+    EXPECT_FALSE(fs::exists(back("/bad")));
+    for (const char* done : {"to", "storage"}) fs::remove_all(dir_ / done);
   }
 }
 
 // What may be missing of a directory is told in a job of each kind, and counts as skipped. What it
 // gives twice is saved once, or no job could start from this one.
-TEST(ReadError, OfADirectoryIsNeverSilent) {
-  const test_support::Temp_Dir dir;
-  const std::string source = dir / "source";
-  ASSERT_EQ(::mkdir(source.c_str(), 0700), 0);
-  test_support::write_file(dir / "other", "whole");
-  const Failing_File_System failing(source, true);
+TEST_F(Read_Error, OfADirectoryIsNeverSilent) {
+  write_file(dir_ / "other", "whole");
+  const Failing_File_System failing(source(), true);
   if (!failing.mounted()) GTEST_SKIP() << "no file system can be mounted here";
-  for (const char* threads : {" --threads 1", " --threads 2"}) {
+  for (const char* threads : {"1", "2"}) {
     for (const char* command : {"full", "incremental"}) {
       SCOPED_TRACE(std::string(command) + threads);
-      const std::string job = " --storage " + (dir / "storage") + " --name job";
-      EXPECT_EQ(run(command + job + threads + " --tmp " + (dir / "tmp") + " --source " + source +
-                        " --source " + (dir / "other"),
-                    dir / "out"),
-                3);
-      const std::string told = test_support::read_file(dir / "out");
-      EXPECT_NE(told.find("skipped: 1 directory"), std::string::npos) << told;
-      EXPECT_NE(told.find("source"), std::string::npos) << told;
-      EXPECT_EQ(run("verify" + job, dir / "out"), 0) << test_support::read_file(dir / "out");
+      const Output saved =
+          save({"--threads", threads, "--source", source(), "--source", dir_ / "other"}, command);
+      EXPECT_EQ(saved.code, 3);
+      EXPECT_NE(saved.out.find("skipped: 1 directory"), std::string::npos) << saved.out;
+      EXPECT_NE(saved.err.find("source"), std::string::npos) << saved.err;
+      expect_verified();
     }
-    std::filesystem::remove_all(dir / "storage");
+    fs::remove_all(dir_ / "storage");
   }
 }
 

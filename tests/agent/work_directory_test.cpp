@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <thread>
 
@@ -13,110 +14,95 @@ namespace {
 
 namespace fs = std::filesystem;
 using agent::Work_Directory;
-using test_support::Temp_Dir;
 using test_support::write_file;
-using Names = std::vector<std::string>;
 
-TEST(Work_Directory, GoesWithItsJob) {
-  const Temp_Dir dir;
-  std::string error;
-  {
+class Work_Directories : public testing::Test {
+ protected:
+  // Opens one for a moment; what went wrong, if anything did.
+  std::string open(bool closed = false) {
     Work_Directory job;
-    ASSERT_TRUE(job.open(dir / "root", false, "1-2@demo", error)) << error;
-    EXPECT_EQ(job.path(), dir / "root/mtf-agent@1-2@demo");
-    write_file(job.path() + "/file", "x");
+    std::string error;
+    const bool opened = job.open(root_, closed, "1-2@job", error);
+    EXPECT_EQ(opened, error.empty());
+    cleared_ = job.cleared();
+    return error;
   }
-  EXPECT_TRUE(fs::is_empty(dir / "root"));
-}
 
-TEST(Work_Directory, OfADeadJobGoesAndOfALivingOneStays) {
-  const Temp_Dir dir;
-  const std::string root = dir / "root";
+  test_support::Temp_Dir dir_;
+  const std::string root_ = dir_ / "root";
+  std::vector<std::string> cleared_;
+};
+
+TEST_F(Work_Directories, OfADeadJobGoesAndOfALivingOneStays) {
   std::string error;
   Work_Directory living;
-  ASSERT_TRUE(living.open(root, false, "1-2@living", error)) << error;
+  ASSERT_TRUE(living.open(root_, false, "1-2@living", error)) << error;
   for (const char* name :
        {"mtf-agent@1-2@dead/demo", "mtf-agent@3-4@other", "mtf-agent", "1-2@x", "library"}) {
-    fs::create_directories(root + '/' + name);
+    fs::create_directories(root_ + '/' + name);
   }
-  write_file(root + "/mtf-agent@1-2@dead/demo/0.cat", "x");
-  write_file(root + "/mtf-agent@file", "x");
-  ASSERT_EQ(::symlink("library", (root + "/mtf-agent@link").c_str()), 0);
+  write_file(root_ + "/mtf-agent@1-2@dead/demo/0.cat", "x");
+  write_file(root_ + "/mtf-agent@file", "x");
+  fs::create_symlink("library", root_ + "/mtf-agent@link");
+  std::size_t stay = 6;
   if (::geteuid() == 0) {
-    fs::create_directory(root + "/mtf-agent@foreign");
-    ASSERT_EQ(::chown((root + "/mtf-agent@foreign").c_str(), 65534, 65534), 0);
+    fs::create_directory(root_ + "/mtf-agent@foreign");
+    ASSERT_EQ(::chown((root_ + "/mtf-agent@foreign").c_str(), 65534, 65534), 0);
+    ++stay;
   }
-  Work_Directory job;
-  ASSERT_TRUE(job.open(root, false, "1-2@job", error)) << error;
-  Names cleared = job.cleared();
-  std::sort(cleared.begin(), cleared.end());
-  EXPECT_EQ(cleared, (Names{root + "/mtf-agent@1-2@dead", root + "/mtf-agent@3-4@other"}));
-  for (const std::string& path : cleared) EXPECT_FALSE(fs::exists(path));
-  for (const char* name : {"mtf-agent@1-2@living", "mtf-agent@1-2@job", "mtf-agent", "1-2@x",
-                           "library", "mtf-agent@file", "mtf-agent@link"}) {
-    EXPECT_TRUE(fs::exists(root + '/' + name)) << name;
-  }
-  EXPECT_EQ(fs::exists(root + "/mtf-agent@foreign"), ::geteuid() == 0);
+  EXPECT_EQ(open(), "");
+  std::sort(cleared_.begin(), cleared_.end());
+  EXPECT_EQ(cleared_, (std::vector<std::string>{root_ + "/mtf-agent@1-2@dead",
+                                                root_ + "/mtf-agent@3-4@other"}));
+  for (const std::string& path : cleared_) EXPECT_FALSE(fs::exists(path));
+  EXPECT_EQ(std::distance(fs::directory_iterator(root_), {}), stay);
 }
 
 // Whoever comes in between makes, removes and looks at the same directory all the time.
-TEST(Work_Directory, NoJobLosesItsDirectoryToAnother) {
-  const Temp_Dir dir;
+TEST_F(Work_Directories, NoJobLosesItsDirectoryToAnother) {
   const auto jobs = [&](const std::string& id) {
     for (int i = 0; i < 300; ++i) {
       Work_Directory job;
       std::string error;
-      ASSERT_TRUE(job.open(dir.path(), false, id, error)) << error;
-      const std::string file = job.path() + "/file";
-      write_file(file, id);
-      ASSERT_EQ(test_support::read_file(file), id);
+      ASSERT_TRUE(job.open(dir_.path(), false, id, error)) << error;
+      write_file(job.path() + "/file", id);
+      ASSERT_EQ(test_support::read_file(job.path() + "/file"), id);
     }
   };
   std::thread one([&] { jobs("1@a"); }), two([&] { jobs("1@a"); }), three([&] { jobs("2@b"); });
   one.join();
   two.join();
   three.join();
-  EXPECT_TRUE(fs::is_empty(dir.path()));
+  EXPECT_TRUE(fs::is_empty(dir_.path()));
 }
 
-TEST(Work_Directory, IsRefusedWhereOthersMightReachIt) {
-  const Temp_Dir dir;
-  const std::string root = dir / "root", start = "temporary directory '" + root + "': ";
-  fs::create_directory(root);
-  std::string error;
-  const auto opens = [&](bool closed) {
-    Work_Directory job;
-    return job.open(root, closed, "1@a", error);
-  };
-  ASSERT_EQ(::chmod(root.c_str(), 0777), 0);
-  EXPECT_FALSE(opens(false));
-  EXPECT_EQ(error, start + "every user may change what is in it");
-  ASSERT_EQ(::chmod(root.c_str(), 01777), 0);
-  EXPECT_TRUE(opens(false)) << error;
-  ASSERT_EQ(::chmod(root.c_str(), 0777), 0);
-  EXPECT_TRUE(opens(true)) << error;
-  struct stat st;
-  ASSERT_EQ(::stat(root.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0700U);
-  fs::rename(root, dir / "real");
+TEST_F(Work_Directories, AreRefusedWhereOthersMightReachThem) {
+  const std::string start = "temporary directory '" + root_ + "': ";
+  const auto set_mode = [&](unsigned int mode) { fs::permissions(root_, fs::perms(mode)); };
+  fs::create_directory(root_);
+  set_mode(0777);
+  EXPECT_EQ(open(), start + "every user may change what is in it");
+  set_mode(01777);
+  EXPECT_EQ(open(), "");
+  set_mode(0777);
+  EXPECT_EQ(open(true), "");
+  EXPECT_EQ(fs::status(root_).permissions(), fs::perms(0700));
+  fs::rename(root_, dir_ / "real");
   for (const char* target : {"real", "nowhere"}) {
-    ASSERT_EQ(::symlink(target, root.c_str()), 0);
+    fs::create_symlink(target, root_);
     for (const bool closed : {false, true}) {
-      EXPECT_FALSE(opens(closed));
-      EXPECT_EQ(error, start + "it is a symbolic link: name the directory itself");
+      EXPECT_EQ(open(closed), start + "it is a symbolic link: name the directory itself");
     }
-    fs::remove(root);
+    fs::remove(root_);
   }
-  write_file(root, "x");
-  EXPECT_FALSE(opens(false));
-  EXPECT_EQ(error, start + "Not a directory");
-  fs::remove(root);
+  write_file(root_, "x");
+  EXPECT_EQ(open(), start + "Not a directory");
+  fs::remove(root_);
   if (::geteuid() != 0) return;
-  fs::create_directory(root);
-  ASSERT_EQ(::chown(root.c_str(), 65534, 65534), 0);
+  fs::create_directory(root_);
+  ASSERT_EQ(::chown(root_.c_str(), 65534, 65534), 0);
   for (const bool closed : {false, true}) {
-    EXPECT_FALSE(opens(closed));
-    EXPECT_EQ(error, start + "it belongs to another user");
+    EXPECT_EQ(open(closed), start + "it belongs to another user");
   }
 }
 

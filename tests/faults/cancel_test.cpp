@@ -15,7 +15,6 @@ using namespace MTF;
 using test_support::Call;
 using test_support::Chain;
 using test_support::Fault;
-using test_support::Hang_Bound;
 using test_support::Kind;
 using test_support::Op;
 using test_support::Test_Job;
@@ -110,7 +109,6 @@ void Cancel::cancel_at(const Call& call, std::size_t size, bool and_fail) {
   where << GetParam() << ", write " << call.at << " of channel " << call.channel << ", "
         << call.piece << " at " << call.place << (and_fail ? ", which fails" : "");
   SCOPED_TRACE(where.str());
-  const Hang_Bound bound(where.str());
   Test_Job job(and_fail ? Fault{Op::write, call.at, call.channel} : Fault{});
   const bool one = GetParam().channels == 1;
   job.storage.on_call = [&](const Call& now) {
@@ -157,7 +155,6 @@ TEST_P(Cancel, AtEveryWrite) {
 
 TEST_P(Cancel, AtEveryEvent) {
   for (int at = 1;; ++at) {
-    const Hang_Bound bound("event " + std::to_string(at));
     SCOPED_TRACE(at);
     Test_Job job;
     std::atomic<int> events{0};
@@ -224,7 +221,6 @@ TEST(Cancel_Queue, AFullOneOfAChannelThatStops) {
   run_many(base, script, false);
   script->lister = [] { return new Many_Files; };
   for (bool incremental : {false, true}) {
-    const Hang_Bound bound(incremental ? "incremental" : "full");
     Test_Job job;
     job.storage.pieces = base.storage.pieces;
     std::atomic<bool> idle{false};

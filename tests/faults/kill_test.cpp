@@ -54,10 +54,7 @@ class Kill : public Agent_Run {
 constexpr int kills = is_sanitized ? 20 : 200;
 
 struct Kind {
-  const char* command;
-  const char* stem;
-  const char* channels;
-  const char* threads;
+  const char *command, *stem, *channels, *threads;
 };
 
 constexpr Kind kinds[] = {{"full", "one", "1", "1"},
@@ -68,9 +65,9 @@ constexpr Kind kinds[] = {{"full", "one", "1", "1"},
 class Random_Kill : public Kill {
  protected:
   Arguments job(const Kind& kind) const {
-    return test_support::agent({kind.command, "--source", source(), "--storage", dir_ / "storage",
-                                "--name", kind.stem, "--tmp", dir_ / "tmp", "--channels",
-                                kind.channels, "--threads", kind.threads});
+    Arguments all = full({"--channels", kind.channels, "--threads", kind.threads}, kind.command);
+    *std::find(all.begin(), all.end(), "demo") = kind.stem;
+    return all;
   }
 
   // A few files differ from job to job.
@@ -148,11 +145,13 @@ TEST_F(Random_Kill, LeavesNoDamageAndNothingInTheWay) {
 TEST_F(Kill, WhilePiecesGetTheirNames) {
   if (!can_trace()) GTEST_SKIP() << "no process may watch another here";
   const Arguments two{"--channels", "2"};
+  const auto remove = [&](unsigned int seq) {
+    return run(on_storage("remove", {"--seq", std::to_string(seq)})).code;
+  };
   ASSERT_EQ(save(two).code, 0);
   for (unsigned int n = 1; n <= 4; ++n) {
-    Arguments arguments = full(two);
     const std::string fault = "renameat:signal=KILL:when=" + std::to_string(n);
-    run(traced({"-e", "trace=renameat", "-e", "inject=" + fault}, "/dev/null", arguments));
+    run(traced({"-e", "trace=renameat", "-e", "inject=" + fault}, "/dev/null", full(two)));
     expect_sound("demo");
     const bool begun = n > 1;
     const auto found = jobs("demo");
@@ -163,21 +162,16 @@ TEST_F(Kill, WhilePiecesGetTheirNames) {
     EXPECT_EQ(
         restored.err,
         begun ? "warning: job 2 is not complete: job 1 of 'demo' is taken in its place\n" : "");
-    arguments = full(two);
-    arguments[1] = "incremental";
-    const Output next = run(arguments);
+    const Output next = save(two, "incremental");
     EXPECT_EQ(next.code, 0) << next.err;
     EXPECT_EQ(next.err.rfind("removed what a killed job left: ", 0), 0U) << next.err;
     const unsigned int seq = begun ? 3 : 2;
     EXPECT_EQ(jobs("demo").back().seq, seq);
     // What is half is no base: the job is sound without it.
-    const Arguments last{"--seq", std::to_string(seq)};
-    if (begun) {
-      EXPECT_EQ(run(on_storage("remove", {"--seq", "2"})).code, 0);
-    }
-    EXPECT_EQ(run(on_storage("verify", last)).code, 0);
-    EXPECT_EQ(run(on_storage("remove", {"--seq", "1"})).code, 1) << "it is the base";
-    EXPECT_EQ(run(on_storage("remove", last)).code, 0);
+    EXPECT_TRUE(!begun || remove(2) == 0);
+    expect_verified();
+    EXPECT_EQ(remove(1), 1) << "it is the base";
+    EXPECT_EQ(remove(seq), 0);
     EXPECT_EQ(pieces().size(), 4U);
   }
 }

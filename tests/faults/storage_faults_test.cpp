@@ -178,7 +178,6 @@ void Storage_Faults::expect_fault(const Call& call, bool wholly) {
   where << GetParam() << ", call " << static_cast<int>(call.op) << ' ' << call.at << " of channel "
         << call.channel << (wholly ? " wholly, " : ", ") << call.piece << " at " << call.place;
   SCOPED_TRACE(where.str());
-  const test_support::Hang_Bound bound(where.str());
   const Told told = rule(call, whole_media(call));
   Test_Job job(Fault{call.op, call.at, call.channel, wholly});
   EXPECT_EQ(run(job, GetParam()), told.done);

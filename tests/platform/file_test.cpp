@@ -6,39 +6,12 @@
 
 #include <cerrno>
 
-#include "platform/attributes.h"
-#include "platform/directory.h"
-#include "platform/native_path.h"
-#include "platform/utf16.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
 
 using test_support::Temp_Dir;
 using test_support::write_file;
-
-std::string system_form(const std::string& native) {
-  std::string out;
-  EXPECT_TRUE(platform::system_path(native, out)) << native;
-  return out;
-}
-
-TEST(File, ReadsARegularFileWithItsRecord) {
-  Temp_Dir dir;
-  write_file(dir / "f", "content");
-  ASSERT_EQ(::link((dir / "f").c_str(), (dir / "g").c_str()), 0);
-  platform::File file;
-  ASSERT_TRUE(file.open_read(system_form(dir / "f")));
-  _stat64 other;
-  ASSERT_EQ(platform::stat_link(system_form(dir / "g"), other), 0);
-  EXPECT_EQ(file.stat().st_ino, other.st_ino);
-  EXPECT_EQ(file.stat().st_nlink, 2u);
-  EXPECT_EQ(file.stat().st_size, 7);
-  EXPECT_EQ(file.stat().st_mode & 0xF000, 0x8000u);
-  char data[16];
-  EXPECT_EQ(file.read(data, sizeof data), 7);
-  EXPECT_EQ(file.read(data, sizeof data), 0);
-}
 
 TEST(File, FileNumbersTellFileSystemsApart) {
   struct stat one = {}, two = {};
@@ -55,23 +28,6 @@ TEST(File, FileNumbersTellFileSystemsApart) {
   EXPECT_EQ(a.st_ino ^ c.st_ino, 4711ULL ^ 4712ULL);
 }
 
-TEST(File, RefusesWhatIsNoRegularFileWithoutWaiting) {
-  Temp_Dir dir;
-  ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
-  write_file(dir / "f", "x");
-  ASSERT_EQ(::symlink("f", (dir / "link").c_str()), 0);
-  const struct {
-    const char* name;
-    int error;
-  } cases[] = {{"fifo", EINVAL}, {"link", ELOOP}, {"", EINVAL}, {"missing", ENOENT}};
-  platform::File file;
-  for (const auto& c : cases) {
-    EXPECT_FALSE(file.open_read(system_form(dir / c.name)));
-    EXPECT_EQ(errno, c.error) << c.name;
-    EXPECT_FALSE(file.is_open());
-  }
-}
-
 TEST(File, LocalFilesAreNotWrittenThroughALink) {
   Temp_Dir dir;
   write_file(dir / "f", "kept");
@@ -80,37 +36,6 @@ TEST(File, LocalFilesAreNotWrittenThroughALink) {
   EXPECT_FALSE(file.open_local_write(dir / "link"));
   EXPECT_EQ(errno, ELOOP);
   EXPECT_EQ(test_support::read_file(dir / "f"), "kept");
-  ASSERT_TRUE(file.open_local_write(dir / "new"));
-  struct stat st;
-  ASSERT_EQ(::stat((dir / "new").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-}
-
-// Far beyond what one call of the system takes.
-TEST(File, DeepPathsAreReached) {
-  Temp_Dir dir;
-  std::string deep = dir.path();
-  for (int level = 0; level < 200; ++level) deep += "/" + std::string(250, 'd');
-  ASSERT_EQ(platform::make_dirs(deep, 0700), 0);
-  EXPECT_EQ(platform::make_dirs(deep, 0700), 0);
-  platform::File file;
-  ASSERT_TRUE(file.open_local_write(deep + "/leaf"));
-  ASSERT_TRUE(file.write_all("deep", 4) && file.close());
-  const std::string leaf = system_form(deep + "/leaf");
-  ASSERT_TRUE(file.open_read(leaf));
-  EXPECT_EQ(file.stat().st_size, 4);
-  platform::Directory_Handle handle;
-  ASSERT_EQ(handle.open(system_form(deep)), 0);
-  std::string name;
-  _stat64 stat;
-  bool end = true;
-  ASSERT_EQ(handle.next(name, stat, end), 0);
-  EXPECT_FALSE(end);
-  EXPECT_EQ(name, "leaf");
-  platform::WIN32_FILE_ATTRIBUTE_DATA data;
-  EXPECT_TRUE(GetFileAttributesExW(platform::to_utf16(leaf).c_str(), GetFileExInfoStandard, &data));
-  EXPECT_TRUE(platform::remove_tree(dir.path() + "/" + std::string(250, 'd')));
-  EXPECT_EQ(::access((dir / std::string(250, 'd')).c_str(), F_OK), -1);
 }
 
 }  // namespace

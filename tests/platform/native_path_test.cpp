@@ -35,14 +35,6 @@ TEST_F(Native_Path, EachNativeNameHasOneSystemName) {
   EXPECT_EQ(systems.size(), natives.size());
 }
 
-TEST_F(Native_Path, SystemNames) {
-  EXPECT_EQ(platform::system_name("a\\b"),
-            "a\xEF\x81\x9C"
-            "b");
-  EXPECT_EQ(platform::system_name("\xEF\x81\x9C"), "\xEF\x81\x9B\xEF\x81\x9C");
-  EXPECT_EQ(platform::native_name("\xEF\x81\x9Bx"), "\xEF\x81\x9Bx");  // an escape of nothing
-}
-
 TEST_F(Native_Path, PathsOfTheSystem) {
   const struct {
     std::string system, native;

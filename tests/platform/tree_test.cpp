@@ -58,8 +58,9 @@ TEST(Tree, RemovalOfOddPaths) {
 }
 
 TEST(Tree, DirectoriesAreMadeOnTheWay) {
-  Temp_Dir dir;
+  const Temp_Dir dir;
   EXPECT_EQ(platform::make_dirs(dir / "a//b/c/", 0700), 0);
+  EXPECT_EQ(::access((dir / "a/b/c").c_str(), F_OK), 0);
   write_file(dir / "f", "x");
   EXPECT_EQ(platform::make_dirs(dir / "f", 0700), ENOTDIR);
   EXPECT_EQ(platform::make_dirs(dir / "f/below", 0700), ENOTDIR);
@@ -67,25 +68,27 @@ TEST(Tree, DirectoriesAreMadeOnTheWay) {
 }
 
 TEST(Tree, PrivateDirectoryIsTheUsersAlone) {
-  Temp_Dir dir;
+  const Temp_Dir dir;
   struct stat st;
-  EXPECT_TRUE(platform::private_directory(dir / "own"));
-  ASSERT_EQ(::chmod((dir / "own").c_str(), 0777), 0);
-  EXPECT_TRUE(platform::private_directory(dir / "own/"));
-  ASSERT_EQ(::stat((dir / "own").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0700u);
-  ASSERT_EQ(::symlink("own", (dir / "link").c_str()), 0);
-  for (const char* name : {"link", "link/"}) {
-    EXPECT_FALSE(platform::private_directory(dir / name));
-    EXPECT_EQ(errno, EPERM);
+  for (const unsigned int mode : {0700U, 0777U}) {
+    EXPECT_TRUE(platform::private_directory(dir / "own/"));
+    ASSERT_EQ(::stat((dir / "own").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    ASSERT_EQ(::chmod((dir / "own").c_str(), mode), 0);
   }
+  ASSERT_EQ(::symlink("own", (dir / "link").c_str()), 0);
   write_file(dir / "f", "x");
-  EXPECT_FALSE(platform::private_directory(dir / "f"));
-  EXPECT_EQ(errno, ENOTDIR);
-  if (::geteuid() != 0) return;
-  ASSERT_EQ(::chown((dir / "own").c_str(), 65534, 65534), 0);
-  EXPECT_FALSE(platform::private_directory(dir / "own"));
-  EXPECT_EQ(errno, EPERM);
+  const bool root = ::geteuid() == 0;
+  if (root) {
+    ASSERT_EQ(::chown((dir / "own").c_str(), 65534, 65534), 0);
+  }
+  const std::pair<const char*, int> cases[] = {
+      {"link", EPERM}, {"link/", EPERM}, {"f", ENOTDIR}, {"own", root ? EPERM : 0}};
+  for (const auto& [name, error] : cases) {
+    errno = 0;
+    EXPECT_EQ(platform::private_directory(dir / name), error == 0) << name;
+    EXPECT_EQ(errno, error) << name;
+  }
 }
 
 }  // namespace

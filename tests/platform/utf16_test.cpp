@@ -35,28 +35,12 @@ TEST(Utf16, InvalidBytesAreLoneUnits) {
 }
 
 TEST(Utf16, EveryByteStringComesBackAndIsAlone) {
-  const std::string alphabet[] = {std::string(1, '\0'),
-                                  "a",
-                                  "\\",
-                                  "\x7F",
-                                  "\x80",
-                                  "\x8F",
-                                  "\x90",
-                                  "\x9B",
-                                  "\x9C",
-                                  "\x9F",
-                                  "\xA0",
-                                  "\xBF",
-                                  "\xC0",
-                                  "\xC2",
-                                  "\xDF",
-                                  "\xE0",
-                                  "\xED",
-                                  "\xEF",
-                                  "\xF0",
-                                  "\xF4",
-                                  "\xF5",
-                                  "\xFF"};
+  std::vector<std::string> alphabet{std::string(1, '\0')};
+  for (const char byte :
+       std::string("a\\\x7F\x80\x8F\x90\x9B\x9C\x9F\xA0\xBF\xC0\xC2\xDF\xE0\xED\xEF"
+                   "\xF0\xF4\xF5\xFF")) {
+    alphabet.emplace_back(1, byte);
+  }
   std::set<std::wstring> seen;
   const auto all = test_support::all_strings(alphabet, 4);
   for (const std::string& bytes : all) {

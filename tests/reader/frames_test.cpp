@@ -132,19 +132,15 @@ TEST(Frames, A_claimed_size_allocates_nothing_beyond_the_limit) {
 }
 
 TEST(Frames, The_checksum_covers_frame_headers_and_stored_bytes) {
-  test::Media_Bytes media;
-  media.begin(test::metadata);
-  media.volb("/");
-  media.file("f", runs.size(), test::modified);
-  media.frames("STAN", {{runs, zstd(runs)}}, 2, runs.size());
-  media.end();
-  test::Memory_Store store = test::store_of(media);
-  EXPECT_EQ(told(test::verify(store)), "");
+  test::Memory_Store store = test::store_of(test::media_of([](test::Media_Bytes& media) {
+    media.file("f", runs.size(), test::modified);
+    media.frames("STAN", {{runs, zstd(runs)}}, 2, runs.size());
+  }));
+  EXPECT_EQ(test::told(store), "");
   // The checksum of the stream, in its CSUM stream behind the data.
   std::string& bytes = store.held["job.1.0.mtf"];
   bytes[bytes.find("CSUM") + 22] ^= 1;
-  EXPECT_NE(told(test::verify(store)).find("checksum of the stream's data is wrong"),
-            std::string::npos);
+  EXPECT_NE(test::told(store).find("checksum of the stream's data is wrong"), std::string::npos);
 }
 
 }  // namespace

@@ -71,15 +71,9 @@ TEST(SecurityView, DamageIsRefusedOrReadWithinItsBytes) {
 }
 
 std::string entry(unsigned int next, const std::string& name, const std::string& value) {
-  return Bytes()
-      .le(next, 4)
-      .le(0, 1)
-      .le(name.size(), 1)
-      .le(value.size(), 2)
-      .raw(name)
-      .zeros(1)
-      .raw(value)
-      .data;
+  Bytes out;
+  out.le(next, 4).le(0, 1).le(name.size(), 1).le(value.size(), 2).raw(name).zeros(1).raw(value);
+  return out.data;
 }
 
 TEST(AttributesView, ReadsEntriesAndRefusesWhatDoesNotFit) {
@@ -113,30 +107,6 @@ TEST(AttributesView, ReadsNoMoreEntriesThanAFileCanHave) {
   EXPECT_TRUE(MTF::read_attributes(whole + last, out));
   EXPECT_EQ(out.size(), most);
   EXPECT_FALSE(MTF::read_attributes(whole + entry(12, "u", "ab") + last, out));
-}
-
-TEST(RightsVerify, AWrongLayoutIsTold) {
-  const struct {
-    const char* stream;
-    std::string data;
-    bool sound;
-  } cases[] = {
-      {"NACL", descriptor(sid(1, 1), sid(2, 2), ace(sid(3, 3)), 1), true},
-      {"NACL", "not a descriptor at all", false},
-      {"NTEA", entry(0, "user.one", "123"), true},
-      {"NTEA", entry(4, "user.one", "123"), false},
-  };
-  for (const auto& c : cases) {
-    test::Media_Bytes media;
-    media.begin(test::metadata);
-    media.volb("/");
-    media.dirb("d\\", test::modified);
-    media.file("f", 0, test::modified);
-    media.stream(c.stream, c.data, c.stream[1] == 'A' ? 2 : 0);
-    media.end();
-    test::Memory_Store store = test::store_of(media);
-    EXPECT_EQ(test::told(test::verify(store)).empty(), c.sound) << c.stream << c.data;
-  }
 }
 
 }  // namespace

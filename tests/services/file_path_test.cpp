@@ -2,20 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-
 namespace {
-
-using oxbase::Path_T;
-
-TEST(File_Path, RootPaths) {
-  for (const char* root : {"/", "//", "C:", "C:\\", "C:\\\\"}) {
-    EXPECT_TRUE(MTF_FS::is_root_path(root)) << root;
-  }
-  for (const char* path : {"", "\\", "/\\", "C", "C:/", "C:\\a", "/a"}) {
-    EXPECT_FALSE(MTF_FS::is_root_path(path)) << path;
-  }
-}
 
 TEST(File_Path, Components) {
   const struct {
@@ -75,29 +62,6 @@ TEST(File_Path, WhatIsSharedWithTheWantedDirectory) {
     EXPECT_EQ(MTF_FS::common_parent(c.current, c.wanted), c.length)
         << c.current << " to " << c.wanted;
   }
-}
-
-TEST(File_Path, VolumesAreReplaced) {
-  Path_T<char> out('\\');
-  EXPECT_TRUE(MTF_FS::replace_volume("C:\\a\\b", "D:", out));
-  EXPECT_EQ(out.str(), "D:\\a\\b");
-  EXPECT_TRUE(MTF_FS::replace_volume("C:", "/mnt/snap/", out));
-  EXPECT_EQ(out.str(), "/\\mnt\\snap");
-  EXPECT_TRUE(MTF_FS::replace_volume("/\\a", "/mnt/snap", out));
-  EXPECT_EQ(out.str(), "/\\mnt\\snap\\a");
-  EXPECT_FALSE(MTF_FS::replace_volume("a\\b", "D:", out));
-  EXPECT_FALSE(MTF_FS::replace_volume("C:\\a", "relative", out));
-  EXPECT_EQ(errno, EINVAL);
-
-  EXPECT_TRUE(MTF_FS::replace_volume("C:", "a\\b\\", "", out));
-  EXPECT_EQ(out.str(), "C:\\a\\b");
-  EXPECT_TRUE(MTF_FS::replace_volume("/", "", "", out));
-  EXPECT_EQ(out.str(), "/");
-  EXPECT_TRUE(MTF_FS::replace_volume("C:", "a\\", "f", "", out));
-  EXPECT_EQ(out.str(), "C:\\a\\f");
-  EXPECT_TRUE(MTF_FS::replace_volume("C:", "", "f", "/snap", out));
-  EXPECT_EQ(out.str(), "/\\snap\\f");
-  EXPECT_FALSE(MTF_FS::replace_volume("", "a\\", "f", "", out));
 }
 
 }  // namespace

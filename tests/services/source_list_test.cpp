@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 
 #include "platform/native_path.h"
-#include "tests/support/log_lines.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -17,7 +15,7 @@ using test_support::write_file;
 
 class Source_List : public testing::Test {
  protected:
-  Source_List() : capture_(log) {
+  Source_List() {
     for (const char* dir : {"a", "a/sub", "b", "ab"}) ::mkdir((tmp / dir).c_str(), 0700);
     for (const char* file : {"a/z", "a/sub/f", "c"}) write_file(tmp / file, "");
   }
@@ -40,8 +38,6 @@ class Source_List : public testing::Test {
   }
 
   const Temp_Dir tmp;
-  test_support::Log_Lines log;
-  test_support::Capture capture_;
 };
 
 TEST_F(Source_List, OrderOfTheWalkWithNothingTwice) {
@@ -54,25 +50,12 @@ TEST_F(Source_List, OrderOfTheWalkWithNothingTwice) {
   EXPECT_EQ(resolve({}), Paths{});
 }
 
-TEST_F(Source_List, ASourceThatIsNotThereFailsWithALineThatNamesIt) {
-  EXPECT_EQ(resolve({"a", "none"}), std::vector<std::string>{"failed"});
-  EXPECT_EQ(log.count("128 Failed to examine source, path=/\\"), 1);
+TEST_F(Source_List, RelativePathsAreRefused) {
   std::list<std::string> exclude;
   std::list<MTF::source_entry> entries;
   EXPECT_FALSE(MTF::to_source_list_type({"relative"}, exclude, nullptr, nullptr, entries));
   exclude = {"relative"};
   EXPECT_FALSE(MTF::to_source_list_type({tmp / "a"}, exclude, nullptr, nullptr, entries));
-}
-
-TEST_F(Source_List, IsLookedAtUnderItsShadow) {
-  platform::Volume_Roots::instance().set("X:", "/nowhere");
-  const std::map<std::string, std::string> shadows{{"X:", tmp.path()}};
-  std::list<std::string> exclude;
-  std::list<MTF::source_entry> entries;
-  EXPECT_TRUE(MTF::to_source_list_type({"X:\\a\\z"}, exclude, nullptr, &shadows, entries));
-  EXPECT_EQ(entries.front().path, "X:\\a\\z");
-  EXPECT_FALSE(MTF::to_source_list_type({"X:\\a\\z"}, exclude, nullptr, nullptr, entries));
-  platform::Volume_Roots::instance().clear();
 }
 
 TEST_F(Source_List, ExcludesAnEntryAndAllBelow) {

@@ -30,9 +30,9 @@ bool is_named_or_below(const std::string& errors, std::string path) {
 }
 
 // The escaped paths in the output of `list`.
-std::set<std::string> listed_paths(const std::string& output) {
+std::multiset<std::string> listed_paths(const std::string& output) {
   constexpr std::size_t path_column = 47;
-  std::set<std::string> paths;
+  std::multiset<std::string> paths;
   for (const std::string& line : lines_of(output)) paths.insert(line.substr(path_column));
   return paths;
 }
@@ -66,8 +66,8 @@ Arguments Agent_Run::on_storage(const std::string& command, const Arguments& mor
   return all;
 }
 
-Arguments Agent_Run::full(const Arguments& more) const {
-  Arguments all = on_storage("full", {"--tmp", dir_ / "tmp"});
+Arguments Agent_Run::full(const Arguments& more, const std::string& command) const {
+  Arguments all = on_storage(command, {"--tmp", dir_ / "tmp"});
   if (std::find(more.begin(), more.end(), "--source") == more.end()) {
     all.insert(all.end(), {"--source", source()});
   }
@@ -90,6 +90,26 @@ Arguments Agent_Run::pieces() const {
   return names;
 }
 
+void Agent_Run::expect_verified(const Arguments& more) const {
+  const Output verified = run(on_storage("verify", more));
+  EXPECT_EQ(verified.code, 0) << verified.out << verified.err;
+  EXPECT_NE(verified.out.find(" of 'demo': 0 faults"), std::string::npos) << verified.out;
+}
+
+void Agent_Run::expect_restored(const Snapshot& before, const std::string& top,
+                                const std::string& errors, const Arguments& more) const {
+  const Snapshot after = snapshot((dir_ / "to") + top);
+  const Snapshot expected = without_named(before, after, top, errors);
+  EXPECT_EQ(difference(expected, after), "");
+  const Output listed = run(on_storage("list", more));
+  EXPECT_EQ(listed.code, 0) << listed.err;
+  const std::multiset<std::string> paths = listed_paths(listed.out);
+  for (const auto& entry : expected) {
+    const std::string path = agent::escape_name(top + entry.first);
+    EXPECT_EQ(paths.count(path), 1U) << path.substr(0, 300);
+  }
+}
+
 void Agent_Run::expect_round_trip(const Arguments& how, const Arguments& sources, int code) {
   Arguments arguments = how;
   std::vector<Snapshot> before;
@@ -101,24 +121,11 @@ void Agent_Run::expect_round_trip(const Arguments& how, const Arguments& sources
   ASSERT_EQ(saved.code, code) << saved.err.substr(0, 4000);
   EXPECT_EQ(saved.out.compare(0, 16, "job 1 of 'demo':"), 0) << saved.out;
   EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
-
-  const Output verified = run(on_storage("verify"));
-  EXPECT_EQ(verified.code, 0) << verified.out << verified.err;
-  EXPECT_EQ(verified.out.compare(0, 25, "job 1 of 'demo': 0 faults"), 0) << verified.out;
-
+  expect_verified();
   const Output restored = restore("to");
   EXPECT_EQ(restored.code, 0) << restored.err.substr(0, 4000);
-  const Output listed = run(on_storage("list"));
-  EXPECT_EQ(listed.code, 0) << listed.err;
-  const std::set<std::string> paths = listed_paths(listed.out);
   for (std::size_t i = 0; i < sources.size(); ++i) {
-    const Snapshot after = snapshot((dir_ / "to") + sources[i]);
-    const Snapshot expected = without_named(before[i], after, sources[i], saved.err);
-    EXPECT_EQ(difference(expected, after), "");
-    for (const auto& entry : expected) {
-      const std::string path = agent::escape_name(sources[i] + entry.first);
-      EXPECT_EQ(paths.count(path), 1U) << path.substr(0, 300);
-    }
+    expect_restored(before[i], sources[i], saved.err);
   }
 }
 

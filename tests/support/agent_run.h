@@ -21,19 +21,31 @@ class Agent_Run : public testing::Test {
   std::string source(const std::string& path = {}) const { return dir_ / "source" + path; }
   std::string storage(const std::string& name = {}) const { return dir_ / "storage/" + name; }
 
+  // What is restored of the source into `to`.
+  std::string back(const std::string& path = {}) const { return dir_ / "to" + source(path); }
+
   // Arguments of a command on the storage, with `more` behind.
   Arguments on_storage(const std::string& command, const Arguments& more = {}) const;
-  Arguments full(const Arguments& more = {}) const;
+  // Those of a job of the source, if `more` names no other.
+  Arguments full(const Arguments& more = {}, const std::string& command = "full") const;
   Output restore(const std::string& to, const Arguments& more = {}) const;
 
   // Saves the source, whatever comes of it.
-  Output save(const Arguments& more = {}) const { return run(full(more)); }
+  Output save(const Arguments& more = {}, const std::string& command = "full") const {
+    return run(full(more, command));
+  }
 
   // The names on the storage, but for that of the lock, sorted.
   Arguments pieces() const;
 
-  // Saves, verifies, lists and restores. Every entry comes back as it was or is named in a line of
-  // the job, which is then its only trace.
+  void expect_verified(const Arguments& more = {}) const;
+
+  // Everything that was in `top` is in `to` and in the list, once, or is named in a line of the
+  // job's `errors`, which is then its only trace.
+  void expect_restored(const Snapshot& before, const std::string& top, const std::string& errors,
+                       const Arguments& more = {}) const;
+
+  // Saves, verifies, lists and restores.
   void expect_round_trip(const Arguments& how, const Arguments& sources, int code);
 
   // True once a job that is under way has a piece on the storage.

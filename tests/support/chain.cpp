@@ -1,12 +1,10 @@
 #include "tests/support/chain.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <string_view>
 
@@ -122,29 +120,6 @@ std::string faults_of(const std::map<std::string, std::string>& pieces, unsigned
   test::Memory_Store store;
   store.held = pieces;
   return test::told(test::verify(store, MTF::Job_Pieces{"j", seq, channels, true}));
-}
-
-namespace {
-
-char what_hangs[300];
-
-void tell_and_abort(int) {
-  [[maybe_unused]] const ssize_t ignored =
-      ::write(STDERR_FILENO, what_hangs, ::strnlen(what_hangs, sizeof what_hangs));
-  std::abort();
-}
-
-}  // namespace
-
-Hang_Bound::Hang_Bound(const std::string& what) {
-  constexpr unsigned seconds = 120;
-  std::snprintf(what_hangs, sizeof what_hangs, "hangs: %s\n", what.c_str());
-  ::signal(SIGALRM, tell_and_abort);
-  ::alarm(seconds);
-}
-
-Hang_Bound::~Hang_Bound() {
-  ::alarm(0);
 }
 
 }  // namespace test_support

@@ -58,11 +58,4 @@ std::vector<unsigned long long> channel_numbers(unsigned channels);
 std::string faults_of(const std::map<std::string, std::string>& pieces, unsigned seq,
                       const std::vector<unsigned long long>& channels);
 
-// Ends the program, naming what hangs, unless it goes out of scope in time.
-class Hang_Bound {
- public:
-  explicit Hang_Bound(const std::string& what);
-  ~Hang_Bound();
-};
-
 }  // namespace test_support

@@ -4,8 +4,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <sstream>
@@ -43,19 +45,38 @@ std::string content_of(const Held_Dir& dir, const std::string& name, long long s
          std::to_string(std::hash<std::string>()(data));
 }
 
-std::string describe(const Held_Dir& dir, const std::string& name, const struct stat& record) {
+// The extended attributes, those that hold access lists among them.
+std::string attributes_of(const Held_Dir& dir, const std::string& name) {
+  const std::string path = "/proc/self/fd/" + std::to_string(dir.fd()) + '/' + name;
+  std::vector<char> names(65536), value(65536);
+  const ssize_t size = ::llistxattr(path.c_str(), names.data(), names.size());
+  std::map<std::string, std::string> all;
+  for (ssize_t at = 0; at < size; at += static_cast<ssize_t>(std::strlen(&names[at])) + 1) {
+    const ssize_t length = ::lgetxattr(path.c_str(), &names[at], value.data(), value.size());
+    all[&names[at]].assign(value.data(), length < 0 ? 0 : static_cast<std::size_t>(length));
+  }
+  std::string text;
+  for (const auto& [key, content] : all) text += ' ' + key + '=' + content;
+  return text;
+}
+
+std::string describe(const Held_Dir& dir, const std::string& name, const struct stat& record,
+                     bool plain) {
   std::ostringstream text;
   text << "kind " << std::oct << (record.st_mode & S_IFMT) << std::dec;
-  if (S_ISDIR(record.st_mode) || S_ISREG(record.st_mode)) text << " date " << record.st_mtime;
-  if (S_ISREG(record.st_mode)) {
+  const bool regular = S_ISREG(record.st_mode);
+  if (!regular && !S_ISDIR(record.st_mode)) return text.str();
+  text << " date " << record.st_mtime;
+  if (regular || !plain) {
     text << " mode " << std::oct << (record.st_mode & 07777) << std::dec;
     if (::geteuid() == 0) text << " owner " << record.st_uid << ':' << record.st_gid;
-    text << " size " << record.st_size << ' ' << content_of(dir, name, record.st_size);
   }
+  if (regular) text << " size " << record.st_size << ' ' << content_of(dir, name, record.st_size);
+  if (!plain) text << attributes_of(dir, name);
   return text.str();
 }
 
-void add(const Held_Dir& dir, const std::string& path, Snapshot& all) {
+void add(const Held_Dir& dir, const std::string& path, bool plain, Snapshot& all) {
   DIR* stream = ::fdopendir(::openat(dir.fd(), ".", O_RDONLY | O_DIRECTORY));
   if (stream == nullptr) {
     all[path] += " unreadable";
@@ -68,8 +89,8 @@ void add(const Held_Dir& dir, const std::string& path, Snapshot& all) {
     struct stat record;
     if (name == "." || name == "..") continue;
     EXPECT_EQ(::fstatat(dir.fd(), name.c_str(), &record, AT_SYMLINK_NOFOLLOW), 0) << name;
-    all[path + '/' + name] = describe(dir, name, record);
-    if (S_ISDIR(record.st_mode)) add(Held_Dir(dir, name), path + '/' + name, all);
+    all[path + '/' + name] = describe(dir, name, record, plain);
+    if (S_ISDIR(record.st_mode)) add(Held_Dir(dir, name), path + '/' + name, plain, all);
   }
 }
 
@@ -78,36 +99,13 @@ std::string shortened(const std::string& path) {
 }
 
 void make_names(const Held_Dir& dir) {
-  const std::vector<std::string> names = {"\xFF\xFE",
-                                          "\xC3(",
-                                          "\xC0\xAF",
-                                          "\xED\xA0\x80",
-                                          "\xED\xB3\xBF",
-                                          "back\\slash",
-                                          "\\",
-                                          "\\\\",
-                                          "new\nline",
-                                          "\n",
-                                          "\xEF\x81\x9B",
-                                          "\xEF\x81\x9C",
-                                          "\xEF\x81\x9B\xEF\x81\x9C\\",
-                                          "\xEF\x81\x9Bx",
-                                          ".hidden",
-                                          "...",
-                                          "100%",
-                                          "%41",
-                                          "%",
-                                          " ",
-                                          "-n",
-                                          "\x01\x7F",
-                                          "\"'`$",
-                                          "a:b|c*d?e<f>",
-                                          "X:",
-                                          "trailing.",
-                                          "trailing ",
-                                          "\xF0\x9F\x98\x80",
-                                          std::string(255, 'n'),
-                                          std::string(251, '\xFF') + "\xE2\x82\xAC."};
+  // With slashes between them.
+  std::istringstream odd(
+      "\xFF\xFE/\xC3(/\xC0\xAF/\xED\xA0\x80/\xED\xB3\xBF/back\\slash/\\/\\\\/new\nline/\n/"
+      "\xEF\x81\x9B/\xEF\x81\x9C/\xEF\x81\x9B\xEF\x81\x9C\\/\xEF\x81\x9Bx/.hidden/.../100%/%41/%/"
+      " /-n/\x01\x7F/\"'`$/a:b|c*d?e<f>/X:/trailing./trailing /\xF0\x9F\x98\x80");
+  std::vector<std::string> names{std::string(255, 'n'), std::string(251, '\xFF') + "\xE2\x82\xAC."};
+  for (std::string name; std::getline(odd, name, '/');) names.push_back(name);
   int number = 0;
   for (const std::string& name : names) {
     dir.write(name, "file " + std::to_string(number));
@@ -144,9 +142,9 @@ void Held_Dir::set(const std::string& name, unsigned int mode, long long mtime) 
   EXPECT_EQ(::utimensat(fd_, name.c_str(), times, 0), 0) << name;
 }
 
-Snapshot snapshot(const std::string& top) {
+Snapshot snapshot(const std::string& top, bool plain) {
   Snapshot all;
-  add(Held_Dir(top), "", all);
+  add(Held_Dir(top), "", plain, all);
   return all;
 }
 

@@ -25,10 +25,11 @@ class Held_Dir {
 
 using Snapshot = std::map<std::string, std::string>;
 
-// Everything below `top` by its path from there, with all that a plain job brings back of it: kind,
-// date, and of a file mode, owner (as root only), size and content. Of a file above 64 MiB the
-// first and last MiB and one in the middle stand for the content.
-Snapshot snapshot(const std::string& top);
+// Everything below `top` by its path from there, with all that a job brings back of it: kind, date,
+// mode, owner (as root only), attributes, and of a file size and content; with `plain` no
+// attributes, and of a directory only the date. Of a file above 64 MiB the first and last MiB and
+// one in the middle stand for the content.
+Snapshot snapshot(const std::string& top, bool plain = false);
 
 // The paths that differ, a line each, with both sides; empty if there are none.
 std::string difference(const Snapshot& expected, const Snapshot& found);

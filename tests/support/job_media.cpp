@@ -9,6 +9,22 @@ MTF::Job_Pieces job_of(unsigned int seq) {
   return {"job", seq, {0}, true};
 }
 
+Media_Bytes media_of(const std::function<void(Media_Bytes&)>& fill, unsigned int seq) {
+  Media_Bytes media(seq);
+  media.begin(metadata);
+  media.volb("/");
+  fill(media);
+  media.end();
+  return media;
+}
+
+std::size_t place_of(const Media_Bytes& media, const std::string& type, int nth) {
+  for (const auto& [name, at] : media.places) {
+    if (name == type && nth-- == 0) return at;
+  }
+  return std::string::npos;
+}
+
 Media_Bytes rich_media(bool with_catalog) {
   Media_Bytes media;
   media.with_catalog = with_catalog;
@@ -39,15 +55,12 @@ Media_Bytes rich_media(bool with_catalog) {
 }
 
 Media_Bytes small_media(const std::string& name) {
-  Media_Bytes media;
-  media.begin(metadata);
-  media.volb("/");
-  media.dirb("d\\", modified);
-  media.file(name, 5, modified);
-  media.stan("12345");
-  media.ctex(0100644, 0, 0, "", "");
-  media.end();
-  return media;
+  return media_of([&name](Media_Bytes& media) {
+    media.dirb("d\\", modified);
+    media.file(name, 5, modified);
+    media.stan("12345");
+    media.ctex(0100644, 0, 0, "", "");
+  });
 }
 
 Memory_Store store_of(const Media_Bytes& media, unsigned int seq) {
@@ -71,6 +84,10 @@ std::string told(const Outcome& outcome) {
     text += fault.piece + " " + std::to_string(fault.position) + ": " + fault.text + "\n";
   }
   return text;
+}
+
+std::string told(Memory_Store& store, const MTF::Job_Pieces& job) {
+  return told(verify(store, job));
 }
 
 }  // namespace test

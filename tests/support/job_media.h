@@ -1,6 +1,7 @@
 // Small jobs in memory, and what their verification says.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,12 @@ MTF::Job_Pieces job_of(unsigned int seq = 1);
 // A media with one of everything; `with_catalog` as in Media_Bytes.
 Media_Bytes rich_media(bool with_catalog = false);
 
+// A media of a volume `/` with what `fill` puts behind its block.
+Media_Bytes media_of(const std::function<void(Media_Bytes&)>& fill, unsigned int seq = 1);
+
+// Where the `nth` block of a type, or the data of the `nth` stream, starts.
+std::size_t place_of(const Media_Bytes& media, const std::string& type, int nth = 0);
+
 // A media with one file of plain content.
 Media_Bytes small_media(const std::string& name = "a.txt");
 
@@ -33,5 +40,6 @@ Outcome verify(Memory_Store& store, const MTF::Job_Pieces& job = job_of());
 
 // One line for each fault: piece, position, text.
 std::string told(const Outcome& outcome);
+std::string told(Memory_Store& store, const MTF::Job_Pieces& job = job_of());
 
 }  // namespace test

@@ -82,10 +82,6 @@ bool Process::has_ended() {
   return ended_;
 }
 
-std::string Process::errors() const {
-  return content(err_.get());
-}
-
 Output Process::finish() {
   if (!ended_) ended_ = ::waitpid(child_, &status_, 0) == child_;
   EXPECT_TRUE(ended_);

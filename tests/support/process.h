@@ -44,9 +44,6 @@ class Process {
   // True once the program has ended; doesn't wait.
   bool has_ended();
 
-  // What it has printed on standard error so far.
-  std::string errors() const;
-
   Output finish();
 
  private:

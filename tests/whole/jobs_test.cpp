@@ -1,5 +1,6 @@
 // Several jobs of one name, one at a time, and jobs that are stopped.
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -94,7 +95,7 @@ TEST_F(Jobs, AnIncompleteOneIsPassedOver) {
   EXPECT_EQ(run(on_storage("verify")).err, "");
 }
 
-// What a killed job leaves, the next one takes away.
+// What a killed job leaves, the next one takes away, and nothing else.
 TEST_F(Jobs, AfterAKilledOne) {
   make_endless(source("/endless"));
   Process job(full({"--plain"}));
@@ -104,14 +105,44 @@ TEST_F(Jobs, AfterAKilledOne) {
   EXPECT_TRUE(has_unfinished_piece());
   EXPECT_EQ(run(on_storage("list")).err, "error: there is no job of 'demo'\n");
   fs::remove(source("/endless"));
+  Arguments others{"demo.part", "demo2.2.0.mtf.part", "notes.part", "demo.02.0.mtf.part"};
+  for (const std::string& name : others) write_file(storage(name), "x");
   const Output next = save();
   EXPECT_EQ(next.code, 0);
   EXPECT_EQ(next.err.find("removed what a killed job left: demo.1.0.mtf.part, " + (dir_ / "tmp")),
             0U)
       << next.err;
   EXPECT_EQ(lines_of(next.err).size(), 1U);
+  for (const std::string& name : others) EXPECT_TRUE(fs::remove(storage(name))) << name;
   EXPECT_EQ(pieces(), first_job);
   EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
+}
+
+// What else lies on a storage is no piece of a job, and what has the name of one may be no file.
+TEST_F(Jobs, AmongOtherFiles) {
+  fs::create_directory(storage());
+  for (const char* name : {"demo2.99.0.mtf", "demo.011.0.mtf", "demo.12.0.mtf.bak"}) {
+    write_file(storage(name), "12345");
+  }
+  ASSERT_EQ(save().code, 0);
+  fs::create_symlink("demo.1.0.mtf", storage("demo.3.0.mtf"));
+  fs::create_symlink("demo.1.0.cat", storage("demo.3.0.cat"));
+  for (const char* name : {"demo.9.0.mtf", "demo.9.0.cat"}) {
+    ASSERT_EQ(::mkfifo(storage(name).c_str(), 0600), 0);
+  }
+  for (const char* seq : {"3", "9"}) {
+    const Output verified = run(on_storage("verify", {"--seq", seq}));
+    EXPECT_EQ(verified.code, 1);
+    EXPECT_NE(verified.out.find("0.cat:0: "), std::string::npos) << verified.out << verified.err;
+    EXPECT_EQ(run(on_storage("remove", {"--seq", seq, "--force"})).code, 0);
+  }
+  EXPECT_EQ(read_file(storage("demo.12.0.mtf.bak")), "12345");
+  write_file(storage("demo.65534.0.mtf"), "12345");
+  ASSERT_EQ(save().code, 0);
+  const Output used_up = save();
+  EXPECT_EQ(used_up.code, 1);
+  EXPECT_EQ(used_up.err, "error: the sequence numbers of 'demo' are used up: take another name\n");
+  expect_verified({"--seq", "65535"});
 }
 
 TEST_F(Jobs, Excludes) {
@@ -131,15 +162,47 @@ TEST_F(Jobs, Excludes) {
   EXPECT_EQ(difference(expected, snapshot((dir_ / "to") + source())), "");
 }
 
+// Neither by its own path nor by another.
 TEST_F(Jobs, StorageInsideTheSource) {
   write_file(source("/f"), "x");
-  const Arguments again = agent({"full", "--source", source(), "--storage", source("/storage"),
-                                 "--name", "demo", "--tmp", source("/tmp")});
+  fs::create_directory_symlink(source(), dir_ / "way");
+  const Arguments again = agent({"full", "--source", source(), "--storage", dir_ / "way/storage",
+                                 "--name", "demo", "--tmp", dir_ / "way/tmp"});
   ASSERT_EQ(run(again).code, 0);
   ASSERT_EQ(run(again).code, 0);
   const Output listed = run(agent({"list", "--storage", source("/storage"), "--name", "demo"}));
   EXPECT_NE(listed.out.find("  " + source("/f") + '\n'), std::string::npos);
   EXPECT_EQ(listed.out.find("demo."), std::string::npos) << listed.out;
+}
+
+TEST_F(Jobs, RelativePathsCountFromTheWorkingDirectory) {
+  write_file(source("/f"), "f");
+  write_file(source("/x"), "x");
+  const char* const script =
+      "cd \"$0\" && exec \"$1\" full --source ./source/../source// --exclude source/x "
+      "--storage storage --name demo --tmp tmp --quiet";
+  EXPECT_EQ(run({"/bin/sh", "-c", script, dir_.path(), MTF_AGENT}).code, 0);
+  EXPECT_EQ(restore("to").code, 0);
+  EXPECT_EQ(read_file(back("/f")), "f");
+  EXPECT_FALSE(fs::exists(back("/x")));
+}
+
+// A volume has its directory, and is looked at in its shadow. What is named is saved though its
+// place is left out else.
+TEST_F(Jobs, VolumesShadowsAndNamedPlaces) {
+  for (const char* place : {"/c", "/snap=1"}) {
+    fs::create_directories(source(place) + "/data");
+    write_file(source(place) + "/data/f", place);
+  }
+  write_file(source("/snap=1/data/new"), "");
+  const Output saved =
+      save({"--volume", "C:=" + source("/c"), "--shadow", "C:=" + source("/snap=1"), "--source",
+            "C:\\data", "--source", "/proc/sys/kernel/random"});
+  EXPECT_EQ(saved.code, 0) << saved.err;
+  EXPECT_EQ(restore("to").code, 0);
+  EXPECT_EQ(read_file(dir_ / "to/C/data/f"), "/snap=1");
+  EXPECT_TRUE(fs::exists(dir_ / "to/C/data/new"));
+  EXPECT_TRUE(fs::exists(dir_ / "to/proc/sys/kernel/random/boot_id"));
 }
 
 }  // namespace

@@ -50,31 +50,6 @@ TEST_F(Privacy, WhateverTheMaskIs) {
   }
 }
 
-TEST_F(Privacy, AnUnsafeTemporaryDirectoryIsRefused) {
-  fs::create_directory(dir_ / "other");
-  fs::create_directory_symlink(dir_ / "other", dir_ / "tmp");
-  const Output linked = save();
-  EXPECT_EQ(linked.code, 1);
-  EXPECT_EQ(linked.err, "error: temporary directory '" + (dir_ / "tmp") +
-                            "': it is a symbolic link: name the directory itself\n");
-  if (!is_root()) return;
-  ASSERT_EQ(::chown((dir_ / "other").c_str(), nobody, nobody), 0);
-  const Output foreign = run(on_storage("full", {"--source", source(), "--tmp", dir_ / "other"}));
-  EXPECT_EQ(foreign.code, 1);
-  EXPECT_EQ(foreign.err,
-            "error: temporary directory '" + (dir_ / "other") + "': it belongs to another user\n");
-  EXPECT_TRUE(fs::is_empty(dir_ / "other"));
-  EXPECT_EQ(pieces(), Arguments());
-}
-
-// The plan may fail behind the making of the directory.
-TEST_F(Privacy, AJobThatCannotStartLeavesNoWorkingFiles) {
-  Arguments arguments = full();
-  arguments[1] = "incremental";
-  EXPECT_EQ(run(arguments).code, 1) << "there is no base";
-  EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
-}
-
 TEST_F(Privacy, TheListersDirectoryIsItsOwnersAlone) {
   const mode_t before = ::umask(0);
   const MTF::Backup_Source_Lister_MMap_Impl lister(dir_ / "spill/deep");
