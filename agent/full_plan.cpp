@@ -224,17 +224,28 @@ class Planner {
                   "' to start from");
     }
     plan_.base_seq = base->seq;
-    return check_base(*base);
+    return check_base(*base) && check_chain(store, *base, jobs);
+  }
+
+  static std::string title(const MTF::Job_Pieces& job) {
+    return "job " + std::to_string(job.seq) + " of '" + job.stem + "'";
   }
 
   bool check_base(const MTF::Job_Pieces& base) {
-    const std::string title = "job " + std::to_string(base.seq) + " of '" + base.stem + "'";
     if (!base.complete)
-      return fail(title + " is not complete: an incremental job can't start from it");
+      return fail(title(base) + " is not complete: an incremental job can't start from it");
     if (base.channels.size() == options_.channels) return true;
-    return fail(title + " has " + count_text(base.channels.size(), "channel") +
+    return fail(title(base) + " has " + count_text(base.channels.size(), "channel") +
                 ", and an incremental job must have as many: give --channels " +
                 std::to_string(base.channels.size()));
+  }
+
+  // What the base took from an earlier job the new one would take as unchanged too.
+  bool check_chain(MTF::IPiece_Store& store, const MTF::Job_Pieces& base,
+                   const std::vector<MTF::Job_Pieces>& jobs) {
+    const unsigned int lost = MTF::find_lost_job(store, base, jobs);
+    return lost == 0 || fail(title(base) + " needs job " + std::to_string(lost) +
+                             ", which isn't complete: run a full job, or name another --base");
   }
 
   const Full_Options& options_;

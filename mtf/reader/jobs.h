@@ -63,6 +63,12 @@ bool list_job_from_media(IPiece_Store& store, const Job_Pieces& job,
 bool find_dependents(IPiece_Store& store, const Job_Pieces& job, std::vector<unsigned int>& seqs,
                      std::string& error);
 
+// A job that `job` took files from and that isn't complete, or lacks their channel, among `jobs`,
+// those of the same name; 0 if there is none. What can't be read of the catalogs of `job` counts
+// for nothing: whoever needs it finds the damage.
+unsigned int find_lost_job(IPiece_Store& store, const Job_Pieces& job,
+                           const std::vector<Job_Pieces>& jobs);
+
 struct Verify_Summary {
   unsigned long long faults = 0;
   unsigned long long blocks = 0;         // descriptor blocks walked
