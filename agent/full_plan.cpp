@@ -140,6 +140,9 @@ class Planner {
       if (!S_ISDIR(record.st_mode) && !S_ISREG(record.st_mode) && !S_ISLNK(record.st_mode)) {
         return fail(name + " is neither a directory nor a file");
       }
+      if (platform::is_volume(source) && !S_ISDIR(record.st_mode)) {
+        return fail(name + " stands for the volume '" + source + "' and isn't a directory");
+      }
     }
     return true;
   }

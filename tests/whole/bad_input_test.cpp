@@ -317,4 +317,13 @@ TEST_F(Restore_Safety, LinksInTheWay) {
   EXPECT_EQ(read_file(top + "/g"), "g");
 }
 
+TEST_F(Bad_Input, VolumeThatIsAFile) {
+  const std::string file = source("/f");
+  write_file(file, "f");
+  for (const char* threads : {"1", "2"}) {
+    expect_failure(save({"--volume", "C:=" + file, "--source", "C:", "--threads", threads}),
+                   "the source '" + file + "' stands for the volume 'C:' and isn't a directory");
+  }
+}
+
 }  // namespace
