@@ -58,4 +58,22 @@ TEST_F(Broken_Chain, AJobThatTheBaseNeedsLacksAPiece) {
   EXPECT_EQ(save_next({"--channels", "2"}).code, 0);
 }
 
+// Not its working copy, of which nothing stays.
+TEST_F(Broken_Chain, TheDamagedPieceIsNamed) {
+  make_chain({});
+  const std::string sound = read_file(storage("demo.2.0.cat"));
+  std::string broken = sound;
+  broken[10] = static_cast<char>(broken[10] ^ 1);
+  write_file(storage("demo.2.0.cat"), broken);
+  EXPECT_EQ(lines_of(save_next().err).front(),
+            "error: Earlier catalog can't be used, demo.2.0.cat:0: the summary is damaged");
+  broken = sound;
+  const std::size_t place = broken.find("FILE");
+  broken[place + 20] = static_cast<char>(broken[place + 20] ^ 1);
+  write_file(storage("demo.2.0.cat"), broken);
+  EXPECT_EQ(lines_of(save_next().err).front(),
+            "error: Earlier catalog can't be used, demo.2.0.cat:" + std::to_string(place - 2) +
+                ": a record is damaged");
+}
+
 }  // namespace
