@@ -94,7 +94,9 @@ struct Restore_Summary {
   unsigned long long files = 0;
   unsigned long long bytes = 0;
   unsigned long long failed = 0;  // entries that could not be restored, each told to on_problem
-  std::vector<std::string> not_found;  // paths asked for that the job doesn't hold
+  std::vector<std::string> not_found;    // paths asked for that the job doesn't hold
+  unsigned long long without_owner = 0;  // entries whose owner the user may not give
+  std::string owner_fault;               // the reason of the first of them
 };
 
 // Told of each entry that could not be restored, or not wholly: its native path and why.
@@ -105,8 +107,10 @@ using Problem_Sink = std::function<void(const std::string& path, const std::stri
 // attributes, POSIX ACLs among them. Creates nothing outside it whatever a name holds, and follows
 // no link below it. A file gets its name, in place of what had it, only when all its checksums are
 // right; one whose mode isn't stored stays the user's alone, and an owner that the user may not
-// give is left out. A directory whose mode is stored is the user's alone until all in it is there.
-// `on_fault` and `on_problem` may be empty.
+// give is left out and counted. A directory whose mode is stored is the user's alone until all in
+// it is there. One that is made on the way to a path asked for gets its attributes too; where the
+// job doesn't hold them it is the user's alone. Of `/X` and a volume `X:` the one that comes first
+// is restored; the other is a problem. `on_fault` and `on_problem` may be empty.
 Restore_Summary restore_job(IPiece_Store& store, const Job_Pieces& job,
                             const Restore_Options& options, const Fault_Sink& on_fault,
                             const Problem_Sink& on_problem);
