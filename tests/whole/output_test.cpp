@@ -133,4 +133,27 @@ TEST_F(Program_Output, ListAsJson) {
   EXPECT_EQ(types.count("volume"), 1U);
 }
 
+// No file of the job's own gets the number of a handle that was closed, and what is printed there.
+TEST_F(Program_Output, ClosedStandardHandles) {
+  struct {
+    const char* closed;
+    const char* pre_action;
+    int code;
+  } cases[] = {
+      {"<&-", "", 0},      {"<&-", "--pre-action -", 1}, {">&-", "", 1},          {"2>&-", "", 0},
+      {"<&- 2>&-", "", 0}, {"<&- >&-", "", 1},           {"<&- >&- 2>&-", "", 1},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.closed);
+    const Output output = run({"/bin/sh", "-c",
+                               "exec '" MTF_AGENT "' full --source '" + source() + "' --storage '" +
+                                   (dir_ / "storage") + "' --name demo --tmp '" + (dir_ / "tmp") +
+                                   "' " + each.pre_action + ' ' + each.closed});
+    EXPECT_EQ(output.code, each.code) << output.err;
+    EXPECT_EQ(output.out.empty(), each.code != 0) << output.out;
+    EXPECT_EQ(run(on_storage("verify")).code, 0);
+    EXPECT_EQ(read_file(storage(".demo.lock")), "");
+  }
+}
+
 }  // namespace
