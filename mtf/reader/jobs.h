@@ -38,10 +38,11 @@ struct Job_Entry {
   unsigned int type;  // a Block_Type
   std::string path;   // in system form: `VOLUME\dir\name`, a directory without a last separator
   unsigned long long size;     // bytes of content
-  long long mtime;             // seconds since 1970; 0 for volumes and directories without a date
+  long long mtime;             // seconds since 1970; 0 where there is no date
   unsigned int seq;            // the job whose media holds it
   unsigned long long channel;  // of this job's catalog, and of that job's media
   unsigned long long address;  // format logical address on that media
+  bool dated = false;          // else `mtime` says nothing
 };
 
 // Gives every entry of the catalogs of a job, channel by channel in the order of the walk; a volume
