@@ -79,17 +79,21 @@ CLI::App* add_job(CLI::App& app, const char* name, const char* help,
   CLI::App* command = app.add_subcommand(name, help);
   add_what(*command, *options);
   add_how(*command, *options);
-  command->callback([options, &chosen] {
+  command->callback([options, command, &chosen] {
+    if (command->count("--level") != 0 && options->compression == "none") {
+      throw CLI::ValidationError("--level", "there is none without --compression lz4 or zstd");
+    }
     chosen = [options](Console& console) { return run_full(*options, console); };
   });
   return command;
 }
 
 constexpr const char* common_footer =
-    "Symbolic links, further names of hard-linked files and devices aren't saved. The job gets\n"
-    "the next free sequence number of its name. Ctrl-C takes the job back.\n"
-    "Exit codes: 0 done; 1 failed or cancelled, nothing is left of the job; 2 wrong use;\n"
-    "3 done, but entries were skipped or went bad while they were read.";
+    "Symbolic links, further names of hard-linked files, sockets, FIFOs and devices are named and\n"
+    "left out. The job gets the next free sequence number of its name. Ctrl-C takes the job back.\n"
+    "Exit codes: 0 done, also if such were left out; 1 failed or cancelled, nothing is left of\n"
+    "it, or, as a line then says, saved, but the output can't be written; 2 wrong use; 3 done,\n"
+    "but other entries were skipped or went bad while they were read.";
 
 }  // namespace
 
