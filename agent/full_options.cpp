@@ -4,6 +4,7 @@
 #include "agent/commands.h"
 #include "agent/full_plan.h"
 #include "agent/storage.h"
+#include "platform/glob.h"
 #include "platform/host.h"
 
 namespace agent {
@@ -17,6 +18,10 @@ constexpr int highest_level = 22;
 std::string assignment_fault(const std::string& text) {
   std::string name, value;
   return split_assignment(text, name, value) ? "" : "'" + text + "' isn't of the form VOLUME=DIR";
+}
+
+std::string glob_fault(const std::string& text) {
+  return platform::is_glob(text) ? "" : "'" + text + "' is empty or has a '[' without its ']'";
 }
 
 // One value for each time the option is given, so that a path behind it isn't taken by mistake.
@@ -33,7 +38,8 @@ void add_what(CLI::App& command, Full_Options& options) {
   add_each(command, "--exclude", options.excludes, "PATH",
            "Leave out this path with all below it; may be given again");
   add_each(command, "--exclude-glob", options.exclude_globs, "GLOB",
-           "Leave out paths or names that match; may be given again");
+           "Leave out paths or names that match; may be given again")
+      ->check(CLI::Validator(glob_fault, ""));
   command
       .add_option("--pre-action", options.pre_action,
                   "Save what FILE holds, such as a dump, with the job; '-' reads standard input")

@@ -106,14 +106,14 @@ TEST_F(Full_Plan, RefusesSourcesThatCannotBeSaved) {
 TEST_F(Full_Plan, VolumesAndShadows) {
   options_.volumes = {"C:=" + (dir_ / "c")};
   options_.shadows = {"C:=" + (dir_ / "snap=1"), "/=/mnt"};
-  options_.sources = {"C:\\data"};
+  options_.sources = {"C:\\data", "/usr"};
   make("c/data");
   make("snap=1/data");
   ASSERT_EQ(plan(), agent::exit_done) << error_;
   std::string native;
   EXPECT_TRUE(platform::native_path("C:\\data", native));
   EXPECT_EQ(native, dir_ / "c/data");
-  EXPECT_EQ(plan_->sources, std::vector<std::string>{"C:\\data"});
+  EXPECT_EQ(plan_->sources, (std::vector<std::string>{"C:\\data", "/usr"}));
   EXPECT_EQ(plan_->shadows.at("C:"), dir_ / "snap=1");
   EXPECT_EQ(plan_->shadows.at("/"), "/mnt");
 }
