@@ -36,11 +36,24 @@ bool has_command(const CLI::App& app, const std::string& name) {
                      [&](const CLI::App* command) { return command->get_name() == name; });
 }
 
+std::string unexpected_text(const std::vector<std::string>& words) {
+  std::string text = words.size() == 1 ? "The following argument was not expected:"
+                                       : "The following arguments were not expected:";
+  for (const std::string& word : words) text += ' ' + word;
+  return text;
+}
+
 std::string first_line(const std::string& text) {
   return text.substr(0, text.find('\n'));
 }
 
 }  // namespace
+
+std::string number_fault(const std::string& text) {
+  const bool plain = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos &&
+                     (text.size() == 1 || text[0] != '0');
+  return plain ? "" : "'" + text + "' isn't a plain number";
+}
 
 CLI::Option* add_storage(CLI::App& command, std::string& storage) {
   return command.add_option("--storage", storage, "The directory that holds the jobs")
@@ -76,6 +89,9 @@ Command_Line parse_command_line(const std::vector<std::string>& arguments) {
     result.text = app.help();
   } catch (const CLI::CallForVersion&) {
     result.text = app.version() + '\n';
+  } catch (const CLI::ExtrasError&) {
+    result.exit_code = exit_usage;
+    result.text = "mtf-agent: " + escape_controls(unexpected_text(app.remaining(true))) + '\n';
   } catch (const CLI::ParseError& error) {
     result.exit_code = exit_usage;
     result.text = "mtf-agent: " + escape_controls(first_line(error.what())) + '\n';

@@ -28,10 +28,18 @@ CLI::Option* add_storage(CLI::App& command, std::string& storage);
 CLI::Option* add_name(CLI::App& command, std::string& stem);
 CLI::Option* add_seq(CLI::App& command, unsigned int& seq, const char* help);
 
+// Why `text` is more or less than a number in decimal digits; empty if it isn't.
+std::string number_fault(const std::string& text);
+
 // A number from `low` to `high`.
 template <class Number>
 CLI::Validator number_range(Number low, Number high) {
-  return CLI::Range(low, high).description("");
+  const CLI::Range range(low, high);
+  const auto fault = [range](std::string& text) {
+    const std::string why = range(text);
+    return why.empty() ? number_fault(text) : why;
+  };
+  return CLI::Validator(fault, "");
 }
 
 // Carries out a full or incremental job. Returns the exit code.

@@ -117,15 +117,11 @@ int run_full(const Full_Options& options, Console& console) {
   std::string error;
   const int code = make_full_plan(options, storage, plan, error);
   tell_cleared(storage, plan.work_dir, console);
-  if (code != exit_done) {
-    console.note((code == exit_usage ? "mtf-agent: " : "error: ") + error);
-    return code;
-  }
+  if (code != exit_done) return report_refusal(options, code, error, console);
   platform::File pre_action_file;
   void* pre_action;
   if (!open_pre_action(options.pre_action, pre_action_file, pre_action)) {
-    console.note("error: " + error_text(options.pre_action, errno));
-    return exit_failed;
+    return report_refusal(options, exit_failed, error_text(options.pre_action, errno), console);
   }
   auto* events = new (std::nothrow) Job_Events(console, options.json);
   const auto shared_events = MTF::share<MTF::Event_Handler>(events);

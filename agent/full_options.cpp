@@ -4,6 +4,7 @@
 #include "agent/commands.h"
 #include "agent/full_plan.h"
 #include "agent/storage.h"
+#include "platform/glob.h"
 #include "platform/host.h"
 
 namespace agent {
@@ -17,6 +18,10 @@ constexpr int highest_level = 22;
 std::string assignment_fault(const std::string& text) {
   std::string name, value;
   return split_assignment(text, name, value) ? "" : "'" + text + "' isn't of the form VOLUME=DIR";
+}
+
+std::string glob_fault(const std::string& text) {
+  return platform::is_glob(text) ? "" : "'" + text + "' is empty or has a '[' without its ']'";
 }
 
 // One value for each time the option is given, so that a path behind it isn't taken by mistake.
@@ -33,7 +38,8 @@ void add_what(CLI::App& command, Full_Options& options) {
   add_each(command, "--exclude", options.excludes, "PATH",
            "Leave out this path with all below it; may be given again");
   add_each(command, "--exclude-glob", options.exclude_globs, "GLOB",
-           "Leave out paths or names that match; may be given again");
+           "Leave out paths or names that match; may be given again")
+      ->check(CLI::Validator(glob_fault, ""));
   command
       .add_option("--pre-action", options.pre_action,
                   "Save what FILE holds, such as a dump, with the job; '-' reads standard input")
@@ -79,17 +85,21 @@ CLI::App* add_job(CLI::App& app, const char* name, const char* help,
   CLI::App* command = app.add_subcommand(name, help);
   add_what(*command, *options);
   add_how(*command, *options);
-  command->callback([options, &chosen] {
+  command->callback([options, command, &chosen] {
+    if (command->count("--level") != 0 && options->compression == "none") {
+      throw CLI::ValidationError("--level", "there is none without --compression lz4 or zstd");
+    }
     chosen = [options](Console& console) { return run_full(*options, console); };
   });
   return command;
 }
 
 constexpr const char* common_footer =
-    "Symbolic links, further names of hard-linked files and devices aren't saved. The job gets\n"
-    "the next free sequence number of its name. Ctrl-C takes the job back.\n"
-    "Exit codes: 0 done; 1 failed or cancelled, nothing is left of the job; 2 wrong use;\n"
-    "3 done, but entries were skipped or went bad while they were read.";
+    "Symbolic links, further names of hard-linked files, sockets, FIFOs and devices are named and\n"
+    "left out. The job gets the next free sequence number of its name. Ctrl-C takes the job back.\n"
+    "Exit codes: 0 done, also if such were left out; 1 failed or cancelled, nothing is left of\n"
+    "it, or, as a line then says, saved, but the output can't be written; 2 wrong use; 3 done,\n"
+    "but other entries were skipped or went bad while they were read.";
 
 }  // namespace
 

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <set>
+#include <utility>
 
 #include "agent/directory_piece_store.h"
 #include "agent/exit_code.h"
@@ -18,6 +20,8 @@
 namespace agent {
 namespace {
 
+constexpr const char* given_twice = ": the volume has another directory already";
+
 std::string quoted(const std::string& text) {
   return '\'' + escape_controls(text) + '\'';
 }
@@ -32,10 +36,10 @@ class Planner {
                         : options_.compression == "zstd" ? MTF::compression_zstd
                                                          : MTF::compression_none;
     if (!set_volumes() || !set_shadows() || !absolute(options_.storage, storage_path_) ||
-        !resolve_sources() || !resolve_excludes()) {
+        !resolve_sources() || !check_volumes() || !resolve_excludes()) {
       return exit_usage;
     }
-    if (!examine_sources() || !refuse_links() ||
+    if (!examine_shadows() || !examine_sources() || !refuse_links() ||
         !storage_.open_for_job(storage_path_, true, options_.stem, error_)) {
       return exit_failed;
     }
@@ -67,6 +71,7 @@ class Planner {
           !platform::Volume_Roots::instance().set(volume, directory)) {
         return fail("--volume " + quoted(text) + ": a volume is given as X:=DIR");
       }
+      if (!keep(volumes_, volume, directory)) return fail("--volume " + quoted(text) + given_twice);
     }
     return true;
   }
@@ -78,7 +83,47 @@ class Planner {
           !absolute(shadow, shadow)) {
         return fail("--shadow " + quoted(text) + ": a shadow volume is given as X:=DIR or /=DIR");
       }
-      plan_.shadows[volume] = shadow;
+      if (!keep(plan_.shadows, volume, shadow)) {
+        return fail("--shadow " + quoted(text) + given_twice);
+      }
+    }
+    return true;
+  }
+
+  // False if `volume` has another directory.
+  static bool keep(std::map<std::string, std::string>& directories, const std::string& volume,
+                   const std::string& directory) {
+    return directories.emplace(volume, directory).first->second == directory;
+  }
+
+  // What no source uses was meant for another.
+  bool check_volumes() {
+    const auto is_used = [&](const auto& volume) {
+      return std::any_of(system_sources_.begin(), system_sources_.end(), [&](const auto& source) {
+        return source.compare(0, volume.first.size(), volume.first) == 0;
+      });
+    };
+    for (const auto& [option, directories] :
+         {std::pair("--volume ", &volumes_), std::pair("--shadow ", &plan_.shadows)}) {
+      const auto unused = std::find_if_not(directories->begin(), directories->end(), is_used);
+      if (unused != directories->end()) {
+        return fail(option + quoted(unused->first) + ": no source is on this volume");
+      }
+    }
+    return true;
+  }
+
+  bool examine_shadows() {
+    for (const auto& [volume, shadow] : plan_.shadows) {
+      std::string system;
+      _stat64 record;
+      int error =
+          platform::system_path(shadow, system) ? platform::stat_target(system, record) : errno;
+      if (error == 0 && !S_ISDIR(record.st_mode)) error = ENOTDIR;
+      if (error != 0) {
+        return fail(
+            error_text("the shadow " + quoted(shadow) + " of the volume '" + volume + "'", error));
+      }
     }
     return true;
   }
@@ -139,6 +184,9 @@ class Planner {
       if (error != 0) return fail(error_text(name, error));
       if (!S_ISDIR(record.st_mode) && !S_ISREG(record.st_mode) && !S_ISLNK(record.st_mode)) {
         return fail(name + " is neither a directory nor a file");
+      }
+      if (platform::is_volume(source) && !S_ISDIR(record.st_mode)) {
+        return fail(name + " stands for the volume '" + source + "' and isn't a directory");
       }
     }
     return true;
@@ -224,17 +272,28 @@ class Planner {
                   "' to start from");
     }
     plan_.base_seq = base->seq;
-    return check_base(*base);
+    return check_base(*base) && check_chain(store, *base, jobs);
+  }
+
+  static std::string title(const MTF::Job_Pieces& job) {
+    return "job " + std::to_string(job.seq) + " of '" + job.stem + "'";
   }
 
   bool check_base(const MTF::Job_Pieces& base) {
-    const std::string title = "job " + std::to_string(base.seq) + " of '" + base.stem + "'";
     if (!base.complete)
-      return fail(title + " is not complete: an incremental job can't start from it");
+      return fail(title(base) + " is not complete: an incremental job can't start from it");
     if (base.channels.size() == options_.channels) return true;
-    return fail(title + " has " + count_text(base.channels.size(), "channel") +
+    return fail(title(base) + " has " + count_text(base.channels.size(), "channel") +
                 ", and an incremental job must have as many: give --channels " +
                 std::to_string(base.channels.size()));
+  }
+
+  // What the base took from an earlier job the new one would take as unchanged too.
+  bool check_chain(MTF::IPiece_Store& store, const MTF::Job_Pieces& base,
+                   const std::vector<MTF::Job_Pieces>& jobs) {
+    const unsigned int lost = MTF::find_lost_job(store, base, jobs);
+    return lost == 0 || fail(title(base) + " needs job " + std::to_string(lost) +
+                             ", which isn't complete: run a full job, or name another --base");
   }
 
   const Full_Options& options_;
@@ -242,6 +301,7 @@ class Planner {
   Full_Plan& plan_;
   std::string& error_;
   std::string storage_path_;
+  std::map<std::string, std::string> volumes_;
   std::vector<std::string> system_sources_;
 };
 

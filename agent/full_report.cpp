@@ -38,23 +38,28 @@ int exit_code(const Full_Result& result, const Job_Events& events) {
   return whole ? exit_done : exit_skipped;
 }
 
-std::string summary_json(const Full_Options& options, const Full_Result& result,
-                         const Job_Events& events, int code) {
-  json_spirit::Document summary = events.summary();
+// What is known of every job, whether or not it started.
+std::string summary_json(const Full_Options& options, const Job_Events& events, int code,
+                         const std::string& message, json_spirit::Document summary) {
   summary["name"] = options.stem;
-  summary["seq"] = result.seq;
   summary["exit_code"] = code;
-  summary["err_code"] = result.err_code;
-  summary["canceled"] = result.canceled;
-  summary["message"] =
-      code == exit_failed
-          ? failure_text(result) + (result.err_msg.empty() ? "" : ": " + result.err_msg)
-          : "";
+  summary["message"] = message;
   summary["corrupt_files"] = events.corrupt();
   summary["skipped_dirs"] = events.skipped_dirs.load();
   summary["skipped_files"] = events.skipped_files.load();
-  summary["seconds"] = result.seconds;
   return "{\"summary\":" + json_text(summary) + '}';
+}
+
+std::string summary_json(const Full_Options& options, const Full_Result& result,
+                         const Job_Events& events, int code) {
+  json_spirit::Document summary = events.summary();
+  summary["seq"] = result.seq;
+  summary["err_code"] = result.err_code;
+  summary["canceled"] = result.canceled;
+  summary["seconds"] = result.seconds;
+  const std::string reason = result.err_msg.empty() ? "" : ": " + result.err_msg;
+  return summary_json(options, events, code,
+                      code == exit_failed ? failure_text(result) + reason : "", summary);
 }
 
 void print_summary(const Full_Options& options, const Full_Result& result, const Job_Events& events,
@@ -94,9 +99,21 @@ int report_full(const Full_Options& options, const Full_Result& result, const Jo
   const int code = exit_code(result, events);
   try {
     print(options, result, events, code, console);
+    if (code != exit_failed && !console.finish()) {
+      console.note("job " + std::to_string(result.seq) + " of '" + options.stem + "' is saved");
+    }
   } catch (const std::bad_alloc&) {
     // The job is what it is.
     console.note("warning: out of memory, the result can't be shown");
+  }
+  return code;
+}
+
+int report_refusal(const Full_Options& options, int code, const std::string& message,
+                   Console& console) {
+  console.note((code == exit_usage ? "mtf-agent: " : "error: ") + message);
+  if (options.json) {
+    console.line_now(summary_json(options, Job_Events(console, true), code, message, {}));
   }
   return code;
 }

@@ -19,8 +19,12 @@ struct Full_Result {
 };
 
 // Prints the summary of the job, as its last object with `options.json`, and why it failed if it
-// did. Returns the exit code.
+// did; if that can't be written, a line that a job is saved. Returns the exit code.
 int report_full(const Full_Options& options, const Full_Result& result, const Job_Events& events,
                 Console& console);
+
+// Tells why there is no job: a line, and the last object with `options.json`. Returns `code`.
+int report_refusal(const Full_Options& options, int code, const std::string& message,
+                   Console& console);
 
 }  // namespace agent

@@ -19,10 +19,21 @@ bool was_asked_for(const json_spirit::Value& document) {
   return text_of(document, "message").compare(0, 12, "Excluded by ") == 0;
 }
 
+// Why a call of the system failed, behind a message that doesn't say it.
+std::string message_of(const json_spirit::Value& document) {
+  std::string message = text_of(document, "message");
+  while (!message.empty() && (message.back() == '\n' || message.back() == '.')) message.pop_back();
+  const auto error = document.find("errno");
+  if (message.rfind("Failed to ", 0) != 0 || error == document.end() || !error->is_number()) {
+    return message;
+  }
+  const int number = error->get<int>();
+  return number > 0 ? error_text(message, number) : message;
+}
+
 std::string entry_line(const char* what, const json_spirit::Value& document) {
   const std::string name = escape_name(platform::display_path(text_of(document, "name")));
-  std::string message = text_of(document, "message");
-  while (!message.empty() && message.back() == '\n') message.pop_back();
+  const std::string message = message_of(document);
   return what + name + (message.empty() ? "" : ": " + escape_controls(message));
 }
 

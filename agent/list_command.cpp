@@ -34,7 +34,7 @@ const char* type_text(unsigned int type) {
 std::string entry_line(const MTF::Job_Entry& entry) {
   char columns[80];
   std::snprintf(columns, sizeof columns, "%-8s %15llu  %-19s  ", type_text(entry.type), entry.size,
-                date_text(entry.mtime).c_str());
+                entry.dated ? date_text(entry.mtime).c_str() : "-");
   return columns + escape_name(platform::display_path(entry.path));
 }
 

@@ -6,8 +6,10 @@
 
 #include "agent/command_line.h"
 #include "platform/size_limit.h"
+#include "platform/standard_handles.h"
 
 int main(int argc, char** argv) {
+  platform::fill_standard_handles();
   std::ios::sync_with_stdio(false);
   platform::size_limit_is_an_error();
   ACE::init();

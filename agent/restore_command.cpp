@@ -55,6 +55,11 @@ int report(const MTF::Restore_Summary& summary, unsigned long long faults, Conso
                      directories_text(summary.directories) + ", " + size_text(summary.bytes);
   if (summary.failed != 0) line += "; " + std::to_string(summary.failed) + " failed";
   console.line(line);
+  if (summary.without_owner != 0) {
+    console.note("owner of " + std::to_string(summary.without_owner) +
+                 (summary.without_owner == 1 ? " entry" : " entries") +
+                 " not restored: " + summary.owner_fault);
+  }
   return summary.failed == 0 && summary.not_found.empty() && faults == 0 ? exit_done : exit_failed;
 }
 
@@ -96,9 +101,9 @@ void add_restore(CLI::App& app, Command& chosen) {
   CLI::App* command = app.add_subcommand("restore", "Bring back a job, or paths of it");
   command->footer(
       "Files and directories come back as DIR/their/whole/path, with all that the job holds and\n"
-      "the user may set: content, holes, dates, mode, owner, ACLs, extended attributes. A DIR "
-      "that\n"
-      "is made is closed to other users. Nothing is written outside DIR.\n"
+      "the user may set: content, holes, dates, mode, owner, ACLs, extended attributes. An\n"
+      "owner that the user may not give is left out with setuid and setgid; a line at the end\n"
+      "counts them. A DIR that is made is closed to other users. Nothing is written outside DIR.\n"
       "Exit codes: 0 done; 1 something could not be restored or isn't in the job; 2 wrong use.");
   add_storage(*command, options->job.storage);
   add_name(*command, options->job.stem)->required();

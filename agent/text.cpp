@@ -65,7 +65,7 @@ std::string size_text(unsigned long long bytes) {
 std::string date_text(long long seconds_since_1970) {
   const std::time_t time = seconds_since_1970;
   std::tm parts;
-  if (seconds_since_1970 == 0 || !gmtime_r(&time, &parts)) return "-";
+  if (!gmtime_r(&time, &parts)) return "-";
   char text[40];
   return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) != 0 ? text : "-";
 }

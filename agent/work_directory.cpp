@@ -33,8 +33,11 @@ bool Work_Directory::open(const std::string& root, bool closed, const std::strin
   const std::string title = "temporary directory '" + escape_controls(root) + '\'';
   int fault = closed ? platform::private_directory(root) ? 0 : errno
                      : platform::make_dirs(root, owner_only);
-  if (const char* danger = words(platform::danger_of(root))) {
-    error = title + ": " + danger;
+  // What isn't a directory at all is no danger, unless it leads to one.
+  const platform::Danger danger = platform::danger_of(root);
+  const bool counts = fault != ENOTDIR || danger == platform::Danger::link;
+  if (counts && words(danger) != nullptr) {
+    error = title + ": " + words(danger);
     return false;
   }
   if (fault == 0) {

@@ -15,5 +15,6 @@ write_basic_package_version_file(mtf-config-version.cmake COMPATIBILITY SameMino
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/mtf-config.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/mtf-config-version.cmake DESTINATION ${package_dir})
 
+file(RELATIVE_PATH pc_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/mtf.pc.in mtf.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/mtf.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -21,9 +21,7 @@ cmake -G Ninja -S "$work/host" -B "$work/host/build" -DCMAKE_PREFIX_PATH="$work/
 cmake --build "$work/host/build" >/dev/null
 "$here/run_embed.sh" "$work/host/build/host"
 
-pc=$(find "$work/installed" -name mtf.pc)
-sed -i "s|^prefix=.*|prefix=$work/installed|" "$pc"
-PKG_CONFIG_PATH=$(dirname "$pc")
+PKG_CONFIG_PATH=$(dirname "$(find "$work/installed" -name mtf.pc)")
 export PKG_CONFIG_PATH
 # shellcheck disable=SC2046
 "$2" -std=c++17 "$here/embed.cpp" -o "$work/by-pkg-config" $(pkg-config --cflags --libs mtf)

@@ -1,4 +1,4 @@
-// Saves one directory into pieces in another: embed SOURCE EXISTING_DIRECTORY
+// Saves one directory into pieces in another: embed /ABSOLUTE/SOURCE EXISTING_DIRECTORY
 #include <fstream>
 #include <iostream>
 
@@ -55,5 +55,6 @@ int main(int argc, char** argv) {
                              MTF::Backup::no_pre_action_data, 1, nullptr, 1) &&
                     job.full();
   job.clean();
+  if (!done) job.remove_storage_file();
   return done ? 0 : 1;
 }

@@ -39,15 +39,6 @@ int set_time(int fd, long long mtime) {
   return result_of(::futimens(fd, times));
 }
 
-// Gives a file to its owner and tells with which mode.
-int give_owner(int fd, const Restore_Attributes::Owner& owner, mode_t& mode) {
-  mode = owner.mode & permission_bits;
-  if (::fchown(fd, static_cast<uid_t>(owner.uid), static_cast<gid_t>(owner.gid)) == 0) return 0;
-  if (errno != EPERM && errno != EINVAL) return errno;
-  mode &= ~lending_bits;
-  return 0;
-}
-
 }  // namespace
 
 Restore_Tree::~Restore_Tree() {
@@ -82,7 +73,7 @@ int Restore_Tree::enter(const std::vector<std::string>& names, Make make) {
     const std::string& name = names[names_.size()];
     int next = -1;
     const bool last = names_.size() + 1 == names.size();
-    const Make how = make == Make::closed && !last ? Make::shared : make;
+    const Make how = make == Make::shared && !last ? Make::closed : make;
     const int error = step(directory_, name, how, next);
     if (error != 0) return error;
     if (directory_ != root_) ::close(directory_);
@@ -108,11 +99,22 @@ int Restore_Tree::finish_directory(const Restore_Attributes& attributes) {
   return set_attributes(directory_, attributes);
 }
 
+// Gives a file to its owner and tells with which mode.
+int Restore_Tree::give_owner(int fd, const Restore_Attributes::Owner& owner, unsigned int& mode) {
+  mode = owner.mode & permission_bits;
+  if (::fchown(fd, static_cast<uid_t>(owner.uid), static_cast<gid_t>(owner.gid)) == 0) return 0;
+  if (errno != EPERM && errno != EINVAL) return errno;
+  owner_error_ = errno;
+  mode &= ~lending_bits;
+  return 0;
+}
+
 // A change of owner takes capabilities away, and a mode may take away the right to set attributes,
 // so they are set in between.
 int Restore_Tree::set_attributes(int fd, const Restore_Attributes& attributes) {
   left_out_.clear();
-  mode_t mode = 0;
+  owner_error_ = 0;
+  unsigned int mode = 0;
   int error = attributes.owner ? give_owner(fd, *attributes.owner, mode) : 0;
   if (error != 0) return error;
   set_extended(fd, attributes);

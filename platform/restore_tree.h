@@ -44,10 +44,11 @@ class Restore_Tree {
   enum class Make {
     none,    // it is an error
     shared,  // made for all whom the process's mask lets in
-    closed,  // the last one is made for the user alone, until finish_directory() says more
+    closed,  // made for the user alone, until finish_directory() says more
   };
 
-  // Goes to the directory `names` below the root.
+  // Goes to the directory `names` below the root. What is missing above it is made for the user
+  // alone.
   int enter(const std::vector<std::string>& names, Make make);
 
   // Gives the directory entered last its attributes. An owner is treated as by finish().
@@ -70,8 +71,12 @@ class Restore_Tree {
   // The extended attributes that the last finish could not set, and why.
   const std::vector<std::string>& left_out() const { return left_out_; }
 
+  // Why the last finish left the owner out; 0 if it didn't.
+  int owner_error() const { return owner_error_; }
+
  private:
   int step(int from, const std::string& name, Make make, int& to);
+  int give_owner(int fd, const Restore_Attributes::Owner& owner, unsigned int& mode);
   int set_attributes(int fd, const Restore_Attributes& attributes);
   void set_extended(int fd, const Restore_Attributes& attributes);
   void leave();
@@ -83,6 +88,7 @@ class Restore_Tree {
   std::string temporary_;
   unsigned long long made_ = 0;  // numbers the temporary names
   std::vector<std::string> left_out_;
+  int owner_error_ = 0;
 };
 
 }  // namespace platform

@@ -40,7 +40,7 @@ bool is_entry(unsigned int type) {
 }  // namespace
 
 bool Source_Processor::open(const std::string& path) {
-  path_ = path;
+  if (name_shown_.empty()) name_shown_ = path;
   buffer_.reset(new (std::nothrow) char[buffer_size]);
   if (buffer_ == nullptr) {
     errno = ENOMEM;
@@ -55,8 +55,8 @@ bool Source_Processor::open(const std::string& path) {
 
 bool Source_Processor::fail(const char* what) {
   if (!failed_) {
-    ACE_ERROR((LM_ERROR, ACE_TEXT("Earlier catalog can't be used, %C:%Q: %C\n"), path_.c_str(),
-               position_, what));
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Earlier catalog can't be used, %C:%Q: %C\n"),
+               name_shown_.c_str(), position_, what));
   }
   failed_ = true;
   return false;
@@ -167,8 +167,8 @@ bool Source_Processor::check_end() {
   if (size_ - position_ != Cat_Hdr::fixed_size) return fail("the FEND record isn't the last");
   ended_ = true;
   if (debug_) {
-    ACE_DEBUG((LM_DEBUG, ACE_TEXT("Earlier catalog read, path=%C, entries=%Q\n"), path_.c_str(),
-               entries_));
+    ACE_DEBUG((LM_DEBUG, ACE_TEXT("Earlier catalog read, path=%C, entries=%Q\n"),
+               name_shown_.c_str(), entries_));
   }
   return false;
 }

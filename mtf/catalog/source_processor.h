@@ -11,9 +11,9 @@
 namespace MTF {
 
 // The catalog comes from the storage: every length, offset, type and checksum in it is checked
-// before it is used. What is wrong is told once, by a line at LM_ERROR with the file and the
-// position, and is the end of the reading. One thread at a time; a catalog of any size goes through
-// one buffer of fixed size.
+// before it is used. What is wrong is told once, by a line at LM_ERROR with the catalog's name
+// and the position, and is the end of the reading. One thread at a time; a catalog of any size goes
+// through one buffer of fixed size.
 class Source_Processor {
  public:
   // `debug` adds a line at LM_DEBUG when a catalog has been read to its end.
@@ -21,6 +21,9 @@ class Source_Processor {
   virtual ~Source_Processor() = default;
   Source_Processor(const Source_Processor&) = delete;
   Source_Processor& operator=(const Source_Processor&) = delete;
+
+  // What lines call the catalog, ahead of open(); else they show its path.
+  void shown_name(const std::string& name) { name_shown_ = name; }
 
   // Opens the catalog at a native path and reads what stands in front of its entries. False, told
   // in the log, if that isn't sound. Called once.
@@ -58,7 +61,7 @@ class Source_Processor {
   char* here() const { return buffer_.get() + at_; }
 
   const bool debug_;
-  std::string path_;
+  std::string name_shown_;
   platform::File file_;
   std::unique_ptr<char[]> buffer_;
   std::size_t at_ = 0;   // the first byte in the buffer that hasn't been passed

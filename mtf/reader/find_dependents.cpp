@@ -1,39 +1,32 @@
 #include <algorithm>
-#include <memory>
 
-#include "mtf/reader/catalog_walker.h"
+#include "mtf/reader/catalog_seqs.h"
 #include "mtf/reader/job_metadata.h"
-#include "mtf/reader/jobs.h"
 #include "services/piece_name.h"
 
 namespace MTF {
 namespace {
 
 // True if the catalog says that it needs job `seq`, or doesn't say all that it should.
-bool catalog_needs(IPiece_Store& store, const std::string& catalog, unsigned int own_seq,
+bool catalog_needs(IPiece_Store& store, const Job_Pieces& job, unsigned long long channel,
                    unsigned int seq) {
+  std::string catalog;
+  cat_name(job.stem, job.seq, channel, catalog);
   Metadata_Record metadata;
   if (!stored_metadata(store, catalog, metadata)) return true;
   const auto base = metadata.host.find(base_seq_key);
   if (base != metadata.host.end() && base->second == std::to_string(seq)) return true;
-  std::string error;
-  const std::unique_ptr<IRandom_Reader> reader = store.open(catalog, error);
-  if (reader == nullptr) return true;
   bool needs = false;
-  const Fault_At on_fault = [&](unsigned long long, const std::string&) { needs = true; };
-  Piece_Window window(*reader);
-  Catalog_Walker walker(window, own_seq, on_fault);
-  walker.open();
-  Catalog_Record record;
-  while (!needs && walker.next(record)) needs = record.seq == seq;
-  return needs;
+  const bool sound = walk_seqs(store, job, channel, [&](unsigned int needed) {
+    needs = needed == seq;
+    return !needs;
+  });
+  return needs || !sound;
 }
 
 bool job_needs(IPiece_Store& store, const Job_Pieces& job, unsigned int seq) {
   return std::any_of(job.channels.begin(), job.channels.end(), [&](unsigned long long channel) {
-    std::string catalog;
-    cat_name(job.stem, job.seq, channel, catalog);
-    return catalog_needs(store, catalog, job.seq, seq);
+    return catalog_needs(store, job, channel, seq);
   });
 }
 

@@ -38,10 +38,11 @@ struct Job_Entry {
   unsigned int type;  // a Block_Type
   std::string path;   // in system form: `VOLUME\dir\name`, a directory without a last separator
   unsigned long long size;     // bytes of content
-  long long mtime;             // seconds since 1970; 0 for volumes and directories without a date
+  long long mtime;             // seconds since 1970; 0 where there is no date
   unsigned int seq;            // the job whose media holds it
   unsigned long long channel;  // of this job's catalog, and of that job's media
   unsigned long long address;  // format logical address on that media
+  bool dated = false;          // else `mtime` says nothing
 };
 
 // Gives every entry of the catalogs of a job, channel by channel in the order of the walk; a volume
@@ -62,6 +63,12 @@ bool list_job_from_media(IPiece_Store& store, const Job_Pieces& job,
 // jobs can't be found.
 bool find_dependents(IPiece_Store& store, const Job_Pieces& job, std::vector<unsigned int>& seqs,
                      std::string& error);
+
+// A job that `job` took files from and that isn't complete, or lacks their channel, among `jobs`,
+// those of the same name; 0 if there is none. What can't be read of the catalogs of `job` counts
+// for nothing: whoever needs it finds the damage.
+unsigned int find_lost_job(IPiece_Store& store, const Job_Pieces& job,
+                           const std::vector<Job_Pieces>& jobs);
 
 struct Verify_Summary {
   unsigned long long faults = 0;
@@ -88,7 +95,9 @@ struct Restore_Summary {
   unsigned long long files = 0;
   unsigned long long bytes = 0;
   unsigned long long failed = 0;  // entries that could not be restored, each told to on_problem
-  std::vector<std::string> not_found;  // paths asked for that the job doesn't hold
+  std::vector<std::string> not_found;    // paths asked for that the job doesn't hold
+  unsigned long long without_owner = 0;  // entries whose owner the user may not give
+  std::string owner_fault;               // the reason of the first of them
 };
 
 // Told of each entry that could not be restored, or not wholly: its native path and why.
@@ -99,8 +108,10 @@ using Problem_Sink = std::function<void(const std::string& path, const std::stri
 // attributes, POSIX ACLs among them. Creates nothing outside it whatever a name holds, and follows
 // no link below it. A file gets its name, in place of what had it, only when all its checksums are
 // right; one whose mode isn't stored stays the user's alone, and an owner that the user may not
-// give is left out. A directory whose mode is stored is the user's alone until all in it is there.
-// `on_fault` and `on_problem` may be empty.
+// give is left out and counted. A directory whose mode is stored is the user's alone until all in
+// it is there. One that is made on the way to a path asked for gets its attributes too; where the
+// job doesn't hold them it is the user's alone. Of `/X` and a volume `X:` the one that comes first
+// is restored; the other is a problem. `on_fault` and `on_problem` may be empty.
 Restore_Summary restore_job(IPiece_Store& store, const Job_Pieces& job,
                             const Restore_Options& options, const Fault_Sink& on_fault,
                             const Problem_Sink& on_problem);

@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
 #include <memory>
+#include <set>
 
 #include "mtf/reader/block_loader.h"
 #include "mtf/reader/content_reader.h"
@@ -34,6 +36,12 @@ class Wanted_Paths {
       top.met = wanted = true;
     }
     return wanted;
+  }
+
+  // True if one of the paths lies below `path`.
+  bool lie_below(const std::string& path) const {
+    return std::any_of(tops_.begin(), tops_.end(),
+                       [&](const Top& top) { return is_below(top.path, path); });
   }
 
   std::vector<std::string> not_met() const {
@@ -116,6 +124,8 @@ class Job_Restorer {
 
  private:
   void take(const Tree_Entry& item);
+  void note_above(const Job_Entry& entry);
+  bool has_its_place(const Job_Entry& entry, std::string& why);
   bool enter(const Job_Entry& entry, bool is_directory, Make make);
   void restore_directory(const Tree_Entry& item);
   bool is_place_right();
@@ -127,10 +137,14 @@ class Job_Restorer {
   void finish_directories();
   void finish_directory(const Tree_Entry& item);
 
-  void tell(const Job_Entry& entry, const std::vector<std::string>& attributes) {
-    for (const std::string& attribute : attributes) {
+  // What could not be set of the last file or directory.
+  void tell_left_out(const Job_Entry& entry) {
+    for (const std::string& attribute : tree_.left_out()) {
       tell(entry, "its extended attribute " + attribute);
     }
+    if (tree_.owner_error() == 0) return;
+    if (summary_.without_owner == 0) summary_.owner_fault = std::strerror(tree_.owner_error());
+    ++summary_.without_owner;
   }
   void tell(const Job_Entry& entry, const std::string& why) {
     if (on_problem_) on_problem_(platform::display_path(entry.path), why);
@@ -151,6 +165,8 @@ class Job_Restorer {
   platform::Restore_Tree tree_;
   std::vector<std::string> names_;                      // native, of the entry at hand
   std::map<unsigned long long, Earlier_Media> medias_;  // by channel
+  std::map<std::string, std::string> volumes_;          // by their name below the root
+  std::set<std::string> above_;  // directories above the paths asked for, missing ahead of the run
 };
 
 Restore_Summary Job_Restorer::run() {
@@ -174,7 +190,10 @@ Restore_Summary Job_Restorer::run() {
 void Job_Restorer::take(const Tree_Entry& item) {
   const Job_Entry& entry = item.entry;
   if (entry.type == block_volb || entry.type == block_dirb) place_ = Place{item};
-  if (!wanted_.take(entry.path)) return;
+  if (!wanted_.take(entry.path)) {
+    if (entry.type == block_dirb && !item.again) note_above(entry);
+    return;
+  }
   switch (entry.type) {
     case block_volb:
       if (!item.again) enter(entry, true, Make::shared);
@@ -192,9 +211,31 @@ void Job_Restorer::take(const Tree_Entry& item) {
   }
 }
 
+// A directory that is made on the way to a path gets its attributes when all is there; one that the
+// user had stays as it is.
+void Job_Restorer::note_above(const Job_Entry& entry) {
+  if (!wanted_.lie_below(entry.path) || !native_names(entry.path, names_)) return;
+  if (tree_.enter(names_, Make::none) == ENOENT) above_.insert(entry.path);
+}
+
+// `/C` and the volume `C:` have one place; what comes first keeps it.
+bool Job_Restorer::has_its_place(const Job_Entry& entry, std::string& why) {
+  if (names_.empty() || names_[0].size() != 1) return true;
+  const std::string volume = entry.path.substr(0, entry.path.find('\\'));
+  const std::string& first = volumes_.try_emplace(names_[0], volume).first->second;
+  if (first == volume) return true;
+  why = "its place has the volume '" + first + "': restore it by itself";
+  return false;
+}
+
 // Goes to the directory that an entry is or lies in; names_ are those of the entry then.
 bool Job_Restorer::enter(const Job_Entry& entry, bool is_directory, Make make) {
   if (!native_names(entry.path, names_)) return fail(entry, "not a path of a volume"), false;
+  std::string why;
+  if (!has_its_place(entry, why)) {
+    if (make != Make::none) fail(entry, why);
+    return false;
+  }
   std::vector<std::string> directory = names_;
   if (!is_directory) directory.pop_back();
   const int error = tree_.enter(directory, make);
@@ -248,7 +289,7 @@ void Job_Restorer::restore_file(const Tree_Entry& item) {
   if (place_.fault_since && !is_in_last_directory(entry, block)) {
     return fail(entry, "its directory can't be told from the catalog");
   }
-  if (!enter(entry, false, Make::shared)) return;
+  if (!enter(entry, false, Make::closed)) return;
   const int error = tree_.create();
   if (error != 0) return fail(entry, std::strerror(error));
   if (!write_content(*media, block, entry)) tree_.discard();
@@ -295,7 +336,7 @@ bool Job_Restorer::write_content(Media_File& media, const Media_Block& block,
   }
   ++summary_.files;
   summary_.bytes += content.length;
-  tell(entry, tree_.left_out());
+  tell_left_out(entry);
   if (!content.left_out.empty()) tell(entry, "restored without its streams " + content.left_out);
   return true;
 }
@@ -312,28 +353,34 @@ void Job_Restorer::finish_directories() {
     }
   };
   Job_Tree(store_, job_, told_already).walk([&](const Tree_Entry& item) {
-    if (item.entry.type != block_dirb || item.again || !wanted_.take(item.entry.path)) return;
+    if (item.entry.type != block_dirb || item.again) return;
+    if (!wanted_.take(item.entry.path) && above_.count(item.entry.path) == 0) return;
     close_down_to(&item.entry.path);
     open.push_back(item);
   });
   close_down_to(nullptr);
 }
 
-// What kept its attributes from being read has been told when it was made.
+// What kept the attributes of one that was asked for from being read has been told.
 void Job_Restorer::finish_directory(const Tree_Entry& item) {
   const Job_Entry& entry = item.entry;
   Media_Block block;
   std::string why;
+  if (!enter(entry, true, Make::none)) return;
   Media_File* media = find_block(item, block, why);
-  if (media == nullptr || !enter(entry, true, Make::none)) return;
   Content content;
   platform::Restore_Attributes attributes;
-  if (read_directory(*media, block, content, why)) attributes = attributes_of(content);
+  if (media != nullptr && read_directory(*media, block, content, why)) {
+    attributes = attributes_of(content);
+  } else if (above_.count(entry.path) != 0) {
+    fail(entry, "its attributes: " + why);
+  }
+  if (media == nullptr) return;
   const long long mtime = block_mtime(block.view);
   if (mtime != 0) attributes.mtime = mtime;
   const int error = tree_.finish_directory(attributes);
   if (error != 0) fail(entry, std::string("its attributes can't be set: ") + std::strerror(error));
-  tell(entry, tree_.left_out());
+  tell_left_out(entry);
 }
 
 }  // namespace

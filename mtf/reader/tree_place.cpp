@@ -46,10 +46,9 @@ bool Tree_Place::find(const Tree_Item& item, Job_Entry& entry) {
   if (!find_path(item, entry.path)) return false;
   entry.type = item.type;
   entry.size = holds_others(item.type) ? 0 : item.size;
-  entry.mtime =
-      item.date.empty()
-          ? 0
-          : mtf_date_time_to_time(reinterpret_cast<const unsigned char*>(item.date.data()));
+  const auto* date = reinterpret_cast<const unsigned char*>(item.date.data());
+  entry.dated = item.date.find_first_not_of('\0') != std::string_view::npos;
+  entry.mtime = entry.dated ? mtf_date_time_to_time(date) : 0;
   return true;
 }
 

@@ -133,6 +133,8 @@ class Backup {
   void add_up(const Cat_Summary& channel, bool first);
   bool fetch_base_catalog(unsigned long long channel, std::string& path);
   bool check_base(const std::string& path, unsigned long long channel);
+  // The name of the piece of the base that an incremental job reads.
+  std::string base_catalog(unsigned long long channel) const;
   bool base_failed(unsigned long long channel, const std::string& message);
   bool send_making(const char* name, bool result, unsigned long long channel,
                    const std::string& message);

@@ -55,6 +55,7 @@ bool Backup::make_incremental_source_producer_i(unsigned long long channel) {
   const auto task = share<Task_Base>(producer);
   if (task.get() == nullptr) return false;
   incremental_source_producers_.push_back(task);
+  producer->shown_name(base_catalog(channel));
   producer->msg_queue(backup_tasks_[channel == 0 ? 0 : channel - 1]->msg_queue());
   Cat_Blk_Queue* const input =
       channel == 0 ? full_source_producer_->msg_queue()
@@ -66,8 +67,7 @@ bool Backup::make_incremental_source_producer_i(unsigned long long channel) {
 
 // The channel that fetches the earlier catalog is the one that the job then writes to.
 bool Backup::fetch_base_catalog(unsigned long long channel, std::string& path) {
-  std::string name;
-  cat_name(opt_.minor_resource_id, base_seq_, channel, name);
+  const std::string name = base_catalog(channel);
   Channel& from = *channels_[channel == 0 ? 0 : channel - 1];
   if (!from.open(name.c_str(), Channel::mode_read, 0)) return base_failed(channel, from.err_msg());
   IReader* const reader = from.reader();
@@ -86,6 +86,7 @@ bool Backup::fetch_base_catalog(unsigned long long channel, std::string& path) {
 // A file stays on its channel only as long as the number of channels stays the same.
 bool Backup::check_base(const std::string& path, unsigned long long channel) {
   Source_Processor catalog(false);
+  catalog.shown_name(base_catalog(channel));
   if (!catalog.open(path)) return base_failed(channel, "The catalog can't be used");
   Metadata_Record base;
   if (!read_metadata(catalog.metadata(), base)) {
@@ -100,11 +101,15 @@ bool Backup::check_base(const std::string& path, unsigned long long channel) {
                                   " channels, this job has " + std::to_string(channel_num_));
 }
 
-bool Backup::base_failed(unsigned long long channel, const std::string& message) {
+std::string Backup::base_catalog(unsigned long long channel) const {
   std::string name;
   cat_name(opt_.minor_resource_id, base_seq_, channel, name);
-  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to use earlier catalog, piece=%C: %C\n"), name.c_str(),
-             message.c_str()));
+  return name;
+}
+
+bool Backup::base_failed(unsigned long long channel, const std::string& message) {
+  ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to use earlier catalog, piece=%C: %C\n"),
+             base_catalog(channel).c_str(), message.c_str()));
   return send_making(stage, false, channel, message);
 }
 

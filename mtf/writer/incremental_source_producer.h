@@ -21,7 +21,7 @@ namespace MTF {
 //
 // A file is unchanged if the earlier catalog holds its path with the same type, the same time to
 // the second and the same place among hard links; nothing else is compared. An earlier catalog that
-// isn't sound fails the task, with a line that names the file and the position.
+// isn't sound fails the task, with a line that names the catalog and the position.
 class Incremental_Source_Producer : public Task_Base {
  public:
   // `catalog` is the local path of the earlier catalog, `channel` 0 in a job of one channel.
@@ -29,6 +29,9 @@ class Incremental_Source_Producer : public Task_Base {
   Incremental_Source_Producer(const std::string& catalog, unsigned int seq,
                               unsigned long long channel, Event_Handler* handler,
                               std::shared_ptr<ACE_Log_Msg_Callback> log);
+
+  // What lines call the earlier catalog, ahead of init(); else they show its path.
+  void shown_name(const std::string& name) { finder_.shown_name(name); }
 
   // Blocks come from `queue`, which is not owned and outlives the task's thread, and go to the
   // task's own msg_queue(). Opens the catalog. 1, or -1 for a null argument or a catalog that isn't

@@ -37,7 +37,7 @@ TEST_F(Output, Text) {
   EXPECT_EQ(agent::size_text(1023), "1023 B");
   EXPECT_EQ(agent::size_text(1536), "1.5 KiB");
   EXPECT_EQ(agent::size_text(~0ULL), "16.0 EiB");
-  EXPECT_EQ(agent::date_text(0), "-");
+  EXPECT_EQ(agent::date_text(0), "1970-01-01 00:00:00");
   EXPECT_EQ(agent::date_text(1773075900), "2026-03-09 17:05:00");
   EXPECT_EQ(agent::duration_text(59.9), "0:59");
   EXPECT_EQ(agent::duration_text(3723), "1:02:03");

@@ -1,6 +1,7 @@
 // What can't be done is said in a clear line, with the right exit code, and harms nothing.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <regex>
 
@@ -170,6 +171,87 @@ TEST_F(Damage, OfOneFileLeavesTheOthers) {
   expected.erase("/d/f3");
   found.erase("/d/f3");
   EXPECT_EQ(difference(expected, found), "");
+}
+
+TEST_F(Bad_Input, VolumeThatIsAFile) {
+  const std::string file = source("/f");
+  write_file(file, "f");
+  for (const char* threads : {"1", "2"}) {
+    expect_failure(save({"--volume", "C:=" + file, "--source", "C:", "--threads", threads}),
+                   "the source '" + file + "' stands for the volume 'C:' and isn't a directory");
+  }
+}
+
+TEST_F(Bad_Input, WhatCantBeMeant) {
+  const std::string top = source();
+  const struct {
+    Arguments more;
+    std::string line;
+  } cases[] = {
+      {{"--volume", "C:=" + top, "--volume", "C:=/usr", "--source", "C:"},
+       "--volume 'C:=/usr': the volume has another directory already"},
+      {{"--shadow", "/=" + top, "--shadow", "/=/usr"},
+       "--shadow '/=/usr': the volume has another directory already"},
+      {{"--volume", "C:=" + top}, "--volume 'C:': no source is on this volume"},
+      {{"--shadow", "C:=" + top}, "--shadow 'C:': no source is on this volume"},
+      {{"--exclude-glob", ""}, "--exclude-glob: '' is empty or has a '[' without its ']'"},
+      {{"--exclude-glob", "a[]b"}, "--exclude-glob: 'a[]b' is empty or has a '[' without its ']'"},
+      {{"--level", "3"}, "--level: there is none without --compression lz4 or zstd"},
+      {{"--channels", "0x1"}, "--channels: '0x1' isn't a plain number"},
+      {{"--channels", "+1"}, "--channels: '+1' isn't a plain number"},
+      {{"--channels", " 1"}, "--channels: ' 1' isn't a plain number"},
+      {{"--base", "1"}, "The following arguments were not expected: --base 1"},
+  };
+  for (const auto& each : cases) {
+    const Output output = save(each.more);
+    EXPECT_EQ(output.code, 2);
+    EXPECT_EQ(output.err, "mtf-agent: " + each.line + '\n');
+    EXPECT_EQ(output.out, "");
+  }
+  EXPECT_EQ(run(on_storage("list", {"--seq", "010"})).err,
+            "mtf-agent: --seq: '010' isn't a plain number\n");
+  EXPECT_FALSE(fs::exists(storage()));
+  const Output fine = save({"--exclude-glob", "[]x]", "--exclude-glob", "\\[", "--exclude-glob",
+                            "[[:alpha:]-]y", "--shadow", "/=/", "--shadow", "/=/"});
+  EXPECT_EQ(fine.code, 0) << fine.err;
+}
+
+TEST_F(Bad_Input, TheRightPathAndReason) {
+  expect_failure(
+      save({"--shadow", "/=" + source("/none")}),
+      "the shadow '" + source("/none") + "' of the volume '/': No such file or directory");
+  write_file(source("/f"), "f");
+  expect_failure(save({"--shadow", "/=" + source("/f")}),
+                 "the shadow '" + source("/f") + "' of the volume '/': Not a directory");
+  Arguments arguments = full();
+  *std::find(arguments.begin(), arguments.end(), dir_ / "tmp") = "/dev/null";
+  expect_failure(run(arguments), "temporary directory '/dev/null': Not a directory");
+}
+
+TEST_F(Bad_Input, ASkippedFileHasItsReason) {
+  if (!is_root()) GTEST_SKIP() << "needs root to become somebody else";
+  for (const char* directory : {"/closed", "/open"}) fs::create_directory(source(directory));
+  write_file(source("/closed-file"), "x");
+  write_file(source("/file"), "x");
+  ASSERT_EQ(::chmod(source("/closed-file").c_str(), 0), 0);
+  ASSERT_EQ(::chmod(source("/closed").c_str(), 0), 0);
+  const std::string program = dir_ / "mtf-agent";
+  fs::copy_file(MTF_AGENT, program);
+  for (const char* made : {"storage", "tmp"}) {
+    fs::create_directory(dir_ / made);
+    ASSERT_EQ(::chown((dir_ / made).c_str(), nobody, nobody), 0);
+  }
+  ASSERT_EQ(::chmod(dir_.path().c_str(), 0755), 0);
+  Limits limits;
+  limits.as_nobody = true;
+  Arguments arguments = full();
+  arguments[0] = program;
+  const Output output = run(arguments, limits);
+  EXPECT_EQ(output.code, 3);
+  for (const char* line : {"/closed-file: Failed to open file: Permission denied\n",
+                           "/closed: Failed to open directory: Permission denied\n"}) {
+    EXPECT_NE(output.err.find("skipped: " + source(line)), std::string::npos) << output.err;
+  }
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // What the program prints for people and for programs.
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -112,6 +113,77 @@ TEST_F(Program_Output, ListAsJson) {
   }
   EXPECT_EQ(types.count("file"), 2U);
   EXPECT_EQ(types.count("volume"), 1U);
+}
+
+// No file of the job's own gets the number of a handle that was closed, and what is printed there.
+TEST_F(Program_Output, ClosedStandardHandles) {
+  struct {
+    const char* closed;
+    const char* pre_action;
+    int code;
+  } cases[] = {
+      {"<&-", "", 0},      {"<&-", "--pre-action -", 1}, {">&-", "", 1},          {"2>&-", "", 0},
+      {"<&- 2>&-", "", 0}, {"<&- >&-", "", 1},           {"<&- >&- 2>&-", "", 1},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.closed);
+    const Output output = run({"/bin/sh", "-c",
+                               "exec '" MTF_AGENT "' full --source '" + source() + "' --storage '" +
+                                   (dir_ / "storage") + "' --name demo --tmp '" + (dir_ / "tmp") +
+                                   "' " + each.pre_action + ' ' + each.closed});
+    EXPECT_EQ(output.code, each.code) << output.err;
+    EXPECT_EQ(output.out.empty(), each.code != 0) << output.out;
+    EXPECT_EQ(run(on_storage("verify")).code, 0);
+    EXPECT_EQ(read_file(storage(".demo.lock")), "");
+  }
+}
+
+TEST_F(Program_Output, RefusalAsJson) {
+  write_file(dir_ / "file", "");
+  const struct {
+    Arguments more;
+    int code;
+    std::string message;
+  } cases[] = {
+      {{"--source", "/none"}, 1, "the source '/none': No such file or directory"},
+      {{"--pre-action", dir_ / "none"}, 1, (dir_ / "none") + ": No such file or directory"},
+      {{"--exclude", "/"}, 2, "--exclude '/' leaves nothing of the source '" + source() + "'"},
+  };
+  for (const auto& each : cases) {
+    Arguments arguments = full(each.more);
+    arguments.push_back("--json");
+    const Output output = run(arguments);
+    EXPECT_EQ(output.code, each.code);
+    Value summary;
+    EXPECT_TRUE(events_of(output, summary).empty());
+    EXPECT_EQ(summary.at("name"), "demo");
+    EXPECT_EQ(summary.at("exit_code"), each.code);
+    EXPECT_EQ(summary.at("message"), each.message);
+    EXPECT_EQ(summary.at("skipped_files"), 0);
+  }
+}
+
+TEST_F(Program_Output, AJobThatIsThereIsNamedWhereTheOutputIsLost) {
+  for (const char* option : {"", " --json"}) {
+    const Output output = run({"/bin/sh", "-c",
+                               "exec '" MTF_AGENT "' full --source '" + source("/a") +
+                                   "' --storage '" + (dir_ / "storage") + "' --name demo --tmp '" +
+                                   (dir_ / "tmp") + "' >/dev/full" + option});
+    EXPECT_EQ(output.code, 1);
+    EXPECT_EQ(output.err, std::string("job ") + (*option == '\0' ? "1" : "2") +
+                              " of 'demo' is saved\nerror: the output could not be written\n");
+  }
+  EXPECT_EQ(pieces().size(), 4U);
+}
+
+TEST_F(Program_Output, TheFirstDateIsADate) {
+  const struct timespec times[2] = {{0, 0}, {0, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, source("/a").c_str(), times, 0), 0);
+  ASSERT_EQ(save().code, 0);
+  const std::string listed = run(on_storage("list")).out;
+  EXPECT_NE(listed.find("  1970-01-01 00:00:00  " + source("/a") + '\n'), std::string::npos)
+      << listed;
+  EXPECT_NE(listed.find("  -                    /\n"), std::string::npos) << listed;
 }
 
 }  // namespace
