@@ -39,9 +39,11 @@ int run_verify(const Job_Options& options, Console& console) {
 
 void add_verify(CLI::App& app, Command& chosen) {
   auto options = std::make_shared<Job_Options>();
-  CLI::App* command = app.add_subcommand("verify", "Read a job back and check every byte of it");
+  CLI::App* command = app.add_subcommand("verify", "Read a job back and check all of it");
   command->footer(
       "One fault a line, as PIECE:POSITION: what is wrong there; the position is in bytes.\n"
+      "What no checksum covers and nothing repeats can't be checked: the owners and modes of a\n"
+      "plain job above all.\n"
       "Exit codes: 0 no fault; 1 faults, or the job can't be read; 2 wrong use.");
   add_storage(*command, options->storage);
   add_name(*command, options->stem)->required();

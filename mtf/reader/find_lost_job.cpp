@@ -19,8 +19,8 @@ unsigned int find_lost_job(IPiece_Store& store, const Job_Pieces& job,
                            const std::vector<Job_Pieces>& jobs) {
   unsigned int lost = 0;
   for (const unsigned long long channel : job.channels) {
-    unsigned int there =
-        job.seq;  // the last that was looked up: most entries are as the one before
+    // The last that was found: most entries are of the same job as the one before.
+    unsigned int there = job.seq;
     walk_seqs(store, job, channel, [&](unsigned int seq) {
       if (seq == there) return true;
       if (has_channel(jobs, seq, channel)) {
