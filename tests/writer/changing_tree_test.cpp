@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <tuple>
 
@@ -62,9 +63,9 @@ TEST_P(Changing_Tree, NothingFromOutsideIsSaved) {
     SCOPED_TRACE(found);
     const std::string sub = tree() + "/sub", aside = dir_ / "aside";
     // The first time that the walk comes by.
-    const test_support::Filter change([&, changed = false](const std::string& path, bool) mutable {
-      if (changed || !test_support::ends_with(path, found)) return true;
-      changed = true;
+    std::atomic<bool> changed{false};
+    const test_support::Filter change([&](const std::string& path, bool) {
+      if (!test_support::ends_with(path, found) || changed.exchange(true)) return true;
       EXPECT_EQ(::rename(sub.c_str(), aside.c_str()), 0);
       EXPECT_EQ(::symlink((dir_ / "outside").c_str(), sub.c_str()), 0);
       return true;
