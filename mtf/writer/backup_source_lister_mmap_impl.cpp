@@ -73,6 +73,7 @@ const char* leaf_of(const Cache_Node& directory) {
 // A directory that changes while it is read may give a name twice, once as that of a directory.
 void drop_names_of_directories(std::list<Cache_Node*>& files,
                                const std::list<Cache_Node*>& directories) {
+  if (directories.empty()) return;
   auto at = directories.begin();
   files.remove_if([&](const Cache_Node* file) {
     while (at != directories.end() && oxbase::path_less(leaf_of(**at), file->name())) ++at;
