@@ -15,6 +15,19 @@ constexpr std::size_t most_names = 65536;  // bytes, the kernel's XATTR_LIST_MAX
 constexpr std::size_t longest_value = 65535;
 constexpr std::size_t entry_alignment = 4;
 
+// The kernel makes and clears a buffer of the size that a caller offers, so most calls offer
+// little.
+constexpr std::size_t usual_size = 1024;
+
+// Calls `read` with room for the usual size, and again with all the room that there is where that
+// is too little. Gives what `read` gave.
+template <class Read>
+ssize_t read_small_first(std::vector<char>& buffer, std::size_t most, Read read) {
+  buffer.resize(most);
+  const ssize_t size = read(buffer.data(), usual_size);
+  return size < 0 && errno == ERANGE ? read(buffer.data(), most) : size;
+}
+
 }  // namespace
 
 void Extended_Attributes::append(int fd, std::string& out) {
@@ -43,17 +56,19 @@ void Extended_Attributes::append(int fd, std::string& out) {
 }
 
 bool Extended_Attributes::list(int fd) {
-  names_.resize(most_names);
-  const ssize_t size = ::flistxattr(fd, names_.data(), names_.size());
+  const ssize_t size = read_small_first(names_, most_names, [fd](char* names, std::size_t room) {
+    return ::flistxattr(fd, names, room);
+  });
   if (size < 0 && errno != EOPNOTSUPP) left_out_("", std::strerror(errno));
   names_size_ = size > 0 ? static_cast<std::size_t>(size) : 0;
   return names_size_ != 0;
 }
 
 bool Extended_Attributes::append_one(int fd, const char* name, std::string& out) {
-  value_.resize(longest_value + 1);
   const std::size_t length = std::strlen(name);
-  const ssize_t size = ::fgetxattr(fd, name, value_.data(), value_.size());
+  const ssize_t size = read_small_first(
+      value_, longest_value + 1,
+      [fd, name](char* value, std::size_t room) { return ::fgetxattr(fd, name, value, room); });
   if (size < 0 || static_cast<std::size_t>(size) > longest_value) {
     // One that is gone since it was listed isn't missed.
     if (size < 0 && errno == ENODATA) return false;
