@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by the benchmark scripts: a scratch directory in memory, trees of files, medians of runs.
 
 set -euo pipefail

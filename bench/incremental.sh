@@ -5,6 +5,7 @@
 #   bench/incremental.sh [--runs N] [--grow]
 # --grow also measures a tree of 300,000 files (5 GB of memory).
 # BENCH_DIR names another directory than /dev/shm.
+# shellcheck disable=SC2046 # job prints one word for each argument
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 runs=5
