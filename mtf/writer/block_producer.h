@@ -5,11 +5,13 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "mtf/catalog/cat_summary.h"
 #include "mtf/catalog/catalog_helper.h"
 #include "mtf/catalog/task_base.h"
 #include "mtf/writer/writer_hardlink_map.h"
+#include "oxbase/directory_iterator.h"
 #include "services/event_handler.h"
 #include "services/source_list.h"
 
@@ -31,6 +33,8 @@ class Block_Producer : public Task_Base {
   static constexpr int highest_percent = 90;
 
  protected:
+  using Entry = oxbase::Directory_Entry_T<char>;
+
   // `pre_action_data` asks for a PDAT block behind the first volume. `handler` may be null and is
   // not owned.
   Block_Producer(unsigned short seq, bool pre_action_data, Event_Handler* handler,
@@ -38,8 +42,10 @@ class Block_Producer : public Task_Base {
 
   // Puts the whole stream on the queue; 0 or -1.
   virtual int produce() = 0;
-  // Puts all below a directory, whose own block is there already, on the queue.
-  virtual bool walk_dir(const std::string& path) = 0;
+  // Gives the entries of a directory in order; false for one of which nothing is saved.
+  virtual bool read_dir(const std::string& path, std::vector<Entry>& entries) = 0;
+  // False for an entry that is left out: `entry` of the directory `dir`, with the full path `path`.
+  virtual bool is_wanted(const std::string& dir, const std::string& path, const Entry& entry) = 0;
   // Takes note of the volume whose block was written last.
   virtual void set_volume(const std::string& vol);
   // Called for an entry that is left out since its type can't be saved, with its full path.
@@ -49,9 +55,8 @@ class Block_Producer : public Task_Base {
 
   // Each puts blocks on the queue and is false where the listing can't go on.
   bool process_source(const source_entry& entry);
-  // The block of a directory below the current volume, which becomes the current one. One whose
-  // path is too long is left out.
-  bool put_sub_directory(const std::string& full, bool& left_out);
+  // Puts all below a directory, whose own block is there already.
+  bool walk_dir(const std::string& path);
   bool process_file(const _stat64& stat, const std::string& name, unsigned int reparse_type);
   // Leads from where the stream stands to a directory.
   bool goto_dir(const std::string& vol, const std::string& dir);
@@ -97,6 +102,19 @@ class Block_Producer : public Task_Base {
   Cat_Summary summary_;
 
  private:
+  // The walk of a directory: where it is, and each directory on the way there.
+  struct Level {
+    std::size_t path_size;       // how much of `path` is its own path
+    std::vector<Entry> entries;  // those that are still to come, last one first
+  };
+  struct Walk {
+    std::string path;
+    std::vector<Level> levels;
+  };
+  void enter(Walk& walk);
+  bool handle(Walk& walk, const Entry& entry);
+  bool put_sub_directory(const std::string& full, bool& left_out);
+
   bool process_volume(const std::string& path);
   bool find_hardlink(const _stat64& stat, const std::string& name, unsigned int& type,
                      unsigned long long& size, unsigned short& link_flags);

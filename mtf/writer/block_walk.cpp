@@ -1,7 +1,9 @@
 // How Block_Producer turns sources and what it finds there into blocks.
 #include <ace/Log_Msg.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "mtf/writer/block_producer.h"
 #include "mtf/writer/file_type.h"
@@ -12,6 +14,7 @@
 namespace MTF {
 namespace {
 
+constexpr char separator = '\\';
 constexpr const char* path_too_long = "Path too long.";
 
 }  // namespace
@@ -22,8 +25,8 @@ bool Block_Producer::process_source(const source_entry& entry) {
   std::string vol;
   std::string dir;
   std::string name;
-  if (!(is_dir ? MTF_FS::path_component(entry.path, '\\', vol, dir)
-               : MTF_FS::path_component(entry.path, '\\', vol, dir, name))) {
+  if (!(is_dir ? MTF_FS::path_component(entry.path, separator, vol, dir)
+               : MTF_FS::path_component(entry.path, separator, vol, dir, name))) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to parse path component of source '%C'.\n"),
                       entry.path.c_str()),
                      false);
@@ -36,7 +39,7 @@ bool Block_Producer::process_source(const source_entry& entry) {
 
 bool Block_Producer::process_volume(const std::string& path) {
   // As paths below it are split.
-  const std::string vol = path.substr(0, path.find_last_not_of('\\') + 1);
+  const std::string vol = path.substr(0, path.find_last_not_of(separator) + 1);
   if (!write_item(block_volb, vol)) return false;
   const bool again = cur_vol_ == vol;
   set_volume(vol);
@@ -45,6 +48,45 @@ bool Block_Producer::process_volume(const std::string& path) {
         (LM_ERROR, ACE_TEXT("Invalid source duplicate volume: %s\n"), cur_vol_.c_str()), false);
   }
   return walk_dir(path);
+}
+
+// Not by recursion: the depth of a tree has no limit but the length of a path.
+bool Block_Producer::walk_dir(const std::string& path) {
+  Walk walk{path, {}};
+  enter(walk);
+  while (!walk.levels.empty()) {
+    Level& level = walk.levels.back();
+    if (level.entries.empty()) {
+      walk.levels.pop_back();
+      continue;
+    }
+    walk.path.resize(level.path_size);
+    const Entry entry = std::move(level.entries.back());
+    level.entries.pop_back();
+    if (!handle(walk, entry)) return false;
+  }
+  return true;
+}
+
+void Block_Producer::enter(Walk& walk) {
+  std::vector<Entry> entries;
+  if (!read_dir(walk.path, entries)) return;
+  std::reverse(entries.begin(), entries.end());
+  walk.levels.push_back({walk.path.size(), std::move(entries)});
+}
+
+bool Block_Producer::handle(Walk& walk, const Entry& entry) {
+  oxbase::Path_T<char> full(separator, false);
+  full /= walk.path;
+  full /= entry.name;
+  if (!is_wanted(walk.path, full.str(), entry)) return true;
+  if (!entry.is_directory()) return process_file(entry.stat, entry.name, entry.reparse_type);
+  bool left_out = false;
+  if (!put_sub_directory(full.str(), left_out)) return false;
+  if (left_out) return true;
+  walk.path = full.str();
+  enter(walk);
+  return true;
 }
 
 bool Block_Producer::process_file(const _stat64& stat, const std::string& name,
@@ -69,7 +111,7 @@ bool Block_Producer::process_file(const _stat64& stat, const std::string& name,
 }
 
 std::string Block_Producer::full_path(const std::string& name) const {
-  oxbase::Path_T<char> full('\\', false);
+  oxbase::Path_T<char> full(separator, false);
   full /= cur_vol_;
   full /= cur_dir_;
   full /= name;
@@ -107,8 +149,8 @@ bool Block_Producer::goto_dir(const std::string& vol, const std::string& dir) {
   } else {
     at = MTF_FS::common_parent(cur_dir_, dir);
   }
-  for (std::size_t next = dir.find('\\', at); next != std::string::npos;
-       next = dir.find('\\', at)) {
+  for (std::size_t next = dir.find(separator, at); next != std::string::npos;
+       next = dir.find(separator, at)) {
     at = next + 1;
     // Step by step, as a host may let the job go on behind a source that failed half way.
     if (!write_item(block_dirb, dir.substr(0, at))) return false;
@@ -127,10 +169,12 @@ void Block_Producer::send_skip(const char* type, const std::string& name, int er
   event_handler_->handle_event(event_skipped, document);
 }
 
+// The block of a directory below the current volume, which becomes the current one. One whose path
+// is too long is left out.
 bool Block_Producer::put_sub_directory(const std::string& full, bool& left_out) {
   std::string vol;
   std::string dir;
-  if (!MTF_FS::path_component(full, '\\', vol, dir)) return false;
+  if (!MTF_FS::path_component(full, separator, vol, dir)) return false;
   if (!is_current_volume(vol)) return false;
   left_out = is_too_long(full, dir);
   if (left_out) return true;

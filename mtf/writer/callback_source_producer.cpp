@@ -8,7 +8,6 @@
 
 #include "mtf/writer/file_type.h"
 #include "mtf/writer/leaf_name.h"
-#include "oxbase/path.h"
 #include "services/assertion.h"
 #include "services/file_path.h"
 
@@ -61,57 +60,28 @@ bool Callback_Source_Producer::walk(const std::list<source_entry>& list) {
   });
 }
 
-// Not by recursion: the depth of a host's tree has no limit but the length of a path.
-bool Callback_Source_Producer::walk_dir(const std::string& path) {
-  std::vector<Level> levels;
-  if (!enter(path, levels)) return true;
-  while (!levels.empty()) {
-    Level& level = levels.back();
-    if (level.entries.empty()) {
-      levels.pop_back();
-      continue;
-    }
-    const Entry entry = std::move(level.entries.back());
-    level.entries.pop_back();
-    if (!handle(level.path, entry, levels)) return false;
-  }
-  return true;
-}
-
-// False for a directory of which nothing is saved.
-bool Callback_Source_Producer::enter(const std::string& path, std::vector<Level>& levels) {
+bool Callback_Source_Producer::read_dir(const std::string& path, std::vector<Entry>& entries) {
   if (is_filtered(path, true)) return false;
-  std::list<Entry> entries;
-  if (!callback_->read_dir(path.c_str(), entries)) {
+  std::list<Entry> given;
+  if (!callback_->read_dir(path.c_str(), given)) {
     ++skipped_dirs();
     send_skip("directory", path, host_failed, "Failed to open directory.");
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Failed to read entries from: %C, and skipped it\n"), path.c_str()),
         false);
   }
-  std::vector<Entry> in_order(std::make_move_iterator(entries.begin()),
-                              std::make_move_iterator(entries.end()));
-  for (const Entry& entry : oxbase::put_in_order(in_order)) skip_nameless(path, entry);
-  std::reverse(in_order.begin(), in_order.end());
-  levels.push_back({path, std::move(in_order)});
+  entries.assign(std::make_move_iterator(given.begin()), std::make_move_iterator(given.end()));
+  for (const Entry& entry : oxbase::put_in_order(entries)) skip_nameless(path, entry);
+  // A host's entries have no reparse type.
+  for (Entry& entry : entries) entry.reparse_type = 0;
   return true;
 }
 
-bool Callback_Source_Producer::handle(const std::string& path, const Entry& entry,
-                                      std::vector<Level>& levels) {
-  if (!is_leaf_name(entry.name)) {
-    skip_nameless(path, entry);
-    return true;
-  }
-  oxbase::Path_T<char> full('\\', false);
-  full /= path;
-  full /= entry.name;
-  if (is_filtered(full.str(), entry.is_directory())) return true;
-  if (!entry.is_directory()) return process_file(entry.stat, entry.name, 0);
-  bool left_out = false;
-  if (!put_sub_directory(full.str(), left_out)) return false;
-  if (!left_out) enter(full.str(), levels);
-  return true;
+bool Callback_Source_Producer::is_wanted(const std::string& dir, const std::string& path,
+                                         const Entry& entry) {
+  if (is_leaf_name(entry.name)) return !is_filtered(path, entry.is_directory());
+  skip_nameless(dir, entry);
+  return false;
 }
 
 bool Callback_Source_Producer::is_filtered(const std::string& path, bool is_directory) const {

@@ -29,12 +29,6 @@ class Callback_Source_Producer : public Block_Producer {
   // The base has another operation of this name.
   using Block_Producer::init;
 
-  using Entry = oxbase::Directory_Entry_T<char>;
-  // A directory on the way down, with those of its entries that are still to come, last one first.
-  struct Level {
-    std::string path;
-    std::vector<Entry> entries;
-  };
   enum class Verdict { take, skip, fail };
 
   int produce() override;
@@ -45,9 +39,8 @@ class Callback_Source_Producer : public Block_Producer {
   Verdict examine(const std::string& source, char separator, source_entry& out);
 
   bool walk(const std::list<source_entry>& list);
-  bool walk_dir(const std::string& path) override;
-  bool enter(const std::string& path, std::vector<Level>& levels);
-  bool handle(const std::string& path, const Entry& entry, std::vector<Level>& levels);
+  bool read_dir(const std::string& path, std::vector<Entry>& entries) override;
+  bool is_wanted(const std::string& dir, const std::string& path, const Entry& entry) override;
   bool is_filtered(const std::string& path, bool is_directory) const;
   void skip_nameless(const std::string& path, const Entry& entry);
 

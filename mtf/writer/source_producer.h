@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "mtf/writer/block_producer.h"
-#include "oxbase/directory_iterator.h"
 #include "platform/source_root.h"
 
 namespace MTF {
@@ -35,8 +34,6 @@ class Source_Producer : public Block_Producer {
   // The base has another operation of this name.
   using Block_Producer::init;
 
-  using Entry = oxbase::Directory_Entry_T<char>;
-
   int produce() override;
   void guard(const std::list<source_entry>& list);
   int plain_walk(const std::list<source_entry>& list);
@@ -53,9 +50,8 @@ class Source_Producer : public Block_Producer {
   std::string map_path(const std::string& path) const;
   bool fits_block(const std::string& path);
 
-  bool walk_dir(const std::string& path) override;
-  bool walk_entry(const std::string& path, const Entry& entry);
-  bool read_dir(const std::string& path, std::vector<Entry>& entries);
+  bool read_dir(const std::string& path, std::vector<Entry>& entries) override;
+  bool is_wanted(const std::string& dir, const std::string& path, const Entry& entry) override;
   bool is_excluded(const std::string& path);
   bool is_filtered(const std::string& path, bool is_directory);
   std::string path_to_open(const std::string& path) const;

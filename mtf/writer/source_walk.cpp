@@ -2,22 +2,12 @@
 #include <ace/ACE.h>
 #include <ace/Log_Msg.h>
 
-#include <algorithm>
 #include <cerrno>
 
 #include "mtf/writer/source_producer.h"
 #include "services/file_path.h"
 
 namespace MTF {
-
-bool Source_Producer::walk_dir(const std::string& path) {
-  if (is_excluded(path) || is_filtered(path, true)) return true;
-  std::vector<Entry> entries;
-  if (!read_dir(path, entries)) return true;
-  oxbase::put_in_order(entries);
-  return std::all_of(entries.begin(), entries.end(),
-                     [this, &path](const Entry& entry) { return walk_entry(path, entry); });
-}
 
 bool Source_Producer::is_excluded(const std::string& path) {
   if (!is_exclude(exclude_list_, path)) return false;
@@ -39,10 +29,11 @@ std::string Source_Producer::path_to_open(const std::string& path) const {
   return path;
 }
 
-// Reads a directory to its end before anything in it is handled. False where it can't be opened,
-// which the host is told of. One that fails further on counts as skipped, as some of it may be
-// missing.
+// Reads a directory to its end before anything in it is handled. False where it is left out or
+// can't be opened, which the host is told of. One that fails further on counts as skipped, as some
+// of it may be missing.
 bool Source_Producer::read_dir(const std::string& path, std::vector<Entry>& entries) {
+  if (is_excluded(path) || is_filtered(path, true)) return false;
   // The root of a volume, or the shadow in its place, may be a link.
   oxbase::Directory_Iterator_T<char> it(path_to_open(path), reparse_point_types_ != 0,
                                         reparse_point_types_, MTF_FS::is_root_path(path));
@@ -58,19 +49,13 @@ bool Source_Producer::read_dir(const std::string& path, std::vector<Entry>& entr
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to read directory to its end, path=%C, errno=%d, %m\n"),
                path.c_str(), it.ec()));
   }
+  oxbase::put_in_order(entries);
   return true;
 }
 
-bool Source_Producer::walk_entry(const std::string& path, const Entry& entry) {
-  oxbase::Path_T<char> full('\\', false);
-  full /= path;
-  full /= entry.name;
-  if (is_filtered(full.str(), entry.is_directory())) return true;
-  if (!entry.is_directory()) return process_file(entry.stat, entry.name, entry.reparse_type);
-  if (entry.reparse_type != 0) return true;
-  bool left_out = false;
-  if (!put_sub_directory(full.str(), left_out)) return false;
-  return left_out || walk_dir(full.str());
+bool Source_Producer::is_wanted(const std::string&, const std::string& path, const Entry& entry) {
+  return !is_filtered(path, entry.is_directory()) &&
+         (!entry.is_directory() || entry.reparse_type == 0);
 }
 
 }  // namespace MTF
