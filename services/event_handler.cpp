@@ -1,5 +1,6 @@
 #include "services/event_handler.h"
 
+#include <algorithm>
 #include <new>
 
 #include "services/json_spirit.h"
@@ -9,6 +10,8 @@ namespace MTF {
 struct Event_Handler::Channel_Total {
   std::atomic<unsigned long long> done{0};
   std::atomic<unsigned long long> total{0};
+  std::atomic<unsigned long long> count{0};
+  std::atomic<int> percent{0};
 };
 
 Event_Handler::Event_Handler() {
@@ -36,24 +39,32 @@ void Event_Handler::add_processed_count(unsigned long long n) {
 }
 
 void Event_Handler::total_size(unsigned long long channel, unsigned long long size, int percent) {
-  if (channel < channel_count_) channels_[channel].total.store(size, std::memory_order_relaxed);
-  percent_.store(percent, std::memory_order_relaxed);
+  if (channel >= channel_count_) return;
+  channels_[channel].total.store(size, std::memory_order_relaxed);
+  channels_[channel].percent.store(percent, std::memory_order_relaxed);
 }
 
-void Event_Handler::refresh_total_count(unsigned long long count, int percent) {
-  total_count_.store(count, std::memory_order_relaxed);
-  percent_.store(percent, std::memory_order_relaxed);
+void Event_Handler::refresh_total_count(unsigned long long channel, unsigned long long count,
+                                        int percent) {
+  if (channel >= channel_count_) return;
+  channels_[channel].count.store(count, std::memory_order_relaxed);
+  channels_[channel].percent.store(percent, std::memory_order_relaxed);
 }
 
 Event_Handler::Progress Event_Handler::progress() const {
   Progress now{};
+  int slowest = 100;
   for (unsigned long long i = 0; i < channel_count_; ++i) {
     now.done_size += channels_[i].done.load(std::memory_order_relaxed);
     now.total_size += channels_[i].total.load(std::memory_order_relaxed);
+    now.total_count += channels_[i].count.load(std::memory_order_relaxed);
+    const int percent = channels_[i].percent.load(std::memory_order_relaxed);
+    if (i == 0) now.percent = percent;
+    if (i > 0) slowest = std::min(slowest, percent);
   }
   now.done_count = processed_.load(std::memory_order_relaxed);
-  now.total_count = total_count_.load(std::memory_order_relaxed);
-  now.percent = percent_.load(std::memory_order_relaxed);
+  // The listing is that of channel 0, or each other channel has one.
+  if (channel_count_ > 1) now.percent = std::max(now.percent, slowest);
   return now;
 }
 

@@ -44,7 +44,7 @@ class Event_Handler {
     unsigned long long done_count;   // data streams finished
     unsigned long long total_size;   // bytes that the listing has found so far
     unsigned long long total_count;  // files that the listing has found so far
-    int percent;                     // of the listing; 100 when it is complete
+    int percent;  // of the listing, where each channel has one of the slowest; 100 at its end
   };
 
   Event_Handler();
@@ -64,11 +64,15 @@ class Event_Handler {
   // `n` more data streams are complete.
   void add_processed_count(unsigned long long n);
 
-  // The listing of `channel` has found `size` bytes so far and is `percent` done.
+  // The listing of `channel` has found `size` bytes so far and is `percent` done. A listing for all
+  // channels at once is that of channel 0.
   void total_size(unsigned long long channel, unsigned long long size, int percent);
 
-  // The listing has found `count` files so far and is `percent` done.
-  void refresh_total_count(unsigned long long count, int percent);
+  // The same for the number of files that it has found.
+  void refresh_total_count(unsigned long long channel, unsigned long long count, int percent);
+  void refresh_total_count(unsigned long long count, int percent) {
+    refresh_total_count(0, count, percent);
+  }
 
   // 1 selects the short report of a listing.
   int progress_report_mode() const { return progress_report_mode_; }
@@ -91,8 +95,6 @@ class Event_Handler {
   std::unique_ptr<Channel_Total[]> channels_;
   unsigned long long channel_count_ = 0;
   std::atomic<unsigned long long> processed_{0};
-  std::atomic<unsigned long long> total_count_{0};
-  std::atomic<int> percent_{0};
   std::atomic<bool> canceling_{false};
   int progress_report_mode_ = 0;
 };

@@ -23,6 +23,11 @@ enum Block_Type : unsigned int {
   block_fend = 0x444E4546,
 };
 
+// True for what belongs to a directory and counts as a file.
+inline bool is_file_like(unsigned int type) {
+  return type == block_file || type == block_slnk || type == block_hlnk || type == block_devb;
+}
+
 // String types of a block.
 enum String_Type : unsigned char {
   string_none = 0,

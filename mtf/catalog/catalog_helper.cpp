@@ -1,6 +1,10 @@
 #include "mtf/catalog/catalog_helper.h"
 
+#include <ace/Log_Msg.h>
+
 #include <algorithm>
+
+#include "services/text.h"
 
 namespace MTF {
 namespace {
@@ -26,6 +30,13 @@ void Cat_Named_Blk::set_from(const DBLK& blk, const Cat_Place& place, unsigned s
   hdr().space(space);
 }
 
+bool Cat_Named_Blk::set_queued_name(unsigned int address_offset, unsigned short seq,
+                                    const std::string& name) {
+  hdr().seq(seq);
+  hdr().string_type(string_bytes);
+  return store_name(address_offset, name);
+}
+
 Cat_Vol_Blk::Cat_Vol_Blk(char* data, unsigned int size) : Cat_Named_Blk(data, size, false) {
   stamp(Layout::fixed_size, block_volb);
 }
@@ -41,9 +52,7 @@ bool Cat_Vol_Blk::set(const Vol_Blk& blk, unsigned short seq, unsigned long long
 
 bool Cat_Vol_Blk::set(unsigned short seq, const std::string& name) {
   stamp(Layout::fixed_size, block_volb);
-  hdr().seq(seq);
-  hdr().string_type(string_bytes);
-  if (!store_name(Layout::name, name)) return false;
+  if (!set_queued_name(Layout::name, seq, name)) return false;
   seal();
   return true;
 }
@@ -65,12 +74,10 @@ bool Cat_Dated_Blk::set_queued(unsigned int type, unsigned short seq, const std:
                                long long time, unsigned long long size, unsigned short flags,
                                unsigned long long ino) {
   stamp(Layout::fixed_size, type);
-  hdr().seq(seq);
+  if (!set_queued_name(Layout::name, seq, name)) return false;
   hdr().size(size);
   hdr().flags(flags);
   hdr().ino(ino);
-  hdr().string_type(string_bytes);
-  if (!store_name(Layout::name, name)) return false;
   this->time(time);
   seal();
   return true;
@@ -88,7 +95,19 @@ bool Cat_Dir_Blk::set(const Dir_Blk& blk, unsigned short seq, unsigned long long
 }
 
 bool Cat_Dir_Blk::set(unsigned short seq, const std::string& name) {
-  return set_queued(block_dirb, seq, name, 0, 0, 0, 0);
+  stamp(Layout::fixed_size, block_dirb);
+  if (!set_queued_name(Layout::name, seq, name)) return false;
+  seal();
+  return true;
+}
+
+bool leaf_name(const Cat_Blk& block, std::string& out) {
+  std::string bytes;
+  if (!block_name(block, bytes)) {
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Empty file name\n")), false);
+  }
+  return mtf_string_to_utf8(bytes.data(), bytes.data() + bytes.size(), block.hdr().string_type(),
+                            out);
 }
 
 bool get_device_from_vol(const Cat_Vol_Blk& block, char separator, std::string& out) {

@@ -31,6 +31,8 @@ class Cat_Named_Blk : public Cat_Blk {
   // The header's fields that come from a block on the media.
   void set_from(const DBLK& blk, const Cat_Place& place, unsigned short flags,
                 unsigned long long space);
+  // The same for a block that is queued; false where there is no room for the name.
+  bool set_queued_name(unsigned int address_offset, unsigned short seq, const std::string& name);
   void seal() { hdr().checksum(hdr().calc_checksum()); }
 };
 
@@ -119,6 +121,10 @@ using Cat_SLnk_Blk = Cat_File_Blk_T<SLnk_Blk, MTF_CAT_DIRB_BLK, 1397509707>;
 using Cat_HLnk_Blk = Cat_File_Blk_T<HLnk_Blk, MTF_CAT_DIRB_BLK, 1263422536>;
 using Cat_Devb_Blk = Cat_File_Blk_T<Devb_Blk, MTF_CAT_DIRB_BLK, 1112950084>;
 using Cat_PDat_Blk = Cat_File_Blk_T<PDat_Blk, MTF_CAT_DIRB_BLK, 1413563472>;
+
+// The leaf name of a file-like block. False, with a line, for a block without a name, and for a
+// name of a string type that isn't known.
+bool leaf_name(const Cat_Blk& block, std::string& out);
 
 // The volume or directory name of a block with `separator` in place of the NUL bytes that it
 // travels with. False for a block without a name.

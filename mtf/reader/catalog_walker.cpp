@@ -34,10 +34,6 @@ constexpr struct {
     {70, &Catalog_Totals::inc_file_count, "inc_file_count"},
 };
 
-bool is_file_like(unsigned int type) {
-  return type == block_file || type == block_slnk || type == block_hlnk || type == block_devb;
-}
-
 bool is_entry(unsigned int type) {
   return is_file_like(type) || type == block_volb || type == block_dirb || type == block_pdat;
 }

@@ -92,7 +92,7 @@ bool node_less(const Cache_Node* a, const Cache_Node* b) {
 }
 
 Backup_Source_Lister_MMap_Impl::Backup_Source_Lister_MMap_Impl(const std::string& cache_dir)
-    : id_(++last_id), pool_(usable(cache_dir)) {}
+    : pool_(usable(cache_dir)), id_(++last_id) {}
 
 bool Backup_Source_Lister_MMap_Impl::add_source(const source_entry& source) {
   const unsigned long long size = Cache_Node::node_size(source.path.size());

@@ -99,8 +99,7 @@ class Backup_Source_Lister_MMap_Impl : public Backup_Source_Lister::Impl {
   void give(const Cache_Node& node, std::string& dir, Entry& entry, bool& is_source);
   void count_given(const Entry& given);
 
-  const unsigned long long id_;  // of this store, never given twice
-  ACE_Thread_Mutex lock_;        // guards all below but what `files` and taken_ say
+  ACE_Thread_Mutex lock_;  // guards all below but what they say themselves, and `files`
   std::list<Cache_Node*> ready_;
   // By full path, from discovery to the move to ready_.
   std::map<std::string, Directory, std::less<>> directories_;
@@ -111,6 +110,7 @@ class Backup_Source_Lister_MMap_Impl : public Backup_Source_Lister::Impl {
   ACE_Condition<ACE_Thread_Mutex> entry_ready_{lock_};
   MMap_Pool pool_;
   std::string last_dir_;          // of the last directory given; the reader's alone
+  const unsigned long long id_;   // of this store, never given twice
   std::list<Cache_Node*> taken_;  // what was ready when the reader last looked; the reader's alone
   unsigned long long given_ = 0;  // about the bytes given since the pool was unloaded; the same
   bool broken_ = false;           // memory was too short to give a directory: the walk can't end

@@ -93,28 +93,27 @@ void Block_Producer::count_file(unsigned long long size) {
 }
 
 void Block_Producer::report_listing() {
-  report_percent(files_per_percent, highest_percent);
+  const int percent = listed_percent(summary_.file_count());
+  if (percent > 0) report(percent);
 }
 
-void Block_Producer::report_percent(unsigned long long per_percent, int highest) {
-  const unsigned long long count = summary_.file_count();
-  if (count <= per_percent) return;
-  const int percent = static_cast<int>(
+int Block_Producer::listed_percent(unsigned long long count, unsigned long long per_percent,
+                                   int highest) {
+  if (count <= per_percent) return 0;
+  return static_cast<int>(
       std::min(static_cast<long long>(count / per_percent), static_cast<long long>(highest)));
+}
+
+void Block_Producer::report(int percent) {
   event_handler_->total_size(0, summary_.inc_size(), percent);
-  event_handler_->refresh_total_count(count, percent);
+  event_handler_->refresh_total_count(summary_.file_count(), percent);
 }
 
 bool Block_Producer::write_end() {
   if (!write_item(block_fend, "")) return false;
-  report_end();
+  on_listing_end();
+  if (event_handler_ != nullptr) report(100);
   return true;
-}
-
-void Block_Producer::report_end() {
-  if (event_handler_ == nullptr) return;
-  event_handler_->total_size(0, summary_.inc_size(), 100);
-  event_handler_->refresh_total_count(summary_.file_count(), 100);
 }
 
 bool Block_Producer::put_block(std::unique_ptr<Cat_Blk> block) {

@@ -28,9 +28,13 @@ class Block_Producer : public Task_Base {
   unsigned long long untold_dirs() const { return untold_dirs_; }
   unsigned long long untold_files() const { return untold_files_; }
 
-  // How far a listing has come, where its host doesn't say otherwise.
+  // How far a listing of `count` files has come: one percent for each `per_percent` of them, at
+  // most `highest`, and 0 up to the first.
   static constexpr unsigned long long files_per_percent = 10000;
   static constexpr int highest_percent = 90;
+  static int listed_percent(unsigned long long count,
+                            unsigned long long per_percent = files_per_percent,
+                            int highest = highest_percent);
 
  protected:
   using Entry = oxbase::Directory_Entry_T<char>;
@@ -52,6 +56,8 @@ class Block_Producer : public Task_Base {
   virtual void on_unsupported_file(const std::string&) {}
   // Tells the event handler, which is not null, how far the listing has come.
   virtual void report_listing();
+  // Called when the whole listing is on the queue.
+  virtual void on_listing_end() {}
 
   // Each puts blocks on the queue and is false where the listing can't go on.
   bool process_source(const source_entry& entry);
@@ -65,15 +71,14 @@ class Block_Producer : public Task_Base {
   bool write_item(unsigned int type, const std::string& name);
   // The block that ends the stream, and the last report.
   bool write_end();
-  void report_end();
   bool put_block(std::unique_ptr<Cat_Blk> block);
   // The PDAT block, with the time `mtime`, where one was asked for and is still missing.
   bool put_pre_action(long long mtime);
 
   // Counts a file-like block.
   void count_file(unsigned long long size);
-  // Reports one percent for each `per_percent` files, at most `highest`; nothing before the first.
-  void report_percent(unsigned long long per_percent, int highest);
+  // Tells the event handler, which is not null, of all that was counted.
+  void report(int percent);
 
   // The path of an entry of the current directory.
   std::string full_path(const std::string& name) const;

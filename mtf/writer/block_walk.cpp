@@ -7,6 +7,7 @@
 
 #include "mtf/writer/block_producer.h"
 #include "mtf/writer/file_type.h"
+#include "mtf/writer/queue_blocks.h"
 #include "oxbase/path.h"
 #include "services/file_path.h"
 #include "services/json_spirit.h"
@@ -141,23 +142,14 @@ void Block_Producer::set_volume(const std::string& vol) {
 }
 
 bool Block_Producer::goto_dir(const std::string& vol, const std::string& dir) {
-  std::size_t at = 0;
-  // Nothing but its block leads back to the root of a volume.
-  if (vol != cur_vol_ || (dir.empty() && !cur_dir_.empty())) {
-    if (!write_item(block_volb, vol)) return false;
-    set_volume(vol);
-  } else {
-    at = MTF_FS::common_parent(cur_dir_, dir);
-  }
-  for (std::size_t next = dir.find(separator, at); next != std::string::npos;
-       next = dir.find(separator, at)) {
-    at = next + 1;
-    // Step by step, as a host may let the job go on behind a source that failed half way.
-    if (!write_item(block_dirb, dir.substr(0, at))) return false;
-    cur_dir_.assign(dir, 0, at);
-  }
-  cur_dir_ = dir;
-  return true;
+  return lead_to(
+      vol, dir, cur_vol_, cur_dir_,
+      [this](const std::string& name) {
+        if (!write_item(block_volb, name)) return false;
+        set_volume(name);
+        return true;
+      },
+      [this](const std::string& name) { return write_item(block_dirb, name); });
 }
 
 void Block_Producer::send_skip(const char* type, const std::string& name, int error,

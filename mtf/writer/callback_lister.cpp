@@ -13,10 +13,6 @@
 namespace MTF {
 namespace {
 
-bool is_file_like(unsigned int type) {
-  return type == block_file || type == block_slnk || type == block_hlnk || type == block_devb;
-}
-
 // A heap block of its own with the bytes of `block`, which is empty afterwards. A view of bytes of
 // the lister's doesn't outlive its next call, so these are copied. Null when memory is short.
 std::unique_ptr<Cat_Blk> take(Cat_Blk& block) {

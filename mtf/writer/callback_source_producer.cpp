@@ -46,10 +46,11 @@ int Callback_Source_Producer::produce() {
   }
   lister_ = callback_->create_source_lister(sources_, seq_, event_handler_, filter_);
   if (!(lister_.get() != nullptr ? take_listed() : walk(list))) return -1;
-  if (!write_item(block_fend, "")) return -1;
+  return write_end() ? 0 : -1;
+}
+
+void Callback_Source_Producer::on_listing_end() {
   callback_->handle_source_produce_end();
-  report_end();
-  return 0;
 }
 
 bool Callback_Source_Producer::walk(const std::list<source_entry>& list) {
@@ -115,7 +116,7 @@ void Callback_Source_Producer::report_listing() {
   if (event_handler_->progress_report_mode() == short_report) {
     event_handler_->refresh_total_count(count, highest);
   } else {
-    report_percent(per_percent, highest);
+    report(listed_percent(count, per_percent, highest));
   }
 }
 

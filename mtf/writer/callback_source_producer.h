@@ -33,6 +33,7 @@ class Callback_Source_Producer : public Block_Producer {
 
   int produce() override;
   void report_listing() override;
+  void on_listing_end() override;
 
   bool resolve(std::list<source_entry>& out);
   Verdict resolve_source(const std::string& source, char separator, source_entry& out);

@@ -14,10 +14,6 @@ namespace {
 constexpr unsigned long long file_buffer_size = 0x20000;
 constexpr unsigned int in_catalog = 1;
 
-bool counts_as_file(unsigned int type) {
-  return type == block_file || type == block_slnk || type == block_hlnk || type == block_devb;
-}
-
 }  // namespace
 
 Catalog_Stream::Catalog_Stream(unsigned long long base_fla, unsigned int format_logical_block_size,
@@ -168,7 +164,7 @@ void Catalog_Stream::add_info_to_summary(unsigned int type, unsigned short seq,
                                          unsigned long long space) {
   if (type == block_volb) summary_.vol_count(summary_.vol_count() + 1);
   if (type == block_dirb) summary_.dir_count(summary_.dir_count() + 1);
-  if (counts_as_file(type)) {
+  if (is_file_like(type)) {
     if (space < small_file_limit) {
       summary_.small_file_count(summary_.small_file_count() + 1);
     } else if (space > large_file_limit) {

@@ -85,8 +85,9 @@ int Incremental_Source_Producer::svc_i() {
 }
 
 int Incremental_Source_Producer::fini() {
+  Task_Base::fini();
   if (queue_ != nullptr) queue_->deactivate();
-  return Task_Base::fini();
+  return 0;
 }
 
 int Incremental_Source_Producer::compare() {
@@ -196,23 +197,11 @@ bool Incremental_Source_Producer::take_over(Cat_Blk& block, const Cat_Blk& prev,
   return true;
 }
 
-bool Incremental_Source_Producer::leaf_name(const Cat_Blk& block, std::string& name) {
-  std::string bytes;
-  if (!block_name(block, bytes)) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Empty file name\n")), false);
-  }
-  return mtf_string_to_utf8(bytes.data(), bytes.data() + bytes.size(), block.hdr().string_type(),
-                            name);
-}
-
 // The last block waits until the whole earlier catalog has proved sound: damage in a part that no
 // look-up came by must not pass unseen.
 bool Incremental_Source_Producer::handle_end(std::unique_ptr<Cat_Blk>& block) {
   if (!finder_.finish() || !pass_on(block)) return false;
-  if (event_handler_ != nullptr) {
-    event_handler_->total_size(channel_, summary_.inc_size(), 100);
-    event_handler_->refresh_total_count(summary_.inc_file_count(), 100);
-  }
+  report(100);
   return true;
 }
 
@@ -222,12 +211,14 @@ void Incremental_Source_Producer::count(unsigned short seq, unsigned long long s
     summary_.inc_file_count(summary_.inc_file_count() + 1);
   }
   summary_.file_count(summary_.file_count() + 1);
-  constexpr auto per_percent = Block_Producer::files_per_percent;
-  if (event_handler_ == nullptr || summary_.file_count() <= per_percent) return;
-  const auto percent = std::min(static_cast<long long>(summary_.file_count() / per_percent),
-                                static_cast<long long>(Block_Producer::highest_percent));
-  event_handler_->total_size(channel_, summary_.inc_size(), static_cast<int>(percent));
-  event_handler_->refresh_total_count(summary_.inc_file_count(), static_cast<int>(percent));
+  const int percent = Block_Producer::listed_percent(summary_.file_count());
+  if (percent > 0) report(percent);
+}
+
+void Incremental_Source_Producer::report(int percent) {
+  if (event_handler_ == nullptr) return;
+  event_handler_->total_size(channel_, summary_.inc_size(), percent);
+  event_handler_->refresh_total_count(channel_, summary_.inc_file_count(), percent);
 }
 
 bool Incremental_Source_Producer::pass_on(std::unique_ptr<Cat_Blk>& block) {

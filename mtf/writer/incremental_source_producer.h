@@ -55,8 +55,8 @@ class Incremental_Source_Producer : public Task_Base {
   bool handle_end(std::unique_ptr<Cat_Blk>& block);
   bool find_dir();
   bool take_over(Cat_Blk& block, const Cat_Blk& prev, const char* handler);
-  bool leaf_name(const Cat_Blk& block, std::string& name);
   void count(unsigned short seq, unsigned long long size);
+  void report(int percent);
   bool pass_on(std::unique_ptr<Cat_Blk>& block);
 
   const std::string catalog_;
@@ -69,9 +69,9 @@ class Incremental_Source_Producer : public Task_Base {
   char separator_ = '\\';
   std::string vol_;
   std::string dir_;
-  std::string name_;
   bool found_dir_ = false;
   Cat_Summary summary_;
+  std::string name_;
 };
 
 }  // namespace MTF

@@ -66,9 +66,9 @@ class Source_Producer : public Block_Producer {
   const std::map<std::string, std::string>* volume_map_ = nullptr;
   unsigned int reparse_point_types_ = 0;
   std::string cache_dir_;
+  int threads_ = 1;
   // Kept until the writers have ended, which open what this task found.
   std::list<platform::Source_Root> roots_;
-  int threads_ = 1;
 };
 
 }  // namespace MTF

@@ -9,7 +9,6 @@
 #include "mtf/writer/queue_blocks.h"
 #include "oxbase/path.h"
 #include "services/assertion.h"
-#include "services/file_path.h"
 #include "services/hash.h"
 
 namespace MTF {
@@ -111,15 +110,8 @@ bool Source_Sharding::put_file(std::unique_ptr<Cat_Blk>& block) {
 
 // The path that decides on the channel: for a further name of a file that of its first name.
 bool Source_Sharding::full_path(const Cat_Blk& block, std::string& full) {
-  std::string bytes;
-  if (!block_name(block, bytes)) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Empty file name\n")), false);
-  }
   std::string leaf;
-  if (!mtf_string_to_utf8(bytes.data(), bytes.data() + bytes.size(), block.hdr().string_type(),
-                          leaf)) {
-    return false;
-  }
+  if (!leaf_name(block, leaf)) return false;
   if (block.hdr().type() == block_hlnk) {
     if (hardlink_map_->get(block.hdr().ino(), full)) return true;
     ACE_ERROR_RETURN(
@@ -138,24 +130,11 @@ bool Source_Sharding::full_path(const Cat_Blk& block, std::string& full) {
 // Brings channel `n` to where channel 1 stands, with blocks of its own.
 bool Source_Sharding::sync_dir(unsigned long long n) {
   if (n == 1) return true;
-  const Channel_State& master = state(1);
   Channel_State& channel = state(n);
-  std::size_t at = 0;
-  // Nothing but its block leads back to the root of a volume.
-  if (channel.vol != master.vol || (master.dir.empty() && !channel.dir.empty())) {
-    if (!put_separated<Cat_Vol_Blk>(n, master.vol)) return false;
-    channel.vol = master.vol;
-    channel.dir.clear();
-  } else {
-    at = MTF_FS::common_parent(channel.dir, master.dir);
-  }
-  for (std::size_t next = master.dir.find('\\', at); next != std::string::npos;
-       next = master.dir.find('\\', at)) {
-    at = next + 1;
-    if (!put_separated<Cat_Dir_Blk>(n, master.dir.substr(0, at))) return false;
-  }
-  channel.dir = master.dir;
-  return true;
+  return lead_to(
+      state(1).vol, state(1).dir, channel.vol, channel.dir,
+      [&](const std::string& name) { return put_separated<Cat_Vol_Blk>(n, name); },
+      [&](const std::string& name) { return put_separated<Cat_Dir_Blk>(n, name); });
 }
 
 template <class Blk>

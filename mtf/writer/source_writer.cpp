@@ -16,10 +16,6 @@ constexpr unsigned long long file_buffer_size = 0x20000;
 constexpr unsigned int type_mask = 0xF000;
 constexpr unsigned int directory_type = 0x4000;
 
-bool is_file_like(unsigned int type) {
-  return type == block_devb || type == block_file || type == block_hlnk || type == block_slnk;
-}
-
 }  // namespace
 
 Source_Writer::Source_Writer(unsigned int seq, char separator)

@@ -25,14 +25,15 @@ class Writer_Hardlink_Map {
   // Sets the sequence number of an entry; false if there is none for `ino`.
   bool update(unsigned long long ino, unsigned int seq);
 
+  // The look-up behind get(). Takes no lock: the one operation that may not be called while another
+  // thread changes the map.
+  bool get_i(unsigned long long ino, std::string& path, unsigned int& seq);
+
  private:
   struct Entry {
     std::string path;
     unsigned int seq;
   };
-
-  // The look-up behind get(); called with the lock held.
-  bool get_i(unsigned long long ino, std::string& path, unsigned int& seq);
 
   ACE_Mutex lock_;
   std::map<unsigned long long, Entry> map_;

@@ -264,7 +264,9 @@ TEST_F(Callback_Job, AgainWithWhatChanged) {
     EXPECT_NE(media_order(job->media(channels == 1 ? 0 : 1)).find("DIRB PNAM CTEX"),
               std::string::npos);
     const auto earlier = job->storage.pieces;
-    script->file("X:\\d\\7", "other").mtime = 1;
+    for (const char* name : {"7", "10", "11", "12", "13"}) {
+      script->file(std::string("X:\\d\\") + name, "other").mtime = 1;
+    }
     script->nodes.erase("X:\\d\\3");
     script->file("X:\\d\\new", "new");
     *std::find(expected.begin(), expected.end(), "X:\\d\\3") = "X:\\d\\new";
@@ -272,8 +274,9 @@ TEST_F(Callback_Job, AgainWithWhatChanged) {
     start();
     const std::size_t opened = script->calls("open").size();
     ASSERT_TRUE(job->run_second("X:", earlier, channels));
-    EXPECT_EQ(script->calls("open").size() - opened, 2U);
-    EXPECT_EQ(job->backup.summary().inc_file_count(), 2U);
+    EXPECT_EQ(script->calls("open").size() - opened, 6U);
+    EXPECT_EQ(job->backup.summary().inc_file_count(), 6U);
+    EXPECT_EQ(job->events.progress().total_count, 6U) << "of all channels";
     EXPECT_EQ(listed(channels, 2), expected);
   }
 }

@@ -61,11 +61,11 @@ TEST_F(Source_List_File, HoldsItsBlocksBackToBack) {
   ASSERT_TRUE(write("X:/a/b", 0x4000));
   ASSERT_TRUE(write("X:/a/b/f", 0x8000, 300));
   ASSERT_TRUE(writer.close());
-  const std::string epoch = test::date(1970, 1, 1), date = test::date(2020, 2, 29, 12, 34, 56);
+  const std::string none(5, '\0'), date = test::date(2020, 2, 29, 12, 34, 56);
   EXPECT_EQ(
       file().substr(96),
       block("VOLB", 0, 0, Bytes().le(2, 2).le(68, 2).raw("X:").data) +
-          block("DIRB", 0, 0, epoch + Bytes().le(6, 2).le(73, 2).raw("X:/a/b").data) +
+          block("DIRB", 0, 0, none + Bytes().le(6, 2).le(73, 2).raw("X:/a/b").data) +
           block("FILE", 300, 0x1122334455667788, date + Bytes().le(1, 2).le(73, 2).raw("f").data) +
           block("FEND", 0, 0, ""));
   EXPECT_EQ(counts(), (std::vector<unsigned long long>{300, 300, 1, 1, 1, 0, 1, 1}));
