@@ -74,6 +74,7 @@ all_tests() {
     echo "Tests failed:$failed"
     return 1
   fi
+  "$root/scripts/package.sh"
   "$root/scripts/fuzz.sh" 60
 }
 

@@ -1,0 +1,22 @@
+# export_only(TARGET FILE): the shared library TARGET shows the names that stand in FILE, no others.
+function(export_only target file)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+  file(STRINGS ${file} names REGEX "^[^#]")
+  set(patterns "")
+  foreach(name IN LISTS names)
+    if(name MATCHES "^(.*)\\(\\)$")
+      # Whatever comes behind the name of a function doesn't go on with the name.
+      string(APPEND patterns "    ${CMAKE_MATCH_1}[!a-zA-Z0-9_]*;\n")
+    else()
+      string(APPEND patterns "    ${name}::*;\n")
+      foreach(table vtable VTT typeinfo typeinfo?name)
+        string(APPEND patterns "    ${table}?for?${name};\n")
+      endforeach()
+    endif()
+  endforeach()
+  set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
+  file(CONFIGURE OUTPUT ${script} CONTENT
+    "{\n  global: extern \"C++\" {\n@patterns@  };\n  local: *;\n};\n" @ONLY)
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${script}")
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${script})
+endfunction()
