@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 #include <new>
+#include <utility>
+
+#include "oxbase/name_finder.h"
 
 namespace oxbase {
 
@@ -34,15 +36,20 @@ std::vector<Directory_Entry_T<char>> put_in_order(std::vector<Directory_Entry_T<
   entries.erase(std::unique(entries.begin(), entries.end(), same), entries.end());
   const auto dirs = std::partition_point(entries.begin(), entries.end(),
                                          [](const Entry& entry) { return !entry.is_directory(); });
-  const auto by_name = [](const Entry& a, const Entry& b) { return path_less(a.name, b.name); };
+  if (dirs == entries.end()) return {};
+  Name_Finder is_directory(dirs, entries.end(),
+                           [](const Entry& entry) { return std::string_view(entry.name); });
   std::vector<Entry> dropped;
-  std::set_intersection(entries.begin(), dirs, dirs, entries.end(), std::back_inserter(dropped),
-                        by_name);
-  if (dropped.empty()) return dropped;
-  const auto is_dropped = [&](const Entry& entry) {
-    return std::binary_search(dropped.begin(), dropped.end(), entry, by_name);
-  };
-  entries.erase(std::remove_if(entries.begin(), dirs, is_dropped), dirs);
+  auto kept = entries.begin();
+  for (auto file = kept; file != dirs; ++file) {
+    if (is_directory(file->name)) {
+      dropped.push_back(std::move(*file));
+    } else {
+      if (kept != file) *kept = std::move(*file);
+      ++kept;
+    }
+  }
+  entries.erase(kept, dirs);
   return dropped;
 }
 

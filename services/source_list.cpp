@@ -101,6 +101,24 @@ bool walked_before(const source_entry& a, const source_entry& b, char sep) {
   }
 }
 
+// A directory that is excluded, or what is none, is a source by itself alone.
+void drop_covered(std::list<source_entry>& list, char separator,
+                  const std::list<std::string>& exclude_list) {
+  auto top = list.begin();
+  if (top == list.end()) return;
+  // All that lies below a directory follows it at once.
+  for (auto entry = std::next(top); entry != list.end(); entry = std::next(top)) {
+    const bool covered =
+        lies_below(entry->path, top->path, separator) &&
+        (entry->path == top->path || (is_directory(*top) && !is_exclude(exclude_list, top->path)));
+    if (covered) {
+      list.erase(entry);
+    } else {
+      top = entry;
+    }
+  }
+}
+
 }  // namespace
 
 bool to_source_list_type(const std::list<std::string>& sources,
@@ -115,7 +133,7 @@ bool to_source_list_type(const std::list<std::string>& sources,
     all.push_back(entry);
   }
   sort(all, separator);
-  drop_covered(all, separator);
+  drop_covered(all, separator, exclude_list);
   out.swap(all);
   return true;
 }
@@ -127,16 +145,7 @@ void sort(std::list<source_entry>& list, char separator) {
 }
 
 void drop_covered(std::list<source_entry>& list, char separator) {
-  auto top = list.begin();
-  if (top == list.end()) return;
-  // All that lies below a directory follows it at once.
-  for (auto entry = std::next(top); entry != list.end(); entry = std::next(top)) {
-    if (lies_below(entry->path, top->path, separator)) {
-      list.erase(entry);
-    } else {
-      top = entry;
-    }
-  }
+  drop_covered(list, separator, {});
 }
 
 void generate_exclude_list(std::list<std::string>& out) {

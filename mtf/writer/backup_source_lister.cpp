@@ -47,6 +47,9 @@ Backup_Source_Lister::~Backup_Source_Lister() {
 bool Backup_Source_Lister::open(const std::list<source_entry>& sources) {
   if (impl_ == nullptr || sources.empty()) return false;
   for (const source_entry& source : sources) {
+    if (source.path.empty()) {
+      ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("A source has no path.\n")), false);
+    }
     if (!impl_->add_source(source)) return false;
   }
   log_ = ACE_LOG_MSG->msg_callback();

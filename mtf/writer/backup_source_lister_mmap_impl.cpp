@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "mtf/writer/file_type.h"
+#include "oxbase/name_finder.h"
 #include "oxbase/path.h"
 #include "oxbase/path_conf.h"
 #include "services/working_path.h"
@@ -32,8 +33,9 @@ struct Walker {
   unsigned long long store = 0;  // all below is of the store with this id
   // Path and record of the directory that the thread walks; null between two.
   std::pair<const std::string, Backup_Source_Lister_MMap_Impl::Directory>* walked = nullptr;
-  char* piece = nullptr;        // where the next node goes
-  unsigned long long left = 0;  // bytes left at `piece`
+  unsigned long long removals = 0;  // of the store when `walked` was looked up
+  char* piece = nullptr;            // where the next node goes
+  unsigned long long left = 0;      // bytes left at `piece`
 };
 static_assert(std::is_trivially_destructible_v<Walker>,
               "what else a thread has to destroy takes memory that it can't do without");
@@ -65,20 +67,17 @@ bool has_same_name(const Cache_Node* a, const Cache_Node* b) {
 }
 
 // What stands behind the last separator of a directory's path.
-const char* leaf_of(const Cache_Node& directory) {
-  const char* const separator = std::strrchr(directory.name(), '\\');
-  return separator == nullptr ? directory.name() : separator + 1;
+std::string_view leaf_of(const Cache_Node* directory) {
+  const char* const separator = std::strrchr(directory->name(), '\\');
+  return separator == nullptr ? directory->name() : separator + 1;
 }
 
 // A directory that changes while it is read may give a name twice, once as that of a directory.
 void drop_names_of_directories(std::list<Cache_Node*>& files,
                                const std::list<Cache_Node*>& directories) {
   if (directories.empty()) return;
-  auto at = directories.begin();
-  files.remove_if([&](const Cache_Node* file) {
-    while (at != directories.end() && oxbase::path_less(leaf_of(**at), file->name())) ++at;
-    return at != directories.end() && std::strcmp(leaf_of(**at), file->name()) == 0;
-  });
+  oxbase::Name_Finder is_directory(directories.begin(), directories.end(), leaf_of);
+  files.remove_if([&](const Cache_Node* file) { return is_directory(file->name()); });
 }
 
 }  // namespace
@@ -147,14 +146,17 @@ Backup_Source_Lister_MMap_Impl::Directory* Backup_Source_Lister_MMap_Impl::get_d
 Backup_Source_Lister_MMap_Impl::Directory* Backup_Source_Lister_MMap_Impl::find_directory(
     const std::string& dir) {
   const Walker& walker = walker_of(id_);
-  const bool at_hand = walker.walked != nullptr && walker.walked->first == dir;
+  const bool at_hand =
+      walker.walked != nullptr && walker.removals == removals_ && walker.walked->first == dir;
   return at_hand ? &walker.walked->second : get_directory_i(dir);
 }
 
 void Backup_Source_Lister_MMap_Impl::remove_directory(const std::string& dir) {
   ACE_GUARD(ACE_Thread_Mutex, guard, lock_);
   const auto found = directories_.find(dir);
-  if (found != directories_.end()) directories_.erase(found);
+  if (found == directories_.end()) return;
+  ++removals_;
+  directories_.erase(found);
 }
 
 int Backup_Source_Lister_MMap_Impl::add_entry(const std::string& dir, const Entry& entry) {
@@ -238,6 +240,7 @@ int Backup_Source_Lister_MMap_Impl::dequeue_sub_directory(std::string& dir) {
     const auto found = node != nullptr ? directories_.find(dir) : directories_.end();
     if (found == directories_.end()) continue;
     walker_of(id_).walked = &*found;
+    walker_of(id_).removals = removals_;
     found->second.state = being_walked;
     ++walkers_;
     return Backup_Source_Lister::found;
@@ -283,6 +286,7 @@ int Backup_Source_Lister_MMap_Impl::enqueue_one(bool force) {
   }
   if (!force && found->second.state != walked) return head_waits;
   list_head(found->second);
+  if (found->second.state != walked) ++removals_;
   directories_.erase(found);
   return moved;
 }

@@ -5,6 +5,7 @@
 #include <ace/Condition_Thread_Mutex.h>
 #include <ace/Thread_Mutex.h>
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <map>
@@ -109,8 +110,10 @@ class Backup_Source_Lister_MMap_Impl : public Backup_Source_Lister::Impl {
   ACE_Condition<ACE_Thread_Mutex> directory_ready_{lock_};
   ACE_Condition<ACE_Thread_Mutex> entry_ready_{lock_};
   MMap_Pool pool_;
-  std::string last_dir_;          // of the last directory given; the reader's alone
-  const unsigned long long id_;   // of this store, never given twice
+  std::string last_dir_;         // of the last directory given; the reader's alone
+  const unsigned long long id_;  // of this store, never given twice
+  // Records that went while they may have been walked; what a thread remembers may be one of them.
+  std::atomic<unsigned long long> removals_{0};
   std::list<Cache_Node*> taken_;  // what was ready when the reader last looked; the reader's alone
   unsigned long long given_ = 0;  // about the bytes given since the pool was unloaded; the same
   bool broken_ = false;           // memory was too short to give a directory: the walk can't end

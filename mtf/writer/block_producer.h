@@ -38,6 +38,8 @@ class Block_Producer : public Task_Base {
 
  protected:
   using Entry = oxbase::Directory_Entry_T<char>;
+  // What becomes of a source or entry; a failure ends the listing.
+  enum class Verdict { take, skip, fail };
 
   // `pre_action_data` asks for a PDAT block behind the first volume. `handler` may be null and is
   // not owned.
@@ -46,6 +48,8 @@ class Block_Producer : public Task_Base {
 
   // Puts the whole stream on the queue; 0 or -1.
   virtual int produce() = 0;
+  // What separates the components of a source's path.
+  virtual char source_separator() const { return '\\'; }
   // Gives the entries of a directory in order; false for one of which nothing is saved.
   virtual bool read_dir(const std::string& path, std::vector<Entry>& entries) = 0;
   // False for an entry that is left out: `entry` of the directory `dir`, with the full path `path`.

@@ -26,16 +26,17 @@ bool Block_Producer::process_source(const source_entry& entry) {
   std::string vol;
   std::string dir;
   std::string name;
-  if (!(is_dir ? MTF_FS::path_component(entry.path, separator, vol, dir)
-               : MTF_FS::path_component(entry.path, separator, vol, dir, name))) {
+  if (!(is_dir ? MTF_FS::path_component(entry.path, source_separator(), vol, dir)
+               : MTF_FS::path_component(entry.path, source_separator(), vol, dir, name))) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to parse path component of source '%C'.\n"),
                       entry.path.c_str()),
                      false);
   }
+  std::replace(dir.begin(), dir.end(), source_separator(), separator);
   // What was named as a source is never left out with no more than an event.
   if (is_too_long(entry.path, dir)) return false;
   if (!goto_dir(vol, dir)) return false;
-  return is_dir ? walk_dir(entry.path) : process_file(entry.stat, name, 0);
+  return is_dir ? walk_dir(full_path("")) : process_file(entry.stat, name, 0);
 }
 
 bool Block_Producer::process_volume(const std::string& path) {

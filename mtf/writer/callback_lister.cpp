@@ -29,9 +29,12 @@ std::unique_ptr<Cat_Blk> take(Cat_Blk& block) {
   return copy;
 }
 
-// As the walk writes it: components with a NUL behind each.
-bool is_queued_dir_name(const std::string& name) {
-  return name.back() == '\0' && name.front() != '\0' && name.find('\\') == std::string::npos;
+// As the walk writes them: the components of a directory with a NUL behind each, a volume of
+// slashes alone or of components with a NUL between them.
+bool is_queued_name(unsigned int type, const std::string& name) {
+  if (type == block_dirb) return name.back() == '\0' && has_leaf_names(name, '\0');
+  if (type != block_volb) return is_leaf_name(name);
+  return name.find_first_not_of('/') == std::string::npos || has_leaf_names(name, '\0');
 }
 
 }  // namespace
@@ -66,10 +69,10 @@ const char* Callback_Source_Producer::fault_of(const Cat_Blk& block) const {
   std::string name;
   if (!block_name(block, name)) return "it has no name";
   if (name.size() > MTF_PATH_MAX) return "its name is too long";
-  if (type == block_volb) return nullptr;
-  if (!has_volume_) return "it comes before any volume";
-  const bool sound = type == block_dirb ? is_queued_dir_name(name) : is_leaf_name(name);
-  return sound ? nullptr : "its name is none of an entry";
+  if (!is_queued_name(type, name)) return "its name is none of an entry";
+  // One of an earlier job counts as saved there.
+  if (hdr.seq() != seq_) return "it is of another job";
+  return type == block_volb || has_volume_ ? nullptr : "it comes before any volume";
 }
 
 bool Callback_Source_Producer::put_listed_block(Cat_Blk& block) {

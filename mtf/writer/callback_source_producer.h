@@ -29,15 +29,14 @@ class Callback_Source_Producer : public Block_Producer {
   // The base has another operation of this name.
   using Block_Producer::init;
 
-  enum class Verdict { take, skip, fail };
-
   int produce() override;
+  char source_separator() const override { return separator_; }
   void report_listing() override;
   void on_listing_end() override;
 
   bool resolve(std::list<source_entry>& out);
-  Verdict resolve_source(const std::string& source, char separator, source_entry& out);
-  Verdict examine(const std::string& source, char separator, source_entry& out);
+  Verdict resolve_source(const std::string& source, source_entry& out);
+  Verdict examine(const std::string& source, source_entry& out);
 
   bool walk(const std::list<source_entry>& list);
   bool read_dir(const std::string& path, std::vector<Entry>& entries) override;
@@ -53,6 +52,7 @@ class Callback_Source_Producer : public Block_Producer {
   const IFilter* filter_ = nullptr;
   Ref_Ptr<IBackup_Callback> callback_;
   Ref_Ptr<ISrc_Lister> lister_;
+  char separator_ = '\\';      // of the host's sources
   bool has_volume_ = false;    // the lister has given a volume
   bool told_percent_ = false;  // the log has the line on a percent of no files
 };

@@ -7,6 +7,7 @@
 
 #include "mtf/writer/callback_source_producer.h"
 #include "mtf/writer/file_type.h"
+#include "mtf/writer/leaf_name.h"
 #include "services/file_path.h"
 
 namespace MTF {
@@ -51,34 +52,33 @@ bool is_pipe(const _stat64& stat) {
 
 bool Callback_Source_Producer::resolve(std::list<source_entry>& out) {
   if (sources_ == nullptr || sources_->empty()) return false;
-  const char separator = callback_->separator();
+  separator_ = callback_->separator();
   out.clear();
   for (const std::string& source : *sources_) {
     source_entry entry{source, source, {}};
-    const Verdict verdict = resolve_source(source, separator, entry);
+    const Verdict verdict = resolve_source(source, entry);
     if (verdict == Verdict::fail) return false;
     if (verdict == Verdict::take) out.push_back(entry);
   }
-  sort(out, separator);
-  drop_covered(out, separator);
+  sort(out, separator_);
+  drop_covered(out, separator_);
   return !out.empty();
 }
 
 Callback_Source_Producer::Verdict Callback_Source_Producer::resolve_source(
-    const std::string& source, char separator, source_entry& out) {
+    const std::string& source, source_entry& out) {
   Verdict verdict = Verdict::take;
   if (MTF_FS::is_root_path(source)) {
     out.stat.st_mode = root_mode;
     out.stat.st_nlink = 1;
   } else {
-    verdict = examine(source, separator, out);
+    verdict = examine(source, out);
   }
   if (verdict == Verdict::take && is_filtered(source, is_directory(out.stat))) return Verdict::skip;
   return verdict;
 }
 
 Callback_Source_Producer::Verdict Callback_Source_Producer::examine(const std::string& source,
-                                                                    char separator,
                                                                     source_entry& out) {
   Callback_Stat stat;
   if (!callback_->lstat(source.c_str(), stat)) {
@@ -88,8 +88,8 @@ Callback_Source_Producer::Verdict Callback_Source_Producer::examine(const std::s
   }
   copy_stat(stat, out.stat);
   if (is_pipe(out.stat)) return Verdict::skip;
-  if (is_directory(out.stat) && source.back() != separator) out.path += separator;
-  const std::size_t parent = parent_length(source, separator);
+  if (is_directory(out.stat) && source.back() != separator_) out.path += separator_;
+  const std::size_t parent = parent_length(source, separator_);
   if (parent == no_parent) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Source has no parent path: %C\n"), source.c_str()));
     const std::string value =
@@ -99,7 +99,13 @@ Callback_Source_Producer::Verdict Callback_Source_Producer::examine(const std::s
     return Verdict::fail;
   }
   out.name = source.substr(0, parent);
-  squeeze(out.path, separator);
+  squeeze(out.path, separator_);
+  std::string vol;
+  std::string dir;
+  if (MTF_FS::path_component(out.path, separator_, vol, dir) && !has_leaf_names(dir, separator_)) {
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Source is no path of names: %C\n"), source.c_str()));
+    return Verdict::fail;
+  }
   return Verdict::take;
 }
 

@@ -22,6 +22,21 @@ std::string join(const std::string& dir, const std::string& name) {
   return full.str();
 }
 
+// A source is walked even where it is excluded, and its files are then found as those of any other
+// directory.
+std::list<source_entry> without_found(std::list<source_entry> list) {
+  const source_entry* directory = nullptr;
+  list.remove_if([&directory](const source_entry& entry) {
+    if (is_directory(entry.stat)) {
+      directory = &entry;
+      return false;
+    }
+    return directory != nullptr &&
+           (entry.name == directory->path || entry.name == directory->path + '\\');
+  });
+  return list;
+}
+
 std::string with_number(const char* format, unsigned int number) {
   char text[64];
   std::snprintf(text, sizeof text, format, number);
@@ -43,7 +58,7 @@ int Source_Producer::lister_walk(const std::list<source_entry>& list) {
       [this](const std::string& path, const Entry& entry) { return filter_entry(path, entry); },
       [this](const std::string& path, int error) { return on_walk_error(path, error); },
       [this](const std::string& path) { return map_path(path); });
-  if (!lister.open(list)) {
+  if (!lister.open(without_found(list))) {
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Failed to open source liseter with cache dir: %s, %d threads.\n"),
          cache_dir_.c_str(), threads_),
@@ -72,19 +87,19 @@ int Source_Producer::lister_walk(const std::list<source_entry>& list) {
 bool Source_Producer::handle_listed(const std::string& dir, const Entry& entry, bool is_source,
                                     Lister_Counts& counts) {
   if (dir.empty() && entry.name.empty()) return true;
-  bool handled = true;
+  Verdict verdict = Verdict::take;
   if (is_source) {
-    handled = handle_source(entry, counts);
+    verdict = handle_source(entry, counts);
   } else if (entry.is_directory()) {
-    handled = handle_directory(join(dir, entry.name), entry.reparse_type, counts);
+    verdict = handle_directory(join(dir, entry.name), entry.reparse_type, counts);
   } else {
     handle_file(dir, entry, counts);
   }
-  if (handled && ACE::debug()) {
+  if (verdict == Verdict::take && ACE::debug()) {
     ACE_DEBUG((LM_DEBUG, ACE_TEXT("%s\n"),
                is_source ? entry.name.c_str() : join(dir, entry.name).c_str()));
   }
-  return handled;
+  return verdict != Verdict::fail;
 }
 
 void Source_Producer::handle_file(const std::string& dir, const Entry& entry,
@@ -97,40 +112,41 @@ void Source_Producer::handle_file(const std::string& dir, const Entry& entry,
              join(dir, entry.name).c_str()));
 }
 
-bool Source_Producer::handle_directory(const std::string& full, unsigned int reparse_type,
-                                       Lister_Counts& counts) {
+Block_Producer::Verdict Source_Producer::handle_directory(const std::string& full,
+                                                          unsigned int reparse_type,
+                                                          Lister_Counts& counts) {
   if (reparse_type != 0) {
     ++counts.skipped;
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Skip '%s' for unsupported reparse type: %d.\n"),
-                      full.c_str(), reparse_type),
-                     true);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Skip '%s' for unsupported reparse type: %d.\n"), full.c_str(),
+               reparse_type));
+    return Verdict::skip;
   }
   std::string vol;
   std::string dir;
   if (!MTF_FS::path_component(full, '\\', vol, dir)) {
-    ACE_ERROR_RETURN(
-        (LM_ERROR, ACE_TEXT("Failed to parse path component of dir '%s'.\n"), full.c_str()), false);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to parse path component of dir '%s'.\n"), full.c_str()));
+    return Verdict::fail;
   }
-  if (!is_current_volume(vol)) return false;
+  if (!is_current_volume(vol)) return Verdict::fail;
   if (!write_item(block_dirb, dir)) {
-    ACE_ERROR_RETURN(
-        (LM_ERROR, ACE_TEXT("Failed to add dir '%s' to backup queue.\n"), full.c_str()), false);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to add dir '%s' to backup queue.\n"), full.c_str()));
+    return Verdict::fail;
   }
   cur_dir_ = dir;
   ++counts.dirs;
-  return true;
+  return Verdict::take;
 }
 
-bool Source_Producer::handle_source(const Entry& entry, Lister_Counts& counts) {
+Block_Producer::Verdict Source_Producer::handle_source(const Entry& entry, Lister_Counts& counts) {
   ++counts.sources;
   const std::string& path = entry.name;
   if (MTF_FS::is_root_path(path)) {
     if (path == cur_vol_) {
-      ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Invalid source duplicate volume: %s\n"), path.c_str()),
-                       true);
+      ACE_ERROR((LM_ERROR, ACE_TEXT("Invalid source duplicate volume: %s\n"), path.c_str()));
+      return Verdict::skip;
     }
     if (write_item(block_volb, path)) set_volume(path);
-    return true;
+    return Verdict::take;
   }
   const bool is_dir = entry.is_directory();
   std::string vol;
@@ -138,17 +154,19 @@ bool Source_Producer::handle_source(const Entry& entry, Lister_Counts& counts) {
   std::string name;
   if (!(is_dir ? MTF_FS::path_component(path, '\\', vol, dir)
                : MTF_FS::path_component(path, '\\', vol, dir, name))) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to parse path component of %C '%s'.\n"),
-                      is_dir ? "dir" : "file", path.c_str()),
-                     false);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to parse path component of %C '%s'.\n"),
+               is_dir ? "dir" : "file", path.c_str()));
+    return Verdict::fail;
   }
+  // What was named as a source is never left out with no more than an event.
+  if (is_too_long(path, dir)) return Verdict::fail;
   if (!goto_dir(vol, dir)) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to process dir, vol: '%s', dir: '%s'.\n"),
-                      vol.c_str(), dir.c_str()),
-                     false);
+    ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to process dir, vol: '%s', dir: '%s'.\n"), vol.c_str(),
+               dir.c_str()));
+    return Verdict::fail;
   }
   if (!is_dir) process_file(entry.stat, name, 0);
-  return true;
+  return Verdict::take;
 }
 
 // This and what follows runs on the lister's threads, and so reads only what init() set.

@@ -20,7 +20,9 @@ class Source_Producer : public Block_Producer {
   Source_Producer(unsigned short seq, bool pre_action_data, Event_Handler* handler,
                   std::shared_ptr<ACE_Log_Msg_Callback> log);
 
-  // Native or system paths that are left out with all below them.
+  // Native or system paths. A directory that is one or lies below one is left out with what the
+  // walk would have found in it; the walk with several threads looks at no source by itself, and no
+  // walk at a file. A source that lies in an excluded one is a source all the same.
   void exclude_list(const std::list<std::string>& list) { exclude_list_ = list; }
 
   // Stores its arguments and returns 0. None of the pointers is owned; `filter` and `volume_map`
@@ -42,8 +44,9 @@ class Source_Producer : public Block_Producer {
   int lister_walk(const std::list<source_entry>& list);
   bool handle_listed(const std::string& dir, const Entry& entry, bool is_source,
                      Lister_Counts& counts);
-  bool handle_source(const Entry& entry, Lister_Counts& counts);
-  bool handle_directory(const std::string& full, unsigned int reparse_type, Lister_Counts& counts);
+  Verdict handle_source(const Entry& entry, Lister_Counts& counts);
+  Verdict handle_directory(const std::string& full, unsigned int reparse_type,
+                           Lister_Counts& counts);
   void handle_file(const std::string& dir, const Entry& entry, Lister_Counts& counts);
   bool filter_entry(const std::string& path, const Entry& entry);
   bool on_walk_error(const std::string& path, int error);

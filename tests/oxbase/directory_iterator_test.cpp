@@ -12,7 +12,6 @@ namespace {
 using oxbase::path_less;
 using Iterator = oxbase::Directory_Iterator_T<char>;
 using test_support::Temp_Dir;
-using test_support::write_file;
 
 std::string system_form(const std::string& native) {
   std::string out;
@@ -32,20 +31,6 @@ TEST(Directory_Iterator, EndAndFailure) {
   EXPECT_TRUE(empty.has_handle());
   EXPECT_EQ(empty, Iterator());
   EXPECT_EQ(empty.ec(), 0);
-}
-
-TEST(Directory_Iterator, CopiesAdvanceTogether) {
-  Temp_Dir dir;
-  write_file(dir / "a", "");
-  write_file(dir / "b", "");
-  Iterator one(system_form(dir.path())), two(one), other(system_form(dir.path()));
-  EXPECT_EQ(one, two);
-  EXPECT_NE(one, other);
-  const std::string first = one->name;
-  ++one;
-  EXPECT_NE(two->name, first);
-  ++two;
-  EXPECT_EQ(one, Iterator());
 }
 
 TEST(Path_Order, ABackslashIsBelowAllAndAPrefixFirst) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -18,11 +19,12 @@ class Source_List : public testing::Test {
   Source_List() {
     for (const char* dir : {"a", "a/sub", "b", "ab"}) ::mkdir((tmp / dir).c_str(), 0700);
     for (const char* file : {"a/z", "a/sub/f", "c"}) write_file(tmp / file, "");
+    EXPECT_EQ(::symlink("a", (tmp / "l").c_str()), 0);
   }
 
   // The resolved paths below the temporary directory, with slashes.
   std::vector<std::string> resolve(const std::vector<std::string>& names) {
-    std::list<std::string> sources, exclude;
+    std::list<std::string> sources;
     for (const auto& name : names) sources.push_back(tmp / name);
     std::list<MTF::source_entry> entries;
     if (!MTF::to_source_list_type(sources, exclude, nullptr, nullptr, entries)) return {"failed"};
@@ -38,6 +40,7 @@ class Source_List : public testing::Test {
   }
 
   const Temp_Dir tmp;
+  std::list<std::string> exclude;
 };
 
 TEST_F(Source_List, OrderOfTheWalkWithNothingTwice) {
@@ -48,10 +51,12 @@ TEST_F(Source_List, OrderOfTheWalkWithNothingTwice) {
   EXPECT_EQ(resolve({"a/z", "a"}), (Paths{"a/"}));
   EXPECT_EQ(resolve({"c", "c"}), (Paths{"c"}));
   EXPECT_EQ(resolve({}), Paths{});
+  EXPECT_EQ(resolve({"l/z", "l/sub", "l", "l"}), (Paths{"l", "l/z", "l/sub/"}));
+  exclude = {tmp / "a"};
+  EXPECT_EQ(resolve({"a", "a/z", "a/sub", "a"}), (Paths{"a/", "a/z", "a/sub/"}));
 }
 
 TEST_F(Source_List, RelativePathsAreRefused) {
-  std::list<std::string> exclude;
   std::list<MTF::source_entry> entries;
   EXPECT_FALSE(MTF::to_source_list_type({"relative"}, exclude, nullptr, nullptr, entries));
   exclude = {"relative"};

@@ -37,6 +37,15 @@ Lines rest(Source& source) {
   return lines;
 }
 
+TEST(Source_Lister, RefusesASourceWithoutAPath) {
+  Temp_Dir dir;
+  MTF::source_entry none;
+  none.stat.st_mode = directory_mode;
+  Lister lister(MTF::Backup_Source_Lister_Factory::create("mmap", dir.path()), 2, nullptr, nullptr,
+                nullptr);
+  EXPECT_FALSE(lister.open({none}));
+}
+
 // A directory at which the host throws is told and left out with all below.
 TEST(Source_Lister, AnExceptionOfTheHostFailsADirectoryOnly) {
   Temp_Dir dir;
@@ -106,6 +115,25 @@ TEST_F(Source_Store, WhatIsFoundTwiceIsWalkedOnce) {
   EXPECT_TRUE(store_.walk_end(top, true));
   EXPECT_EQ(next(), "");
   EXPECT_EQ(rest(store_), (Lines{"source /\\z", "source X:", "X: > a", "X:\\a > 1"}));
+}
+
+TEST_F(Source_Store, ANameOfAFileAndADirectoryIsTheDirectorys) {
+  add_source("X:");
+  const std::string top = next();
+  for (const char* name : {"c", "b", "a"}) EXPECT_EQ(add(top, name, file_mode), 1);
+  for (const char* name : {"b", "bb"}) EXPECT_EQ(add(top, name, directory_mode), 0);
+  EXPECT_TRUE(store_.walk_end(top, true));
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(store_.walk_end(next(), true));
+  EXPECT_EQ(next(), "");
+  EXPECT_EQ(rest(store_), (Lines{"source X:", "X: > a", "X: > c", "X: > b", "X: > bb"}));
+}
+
+TEST_F(Source_Store, TakesNothingForADirectoryThatIsGone) {
+  add_source("X:");
+  const std::string top = next();
+  EXPECT_EQ(add(top, "a", file_mode), 1);
+  store_.remove_directory(top);
+  EXPECT_EQ(add(top, "b", file_mode), -1);
 }
 
 TEST_F(Source_Store, KeepsLittleOfATreeInMemory) {

@@ -237,9 +237,13 @@ TEST_F(Callback_Job, ASlashSeparatesTheVolumeFromTheDirectory) {
   script->separator = '/';
   script->dir("X:\\d");
   script->file("X:\\d\\f", "1");
-  ASSERT_TRUE(run());
-  EXPECT_EQ(script->calls("lstat X:/"), Texts{"lstat X:/d\\"});
-  EXPECT_EQ(script->calls("lstat X:\\"), Texts{"lstat X:\\d\\f"});
+  for (const char* source : {"X:", "X:/d"}) {
+    start();
+    ASSERT_TRUE(job->run(source));
+    EXPECT_EQ(listed(1), (Texts{"X:", "X:\\d", "X:\\d\\f"}));
+  }
+  EXPECT_EQ(script->calls("lstat X:/"), (Texts{"lstat X:/d\\", "lstat X:/d", "lstat X:/d\\"}));
+  EXPECT_EQ(script->calls("lstat X:\\"), (Texts{"lstat X:\\d\\f", "lstat X:\\d\\f"}));
 }
 
 // A full job and one with what changed, compressed, with names that fill streams of their own.

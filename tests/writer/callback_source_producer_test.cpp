@@ -21,7 +21,7 @@ class Callback_Producer : public testing::Test {
   // The entries of the blocks that the listing of `sources` queues.
   Texts list(const std::list<std::string>& sources) {
     const Capture capture(log);
-    MTF::Callback_Source_Producer producer(3, pre_action, &events, nullptr);
+    MTF::Callback_Source_Producer producer(1, pre_action, &events, nullptr);
     EXPECT_EQ(producer.init(&sources, &filter, map, scripted_factory(script)->create()), 0);
     producer.msg_queue()->high_water_mark(~std::size_t{0} >> 1);
     result = producer.svc_i();
@@ -42,16 +42,6 @@ class Callback_Producer : public testing::Test {
   Texts blocks;
 };
 
-TEST_F(Callback_Producer, InitRefuses) {
-  const Capture capture(log);
-  MTF::Callback_Source_Producer producer(3, false, nullptr, nullptr);
-  const MTF::Ref_Ptr<MTF::IBackup_Callback> none;
-  EXPECT_EQ(producer.init(nullptr, nullptr, MTF::Ref_Ptr<MTF::Writer_Hardlink_Map>(), none), -1);
-  EXPECT_TRUE(log.asserted("hardlink_map.get() is NULL"));
-  EXPECT_EQ(producer.init(nullptr, nullptr, map, none), -1);
-  EXPECT_TRUE(log.asserted("callback.get() is NULL"));
-}
-
 TEST_F(Callback_Producer, WalksInTheOrderOfTheMedia) {
   pre_action = true;
   for (const char* path : {"X:\\d", "X:\\d\\e"}) script->dir(path);
@@ -69,7 +59,7 @@ TEST_F(Callback_Producer, WalksInTheOrderOfTheMedia) {
   EXPECT_EQ(blocks[1].substr(64, 5), test::date(1970, 1, 1));
   EXPECT_EQ(number(blocks[2], 40, 2), 2U);    // the first name of a linked file
   EXPECT_EQ(number(blocks[4], 16, 8), 2U);    // its size
-  EXPECT_EQ(number(blocks[4], 6, 2), 3U);     // its job
+  EXPECT_EQ(number(blocks[4], 6, 2), 1U);     // its job
   EXPECT_EQ(number(blocks[6], 16, 8), 4U);    // the length of the first name `X:\h`
   EXPECT_EQ(number(blocks[6], 56, 4), 256U);  // the upper half of its number
   EXPECT_EQ(log.count("32 Unsupported file type, path=X:\\pipe, mode=0x1000\n"), 1);
@@ -95,6 +85,12 @@ TEST_F(Callback_Producer, GoesFromSourceToSource) {
   EXPECT_EQ(log.count("32 Failed to lstat, path: X:\\none, and skipp\n"), 1);
   EXPECT_EQ(events.skipped_dirs, 1U);
   EXPECT_EQ(script->calls("produced").size(), 1U);
+  script->separator = '/';
+  EXPECT_EQ(list({"X:/a//b/", "X:/a/c", "X:/a/z", "Y:"}),
+            (Texts{"VOLB X:", "DIRB a\\", "FILE z", "DIRB a\\b\\", "FILE f", "DIRB a\\c\\",
+                   "VOLB Y:", "FEND"}));
+  EXPECT_EQ(script->calls("begin X:/"),
+            (Texts{"begin X:/a/ X:/a/z", "begin X:/a/ X:/a/b/", "begin X:/a/ X:/a/c/"}));
 }
 
 TEST_F(Callback_Producer, RefusesSourcesThatAreNone) {
@@ -103,11 +99,11 @@ TEST_F(Callback_Producer, RefusesSourcesThatAreNone) {
     char separator;
     bool asserts;
   };
-  script->dir("X:\\a");
-  script->dir("name");
+  for (const char* path : {"X:\\a", "X:\\a\\b", "X:\\a\\..", "name"}) script->dir(path);
   for (const Case& each :
        {Case{{}, '\\', false}, Case{{"X:\\none"}, '\\', false}, Case{{"name"}, '\\', true},
-        Case{{"X:", "X:\\a"}, ':', true}, Case{{"X:\\a"}, '|', true}}) {
+        Case{{"X:", "X:\\a"}, ':', true}, Case{{"X:\\a"}, '|', true}, Case{{"X:/a\\b"}, '/', false},
+        Case{{"X:\\a\\.."}, '\\', false}}) {
     script->separator = each.separator;
     const long lines = log.count("1024 Unexpected error in ");
     EXPECT_EQ(list(each.sources), Texts{});
@@ -115,7 +111,7 @@ TEST_F(Callback_Producer, RefusesSourcesThatAreNone) {
     EXPECT_EQ(log.count("1024 Unexpected error in ") - lines, each.asserts ? 1 : 0);
     EXPECT_EQ(script->calls("begin"), Texts{});
   }
-  EXPECT_EQ(log.count("128 Failed to convert sources to source_list_type\n"), 5);
+  EXPECT_EQ(log.count("128 Failed to convert sources to source_list_type\n"), 7);
 }
 
 TEST_F(Callback_Producer, FiltersWithoutAnEvent) {
@@ -257,7 +253,10 @@ TEST_F(Callback_Producer, RefusesBlocksThatCannotBeSaved) {
   std::string unknown = end_block();
   unknown.replace(2, 4, "WHAT");
   test::seal_record(unknown, 0);
-  const std::string start = vol_block("X:");
+  std::string other = file_block("f");
+  test::set_le(other, 6, 2, 2);
+  test::seal_record(other, 0);
+  const std::string start = vol_block("X:"), hole("a\0\0b", 4);
   struct Case {
     Texts given;
     std::string fault;
@@ -283,6 +282,13 @@ TEST_F(Callback_Producer, RefusesBlocksThatCannotBeSaved) {
            Case{{start, dir_block("d")}, bad + "its name is none of an entry"},
            Case{{start, dir_block("\\d\\")}, bad + "its name is none of an entry"},
            Case{{start, changed(dir_block("a\\"), 74, '\\')}, bad + "its name is none of an entry"},
+           Case{{start, dir_block("a\\..\\b\\")}, bad + "its name is none of an entry"},
+           Case{{start, dir_block(hole + "\\")}, bad + "its name is none of an entry"},
+           Case{{start, dir_block("a/b\\")}, bad + "its name is none of an entry"},
+           Case{{vol_block("..")}, bad + "its name is none of an entry"},
+           Case{{vol_block(hole)}, bad + "its name is none of an entry"},
+           Case{{vol_block("X:\\a")}, bad + "its name is none of an entry"},
+           Case{{start, other}, bad + "it is of another job"},
            Case{{unknown}, ""},
        }) {
     Texts given = each.given;

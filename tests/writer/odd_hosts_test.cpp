@@ -5,7 +5,6 @@
 #include <future>
 #include <mutex>
 
-#include "mtf/writer/backup_source_lister_mmap_impl.h"
 #include "services/no_throw.h"
 #include "tests/support/media_layout.h"
 #include "tests/support/scripted_host.h"
@@ -66,36 +65,6 @@ TEST_F(Odd_Host, ANameGivenTwiceIsSavedOnce) {
     return true;
   };
   EXPECT_EQ(listed({"X:\\d"}), (Texts{"VOLB X:", "DIRB d\\", "FILE g", "DIRB d\\s\\", "FEND"}));
-}
-
-TEST_F(Odd_Host, ANameGivenTwiceToTheStoreIsADirectoryOnce) {
-  const test_support::Temp_Dir dir;
-  Backup_Source_Lister_MMap_Impl store(dir.path());
-  source_entry source{"X:", "X:", {}};
-  source.stat.st_mode = 0x4000;
-  ASSERT_TRUE(store.add_source(source));
-  std::string top;
-  ASSERT_EQ(store.next_directory(top), 0);
-  const auto entry = [](const char* name, unsigned mode) {
-    Backup_Source_Lister::Entry out{name, {}, 0};
-    out.stat.st_mode = mode;
-    return out;
-  };
-  for (const char* name : {"c", "b", "a"}) store.add_entry(top, entry(name, 0x8000));
-  for (const char* name : {"b", "bb"}) store.add_entry(top, entry(name, 0x4000));
-  EXPECT_TRUE(store.walk_end(top, true));
-  for (int i = 0; i < 2; ++i) {
-    std::string sub;
-    ASSERT_EQ(store.next_directory(sub), 0);
-    EXPECT_TRUE(store.walk_end(sub, true));
-  }
-  std::string rest;
-  ASSERT_NE(store.next_directory(rest), 0);
-  Texts names;
-  Backup_Source_Lister::Entry found;
-  bool is_source = false;
-  while (store.next_entry(rest, found, is_source) == 0) names.push_back(found.name);
-  EXPECT_EQ(names, (Texts{"X:", "a", "c", "b", "bb"}));
 }
 
 TEST_F(Odd_Host, WhatIsThrownEndsTheJobAlone) {

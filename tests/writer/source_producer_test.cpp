@@ -177,6 +177,15 @@ TEST_P(Source_Walk, OfVolumesSharedParentsAndShadows) {
   EXPECT_EQ(names({}, plain), Lines{"FEND"});
 }
 
+TEST_P(Source_Walk, OnlyADirectoryThatIsSavedCoversASource) {
+  make_dirs({"tree", "tree/dx", "real"});
+  for (const char* file : {"tree/dx/f", "real/g"}) write_file(dir / file, "");
+  ASSERT_EQ(::symlink("real", (dir / "way").c_str()), 0);
+  EXPECT_EQ(names({"X:\\tree\\dx", "X:\\tree\\dx\\f", "X:\\way", "X:\\way\\g"}, GetParam()),
+            (Lines{"VOLB X:", "KNLS way", "DIRB tree\\", "DIRB tree\\dx\\", "FILE f", "DIRB way\\",
+                   "FILE g", "FEND"}));
+}
+
 // `sub` is found as a directory and is a link when it, or what was found in it, is opened.
 TEST_P(Source_Walk, ALinkThatTookADirectorysPlaceLeadsNowhere) {
   make_dirs({"real", "real/tree", "real/tree/sub", "real/tree/sub/deep",
@@ -221,6 +230,9 @@ TEST_P(Source_Walk, ADirectoryTooDeepForABlockIsTold) {
   ASSERT_EQ(skipped().size(), 1U);
   EXPECT_EQ(skipped()[0].rfind(R"({"errno":36,"message":"Path too long.","name":"X:\\d)", 0), 0U);
   EXPECT_EQ(events.skipped_dirs, 1U);
+  const std::list<std::string> sources{dir.path() + deep + "/x"};
+  EXPECT_EQ(producer(sources, GetParam())->svc_i(), -1);
+  EXPECT_EQ(events.skipped_dirs, 2U);
 }
 
 TEST_P(Source_Walk, EndsWhenItsReaderGoesAway) {

@@ -104,14 +104,6 @@ TEST(Sharding, StopsAllQueuesWhenItFails) {
   }
 }
 
-TEST(Sharding, RefusesToBeMadeWithoutChannelsOrMap) {
-  Fed_Sharding fed;
-  Source_Sharding other(1, fed.log);
-  EXPECT_EQ(other.init(0, fed.map), -1);
-  EXPECT_EQ(other.init(2, Ref_Ptr<Writer_Hardlink_Map>()), -1);
-  EXPECT_TRUE(fed.log->asserted("hardlink_map.get() is NULL"));
-}
-
 TEST(Source_Consumer, EndsAtTheEndAndAtDamage) {
   test_support::Log_Lines log;
   const test_support::Capture capture(log);

@@ -106,16 +106,4 @@ TEST_F(Source_List_File, RefusesWhatIsNone) {
   EXPECT_FALSE(MTF::Source_Writer(1, '/').open(dir / "no/such"));
 }
 
-// A list that wasn't closed can be told from one that was.
-TEST_F(Source_List_File, WithoutItsEnd) {
-  {
-    MTF::Source_Writer lost(1, '/');
-    ASSERT_TRUE(lost.open(path));
-    _stat64 stat = stat_of(0x8000, 5);
-    ASSERT_TRUE(lost.write("/f", &stat));
-  }
-  EXPECT_EQ(file().substr(0, 96), std::string(96, '\0'));
-  EXPECT_EQ(file().find("FEND"), std::string::npos);
-}
-
 }  // namespace
