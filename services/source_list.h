@@ -18,10 +18,10 @@ struct source_entry {
 };
 
 // Resolves `sources`, native or system paths, to entries in the order in which they are saved. A
-// source that lies under another one is left out, as it is saved with that one. Brings
-// `exclude_list` to system form as well. False, with a line at LM_ERROR that names the path, for
-// one that can't be resolved or examined. `filter` judges what the walk finds, not what is named
-// here.
+// source that lies under a directory that is a source is left out, as it is saved with that one,
+// unless that one is excluded. Brings `exclude_list` to system form as well. False, with a line at
+// LM_ERROR that names the path, for one that can't be resolved or examined. `filter` judges what
+// the walk finds, not what is named here.
 bool to_source_list_type(const std::list<std::string>& sources,
                          std::list<std::string>& exclude_list, const IFilter* filter,
                          const std::map<std::string, std::string>* volume_map,
@@ -31,8 +31,8 @@ bool to_source_list_type(const std::list<std::string>& sources,
 // the directories.
 void sort(std::list<source_entry>& list, char separator);
 
-// Leaves out of a sorted list what lies below another source or is one, so that nothing is saved
-// twice.
+// Leaves out of a sorted list what lies below a directory in it, or stands there already, so that
+// nothing is saved twice.
 void drop_covered(std::list<source_entry>& list, char separator);
 
 // Adds the default exclude list: kernel file systems and the default temporary directory.

@@ -48,8 +48,9 @@ class Backup {
   bool add_source(const std::string& path);
   // Whether file content is read as backup records (the default) or as plain bytes.
   void backup_read(bool on) { opt_.backup_read = on; }
-  // Paths that are left out with all below them, in either form. Not owned; must live until full()
-  // has begun. With no list, or an empty one, the default list holds (source_list.h).
+  // Directories that are left out with what is found in them, in either form; a file that is a
+  // source is saved all the same. Not owned; must live until full() has begun. With no list, or an
+  // empty one, the default list holds (source_list.h).
   void exclude_list(const std::list<std::string>* list) { exclude_list_ = list; }
   void reparse_point_types(unsigned int mask) { reparse_point_types_ = mask; }
 

@@ -37,8 +37,8 @@ class IFile_Reader {
  public:
   virtual ~IFile_Reader() = default;
 
-  // 0 open; 1 can't be opened, so the file is skipped; any other value ends the file's writing with
-  // it, and -1 the data set.
+  // 0 open; 1 can't be opened, so the file is skipped, with an event; -1 ends the data set. Any
+  // other value leaves the file out of the job, and no event and no count tells.
   virtual int open(const char* path) = 0;
   virtual bool is_open() = 0;
   // -1 stops the data set; 1 says that there is no more; else the buffer's size tells how many
@@ -52,13 +52,14 @@ class IFile_Reader {
   virtual bool handle_file_blk(File_Blk& blk, unsigned long long& space, Callback_Stat& stat);
 };
 
-// Used by one thread. Paths are the host's, with its separator.
+// Used by one thread. A source is named as the host gave it. What lies below is named in the
+// system's form, `X:\a\f` or `/\a\f`, but that lstat() of a directory has the host's separator
+// behind the volume. read_dir() has the system's form for sources, too.
 class IBackup_Callback {
  public:
   virtual ~IBackup_Callback() = default;
 
-  // The path separator of the host's paths, a backslash or a slash. With a slash a walk takes
-  // volumes alone as sources; a lister is free.
+  // The path separator of the host's sources, a backslash or a slash.
   virtual char separator() = 0;
   // False where the path can't be examined.
   virtual bool lstat(const char* path, Callback_Stat& stat) = 0;
@@ -67,7 +68,10 @@ class IBackup_Callback {
   // Null is a failure.
   virtual Ref_Ptr<IFile_Reader> create_file_reader() = 0;
   // Null where the host has no lister; the tree is walked through read_dir() then. A lister gives
-  // each name of a hard-linked file as a file: the job can't tell which names belong together.
+  // each name of a hard-linked file as a file: the job can't tell which names belong together. Its
+  // blocks have the number `seq`. In a chain of jobs each list has the order of a walk: files ahead
+  // of the directories of the same parent, both by the bytes of their names, a directory ahead of
+  // all below it. An incremental job fails where its base has another order.
   virtual Ref_Ptr<ISrc_Lister> create_source_lister(const std::list<std::string>* sources,
                                                     unsigned short seq, Event_Handler* handler,
                                                     const IFilter* filter) = 0;
