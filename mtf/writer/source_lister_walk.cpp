@@ -22,17 +22,17 @@ std::string join(const std::string& dir, const std::string& name) {
   return full.str();
 }
 
-// A source is walked even where it is excluded, and its files are then found as those of any other
-// directory.
-std::list<source_entry> without_found(std::list<source_entry> list) {
+// A source is walked even where it is excluded, and finds those of its files that the filter keeps.
+std::list<source_entry> without_found(std::list<source_entry> list, const IFilter* filter) {
   const source_entry* directory = nullptr;
-  list.remove_if([&directory](const source_entry& entry) {
+  list.remove_if([&directory, filter](const source_entry& entry) {
     if (is_directory(entry.stat)) {
       directory = &entry;
       return false;
     }
     return directory != nullptr &&
-           (entry.name == directory->path || entry.name == directory->path + '\\');
+           (entry.name == directory->path || entry.name == directory->path + '\\') &&
+           (filter == nullptr || filter->accept(entry.path.c_str(), false));
   });
   return list;
 }
@@ -58,7 +58,7 @@ int Source_Producer::lister_walk(const std::list<source_entry>& list) {
       [this](const std::string& path, const Entry& entry) { return filter_entry(path, entry); },
       [this](const std::string& path, int error) { return on_walk_error(path, error); },
       [this](const std::string& path) { return map_path(path); });
-  if (!lister.open(without_found(list))) {
+  if (!lister.open(without_found(list, filter_))) {
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Failed to open source liseter with cache dir: %s, %d threads.\n"),
          cache_dir_.c_str(), threads_),
