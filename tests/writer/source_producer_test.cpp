@@ -233,7 +233,7 @@ TEST_P(Source_Walk, ADirectoryTooDeepForABlockIsTold) {
   ASSERT_EQ(skipped().size(), 1U);
   EXPECT_EQ(skipped()[0].rfind(R"({"errno":36,"message":"Path too long.","name":"X:\\d)", 0), 0U);
   EXPECT_EQ(events.skipped_dirs, 1U);
-  const std::list<std::string> sources{dir.path() + deep + "/x"};
+  const std::list<std::string> sources{dir.path() + deep + "/x/y"};
   EXPECT_EQ(producer(sources, GetParam())->svc_i(), -1);
   EXPECT_EQ(events.skipped_dirs, 2U);
 }
