@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <string>
 
 #include "platform/native_path.h"
@@ -25,7 +26,12 @@ bool fail() {
   return false;
 }
 
+// A time beyond the years that 63 bits hold becomes the last or the first tick, which no date of a
+// block can hold either.
 long long ticks(const struct statx_timestamp& time) {
+  constexpr long long most = std::numeric_limits<long long>::max();
+  if (time.tv_sec >= most / ticks_per_second - seconds_1601_to_1970) return most;
+  if (time.tv_sec <= -most / ticks_per_second) return -most;
   return (time.tv_sec + seconds_1601_to_1970) * ticks_per_second + time.tv_nsec / 100;
 }
 

@@ -57,10 +57,14 @@ bool File_Records::open(const std::string& system_path) {
   int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
   const bool directory = !system_path.empty() && system_path.back() == '\\';
   if (directory) flags |= O_DIRECTORY;
-  int error = 0;
   // Above a source there may be directories that are links.
-  if (!native_path(system_path, native_) || (fd_ = open_source(native_, flags, directory)) < 0)
-    error = errno;
+  if (native_path(system_path, native_)) fd_ = open_source(native_, flags, directory);
+  int error = fd_ < 0 ? errno : 0;
+  // What a directory has can be told of one that may not be listed too.
+  if (error == EACCES && directory) {
+    fd_ = open_source(native_, O_PATH | O_DIRECTORY, directory);
+    error = fd_ < 0 ? errno : 0;
+  }
   if (error == 0) error = look(directory);
   last_error_ = windows_error(error);
   if (error == 0) return true;

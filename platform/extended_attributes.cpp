@@ -28,6 +28,21 @@ ssize_t read_small_first(std::vector<char>& buffer, std::size_t most, Read read)
   return size < 0 && errno == ERANGE ? read(buffer.data(), most) : size;
 }
 
+// A descriptor that is a place alone (O_PATH) has its attributes only by its own name.
+std::string own_name(int fd) {
+  return "/proc/self/fd/" + std::to_string(fd);
+}
+
+ssize_t list_names(int fd, char* names, std::size_t room) {
+  const ssize_t size = ::flistxattr(fd, names, room);
+  return size >= 0 || errno != EBADF ? size : ::listxattr(own_name(fd).c_str(), names, room);
+}
+
+ssize_t get_value(int fd, const char* name, char* value, std::size_t room) {
+  const ssize_t size = ::fgetxattr(fd, name, value, room);
+  return size >= 0 || errno != EBADF ? size : ::getxattr(own_name(fd).c_str(), name, value, room);
+}
+
 }  // namespace
 
 void Extended_Attributes::append(int fd, std::string& out) {
@@ -57,7 +72,7 @@ void Extended_Attributes::append(int fd, std::string& out) {
 
 bool Extended_Attributes::list(int fd) {
   const ssize_t size = read_small_first(names_, most_names, [fd](char* names, std::size_t room) {
-    return ::flistxattr(fd, names, room);
+    return list_names(fd, names, room);
   });
   if (size < 0 && errno != EOPNOTSUPP) left_out_("", std::strerror(errno));
   names_size_ = size > 0 ? static_cast<std::size_t>(size) : 0;
@@ -68,7 +83,7 @@ bool Extended_Attributes::append_one(int fd, const char* name, std::string& out)
   const std::size_t length = std::strlen(name);
   const ssize_t size = read_small_first(
       value_, longest_value + 1,
-      [fd, name](char* value, std::size_t room) { return ::fgetxattr(fd, name, value, room); });
+      [fd, name](char* value, std::size_t room) { return get_value(fd, name, value, room); });
   if (size < 0 || static_cast<std::size_t>(size) > longest_value) {
     // One that is gone since it was listed isn't missed.
     if (size < 0 && errno == ENODATA) return false;

@@ -16,9 +16,10 @@ class Extended_Attributes {
  public:
   explicit Extended_Attributes(Left_Out_Attribute left_out) : left_out_(std::move(left_out)) {}
 
-  // Appends the attributes of `fd` as FILE_FULL_EA_INFORMATION entries, sorted by name, each but
-  // the last filled up to a multiple of 4 bytes. The format holds values of up to 65,535 bytes; one
-  // that is longer or can't be read is left out.
+  // Appends the attributes of `fd`, which may be a place alone (O_PATH), as
+  // FILE_FULL_EA_INFORMATION entries, sorted by name, each but the last filled up to a multiple of
+  // 4 bytes. The format holds values of up to 65,535 bytes; one that is longer or can't be read is
+  // left out.
   void append(int fd, std::string& out);
 
  private:

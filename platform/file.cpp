@@ -93,6 +93,7 @@ bool File::close() {
 }
 
 bool wait_readable(int fd, int milliseconds) {
+  if (fd < 0) return true;  // poll() passes it over
   pollfd asked = {fd, POLLIN, 0};
   const int ready = ::poll(&asked, 1, milliseconds);
   // What can't be asked is found out by the read.

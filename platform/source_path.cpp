@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <fstream>
 #include <new>
+#include <thread>
 
 #include "platform/linkless_open.h"
 #include "platform/source_root.h"
@@ -62,11 +65,34 @@ int open_parent(const std::string& real) {
   return open_without_links(slash == 0 ? "/" : real.substr(0, slash), directory_place);
 }
 
-int open_at(int dir, const char* rest, int flags) {
+int open_at_once(int dir, const char* rest, int flags) {
   int fd;
   do {
     fd = ::openat(dir, rest, flags | O_CLOEXEC);
   } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+// How long the holder of a lease may take to give it back before the kernel takes it.
+std::chrono::seconds lease_break_time() {
+  constexpr std::chrono::seconds usual(45);
+  std::ifstream setting("/proc/sys/fs/lease-break-time");
+  int seconds = 0;
+  return setting >> seconds && seconds > 0 ? std::chrono::seconds(seconds) : usual;
+}
+
+// An open that mustn't wait, for a FIFO's sake, fails on a file that somebody holds a lease on, and
+// asks for it back. So the open is tried again until the lease is gone.
+int open_at(int dir, const char* rest, int flags) {
+  using Clock = std::chrono::steady_clock;
+  int fd = open_at_once(dir, rest, flags);
+  if (fd >= 0 || errno != EWOULDBLOCK) return fd;
+  constexpr std::chrono::seconds spare(1);
+  const Clock::time_point end = Clock::now() + lease_break_time() + spare;
+  do {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    fd = open_at_once(dir, rest, flags);
+  } while (fd < 0 && errno == EWOULDBLOCK && Clock::now() < end);
   return fd;
 }
 

@@ -37,8 +37,10 @@ class Source_Path {
   std::optional<Long_Path> unguarded_;
 };
 
-// open(2) for reading, close-on-exec and repeated when a signal interrupts it. A path that is
-// itself a link can't be opened, but with `follow` above a source. -1 with errno on failure.
+// open(2) for reading, close-on-exec and repeated when a signal interrupts it. With O_NONBLOCK a
+// file under a lease is waited for until the lease is given back or broken by the kernel, and
+// nothing else is. A path that is itself a link can't be opened, but with `follow` above a source.
+// -1 with errno on failure.
 int open_source(const std::string& native, int flags, bool follow = false);
 
 // Opens a directory to read its entries, in the same way. The thread's own directory isn't changed.

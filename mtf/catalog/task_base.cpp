@@ -1,13 +1,12 @@
 #include "mtf/catalog/task_base.h"
 
-#include <ace/Log_Msg.h>
-#include <ace/Log_Msg_Callback.h>
 #include <ace/Message_Block.h>
 #include <ace/OS_NS_errno.h>
 
 #include <new>
 
 #include "services/no_throw.h"
+#include "services/thread_log.h"
 
 namespace MTF {
 
@@ -43,11 +42,7 @@ void Task_Base::set_error(int code) {
 }
 
 int Task_Base::svc() {
-  if (log_ != nullptr) {
-    ACE_LOG_MSG->msg_callback(log_.get());
-    ACE_LOG_MSG->set_flags(ACE_Log_Msg::MSG_CALLBACK);
-    ACE_LOG_MSG->clr_flags(ACE_Log_Msg::STDERR);
-  }
+  const Thread_Log log(log_.get());
   constexpr int thrown = -2;
   const int result = no_throw("Task", thrown, [this] { return svc_i(); });
   if (result != thrown) return result;

@@ -1,6 +1,7 @@
 #include "mtf/common/dblk.h"
 
 #include <cstring>
+#include <new>
 
 #include "mtf/common/round_up.h"
 #include "services/checksum.h"
@@ -20,7 +21,9 @@ unsigned short DBLK_Hdr::calc_checksum() const {
 }
 
 DBLK::DBLK(Buffer& buffer, bool init) : buffer_(buffer), hdr_(buffer) {
-  if (init && buffer_.expand(image_size)) DBLK::reset();
+  if (!init) return;
+  if (!buffer_.expand(image_size)) throw std::bad_alloc();
+  DBLK::reset();
 }
 
 void DBLK::reset() {

@@ -52,8 +52,8 @@ class DBLK {
   // Bytes that a fresh image has, and the limit of the strings that a block is never grown for.
   static constexpr unsigned int image_size = 1024;
 
-  // With `init` true starts a new image in `buffer`, which must have room for image_size bytes or
-  // be able to get it; with false views the image that is there.
+  // With `init` true starts a new image in `buffer`; throws bad_alloc where that has no room for
+  // image_size bytes and can't get it. With false views the image that is there.
   DBLK(Buffer& buffer, bool init);
   virtual ~DBLK() = default;
   DBLK(const DBLK&) = delete;

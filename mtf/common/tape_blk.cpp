@@ -20,7 +20,7 @@ void Tape_Blk::media_description(const std::string& text) {
 
 void Tape_Blk::software_name(const std::string& name) {
   if (has_room(name.size())) return store_string(80, name);
-  ACE_ERROR((LM_WARNING, ACE_TEXT("tape software too long, software: %C\n"), name.c_str()));
+  ACE_ERROR((LM_WARNING, ACE_TEXT("tape software too long, software: %C"), name.c_str()));
 }
 
 }  // namespace MTF

@@ -15,6 +15,12 @@
 #include "services/settings.h"
 
 namespace MTF {
+namespace {
+
+// Blocks and the names of pieces hold 16 bits.
+constexpr unsigned int last_seq = 65535;
+
+}  // namespace
 
 void* const Backup::no_pre_action_data = reinterpret_cast<void*>(-1);
 
@@ -86,7 +92,13 @@ bool Backup::run(bool incremental) {
 
 bool Backup::prepare(bool incremental) {
   MTF_ASSERT_NOT_NULL(channel_factory_.get(), false);
+  if (seq_ >= last_seq) {
+    ACE_ERROR_RETURN(
+        (LM_ERROR, ACE_TEXT("No job can follow job %u, seq goes up to %u\n"), seq_, last_seq),
+        false);
+  }
   ++seq_;
+  numbered_ = true;
   metadata_.set_seq(seq_);
   // Behind the count: what is taken back after a failure are the pieces of this job.
   MTF_ASSERT_TRUE(sources_whole_, false);

@@ -58,7 +58,8 @@ class Backup {
   //   minor_resource_id   name stem of everything that the job stores; neither null nor empty
   //   filter              may be null; not owned
   //   base_seq            the job to compare with, for an incremental job
-  //   seq                 number of the last job; this one gets seq + 1
+  //   seq                 number of the last job; this one gets seq + 1, up to 65535: full() and
+  //                       incremental() refuse to start a job with a higher number
   //   channels            number of parallel streams; 0 counts as 1
   //   compression_method  a Compression_Method
   //   channel_factory     must not be null
@@ -103,7 +104,8 @@ class Backup {
   // any time after construction, and twice.
   void clean();
 
-  // Deletes the pieces that the job left on the storage; none if incremental() refused to start.
+  // Deletes the pieces that the job left on the storage; none where it never got a number of its
+  // own, since full() or incremental() was not called or refused to start.
   void remove_storage_file();
 
   unsigned int seq() const { return seq_; }
@@ -166,7 +168,7 @@ class Backup {
   unsigned int reparse_point_types_ = 0;
   unsigned int err_code_ = 0;
   std::string err_msg_;
-  bool refused_ = false;
+  bool numbered_ = false;  // seq_ is the number of this object's own job
 };
 
 }  // namespace MTF

@@ -55,6 +55,7 @@ struct Backup_Context : Context {
   Ref_Ptr<Writer_Hardlink_Map> hardlink_map;
   unsigned long long corrupt_file_count = 0;
   bool dir_missing = false;  // the directory met last was skipped, so it is in no catalog
+  int dir_error = 0;         // the errno of that
   std::string shadow_vol;    // of cur_vol, or empty
   const std::map<std::string, std::string>* volume_map = nullptr;  // not owned; may be null
 };

@@ -25,8 +25,7 @@ unsigned long long channel_count(unsigned long long recorded) {
 }  // namespace
 
 bool Backup::incremental() {
-  refused_ = base_seq_ == 0 || seq_ == 0;
-  if (refused_) {
+  if (base_seq_ == 0 || seq_ == 0) {
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Failed to incremental backup with, base_seq=%d, seq = %d\n"),
          base_seq_, seq_),

@@ -11,7 +11,8 @@ enum Sparse_Method : unsigned short {
 };
 
 // A plain record. Backup sets the fields that its operations name; a direct user of Media_Writer
-// sets what it needs. The shifts have to agree with the block sizes.
+// sets what it needs. Block sizes are powers of two up to 32768 and have to agree with their
+// shifts.
 struct Backup_Option {
   unsigned long long base_fla = 0;  // format logical address of the first block of the media
   unsigned int media_family_id = 0;

@@ -99,8 +99,8 @@ bool Backup::remove_working_files() const {
 }
 
 void Backup::remove_storage_file() {
-  // A job that was refused still has the number of the one before.
-  if (channel_factory_.get() == nullptr || refused_) return;
+  // Without a number of its own the object still has that of the job before.
+  if (!numbered_) return;
   Ref_Ptr<Channel> channel = null_ref<Channel>;
   safely([&] {
     channel = channel_factory_->create();

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "services/file_path.h"
+#include "services/thread_log.h"
 
 namespace MTF {
 namespace {
@@ -69,7 +70,7 @@ int Backup_Source_Lister::next_entry(std::string& dir, Entry& entry, bool& is_so
 
 int Backup_Source_Lister::svc() {
   if (impl_ == nullptr) return 0;
-  if (log_ != nullptr) ACE_LOG_MSG->msg_callback(log_);
+  const Thread_Log log(log_);
   std::string dir;
   for (;;) {
     const int result = impl_->next_directory(dir);

@@ -149,11 +149,13 @@ bool Catalog_Stream::add_cat_dir_blk(const Cat_Dir_Blk& blk) {
 }
 
 bool Catalog_Stream::add_cat_file_like(Cat_Named_Blk& blk) {
+  MTF_ASSERT_NOT_NULL(blk.data(), false);
   blk.hdr().checksum(blk.hdr().calc_checksum());
   return add_entry(blk);
 }
 
 bool Catalog_Stream::add_entry(const Cat_Named_Blk& blk) {
+  MTF_ASSERT_NOT_NULL(blk.data(), false);
   const MTF_TAPE_ADDRESS* name = blk.name();
   if (name == nullptr || Tape_Address_Getter(name).size() == 0) return false;
   add_info_to_summary(blk.hdr().type(), blk.hdr().seq(), blk.hdr().space());
@@ -179,6 +181,7 @@ void Catalog_Stream::add_info_to_summary(unsigned int type, unsigned short seq,
 }
 
 bool Catalog_Stream::end() {
+  MTF_ASSERT_NOT_NULL(block_.data(), false);
   Cat_Blk last(block_.data(), Cat_Hdr::fixed_size, false);
   last.set_end();
   if (!append(block_.data(), Cat_Hdr::fixed_size)) return false;

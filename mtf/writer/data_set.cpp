@@ -134,6 +134,7 @@ bool Data_Set::fill_eset_blk(ESet_Blk& blk) {
       static_cast<unsigned int>(std::min(ctx_->corrupt_file_count, 0xFFFFFFFFULL)));
   const unsigned int size =
       round_up(unsigned{blk.hdr().offset_to_first_event()}, opt_->physical_block_size);
+  MTF_ASSERT_TRUE(size <= 0xFFFF, false);
   if (!buf_->expand(size)) {
     ACE_ERROR_RETURN((LM_WARNING, ACE_TEXT("Failed to expand buffer\n")), false);
   }

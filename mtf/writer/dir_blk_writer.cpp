@@ -53,6 +53,7 @@ int Dir_Blk_Writer::write(IWriter& writer) {
 int Dir_Blk_Writer::skip() {
   const int error = ACE_OS::last_error();
   ctx_->dir_missing = true;
+  ctx_->dir_error = error;
   if (evt_handler_.get() != nullptr) {
     ++evt_handler_->skipped_dirs;
     oxbase::Path_T<char> path('\\', false);

@@ -57,7 +57,7 @@ int File_Blk_Writer::write(IWriter& writer) {
   if (!write_spad_stream(*opt_, *ctx_, buf_, writer, true)) return -1;
   File_Blk blk(block_buffer_, true);
   // Behind the block of another directory the file would come back there.
-  if (ctx_->dir_missing) errno = ENOENT;
+  if (ctx_->dir_missing) errno = ctx_->dir_error;
   if (ctx_->dir_missing || !set_file_blk(blk)) {
     report_skip("Failed to stat file");
     return 1;
@@ -73,7 +73,10 @@ int File_Blk_Writer::write(IWriter& writer) {
 // Nothing looks at a file that didn't change, so only its directory can tell that it is gone. Its
 // entry would count as one of the directory before.
 int File_Blk_Writer::add_earlier_file() {
-  return ctx_->dir_missing || catalog_->add_cat_file_blk(cat_blk_) ? 1 : -1;
+  if (!ctx_->dir_missing) return catalog_->add_cat_file_blk(cat_blk_) ? 1 : -1;
+  errno = ctx_->dir_error;
+  report_skip("Failed to stat file");
+  return 1;
 }
 
 int File_Blk_Writer::write_block_and_content(File_Blk& blk, IWriter& writer) {

@@ -27,6 +27,8 @@ bool Media_Header::write(IWriter& writer, IMBC_Writer& mbc_writer, Catalog_Write
 
 bool Media_Header::write_tape_blk(Buffer& buffer, IWriter& writer, IMBC_Writer& mbc_writer,
                                   Catalog_Writer& catalog) {
+  MTF_ASSERT_TRUE(opt_->physical_block_size <= 0xFFFF, false);
+  MTF_ASSERT_TRUE(opt_->format_logical_block_size <= 0xFFFF, false);
   Tape_Blk blk(buffer, true);
   set_tape_blk(blk);
   const unsigned long long written = blk.write(writer);

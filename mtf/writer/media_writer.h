@@ -30,7 +30,8 @@ class Media_Writer {
   Media_Writer& operator=(const Media_Writer&) = delete;
 
   // Takes what the media needs and starts its catalogs. `evt_handler` may be null; `volume_map` may
-  // be null and is not owned.
+  // be null and is not owned. False, with a line, for block sizes that aren't powers of two up to
+  // 32768, don't agree with their shifts, or of which the logical one is larger than the physical.
   bool open(Ref_Ptr<Channel> channel, unsigned int seq, Ref_Ptr<Writer_Hardlink_Map> hardlink_map,
             Ref_Ptr<Event_Handler> evt_handler,
             const std::map<std::string, std::string>* volume_map);
@@ -53,8 +54,8 @@ class Media_Writer {
   const std::string& err_msg() const { return ctx_.err_msg; }
 
  private:
-  bool open_catalog();
-  bool open_media_based_catalog();
+  bool open_catalog(Event_Handler* evt_handler);
+  bool open_media_based_catalog(const Ref_Ptr<Event_Handler>& evt_handler);
   bool write_media();
   bool write_catalog();
   IWriter* open_piece(const std::string& name);

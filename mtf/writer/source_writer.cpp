@@ -38,6 +38,7 @@ bool Source_Writer::write(const std::string& path, _stat64* st) {
 }
 
 bool Source_Writer::write(const Cat_Blk& block) {
+  MTF_ASSERT_NOT_NULL(block.data(), false);
   add_info_to_summary(block);
   return append(block.data(), block.hdr().length());
 }
@@ -90,6 +91,7 @@ bool Source_Writer::too_long(const std::string& path) {
 }
 
 void Source_Writer::add_info_to_summary(const Cat_Blk& block) {
+  MTF_ASSERT_NOT_NULL(block.data(), void());
   const unsigned long long size = block.hdr().size();
   const unsigned int type = block.hdr().type();
   if (type == block_volb) summary_.vol_count(summary_.vol_count() + 1);

@@ -94,6 +94,7 @@ bool TFDD_Stream::end() {
 
 // The length of the FEND entry reaches to the next physical block as if the entry took no room.
 bool TFDD_Stream::append_end() {
+  MTF_ASSERT_NOT_NULL(block_.data(), false);
   const unsigned long long end = round_up<unsigned long long>(size_, opt_->physical_block_size);
   std::memset(block_.data(), 0, FDD_Hdr::fixed_size);
   FDD_Hdr hdr(block_.data(), FDD_Hdr::fixed_size);

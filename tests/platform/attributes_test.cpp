@@ -51,6 +51,16 @@ TEST(Attributes, BitsOfEachKind) {
   EXPECT_EQ(data.nFileSizeLow, 0x23456789u);
   EXPECT_EQ(platform::file_time_seconds(data.ftLastAccessTime), -1);
   EXPECT_EQ(platform::file_time_seconds(data.ftLastWriteTime), 86399);
+  // Years that 63 bits of ticks don't hold, on a file system that does.
+  std::string file = "/dev/shm/mtf_XXXXXX";
+  ::close(::mkstemp(&file[0]));
+  for (const long long year : {63382, -63382}) {
+    const timespec far[2] = {{}, {year * 31556952, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), far, 0), 0);
+    ASSERT_TRUE(GetFileAttributesExW(wide(file).c_str(), 0, &data));
+    EXPECT_GT(platform::file_time_seconds(data.ftLastWriteTime) / year, 31556952 / 3) << year;
+  }
+  ::unlink(file.c_str());
   // 1970 in the ticks of Windows, and a tick before 1601.
   EXPECT_EQ(platform::file_time_seconds({0xD53E8000, 0x019DB1DE}), 0);
   EXPECT_EQ(platform::file_time_seconds({0xFFFFFFFF, 0xFFFFFFFF}), -11644473601);

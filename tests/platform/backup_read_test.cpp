@@ -1,13 +1,17 @@
 #include "platform/backup_read.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
+#include <thread>
 
+#include "platform/file.h"
 #include "platform/native_path.h"
 #include "tests/support/media_bytes.h"
 #include "tests/support/temp_dir.h"
@@ -149,6 +153,28 @@ TEST_F(Backup_Read, AFileThatShrinksReadsShort) {
   ASSERT_EQ(head.size(), 28u);
   EXPECT_EQ(platform::load_stream_id(head.data()).Size, 8u + 2 * mib - 4096);
   EXPECT_EQ(take(1).size(), 0u);
+}
+
+TEST_F(Backup_Read, AFileUnderALeaseIsWaitedFor) {
+  std::string path = "/dev/shm/mtf_XXXXXX", system;  // not every file system has leases
+  ::close(::mkstemp(&path[0]));
+  ASSERT_TRUE(platform::system_path(path, system));
+  for (const bool records : {false, true}) {  // the last one stays open
+    const int fd = ::open(path.c_str(), O_RDWR);
+    ::fcntl(fd, F_SETSIG, SIGURG);
+    if (::fcntl(fd, F_SETLEASE, F_WRLCK) != 0) {
+      ::unlink(path.c_str());
+      GTEST_SKIP() << "no leases here";
+    }
+    std::thread holder([fd] {
+      while (::fcntl(fd, F_GETLEASE) == F_WRLCK) std::this_thread::yield();
+      ::close(fd);
+    });
+    platform::File file;
+    EXPECT_TRUE(records ? source_->open(system) : file.open_read(system)) << errno;
+    holder.join();
+  }
+  ::unlink(path.c_str());
 }
 
 TEST_F(Backup_Read, RefusesWhatItCannotRead) {

@@ -124,17 +124,24 @@ TEST_F(Backup_Job, NoSourceIsNoFailureAndAMissingOneHasNoCode) {
 }
 
 TEST_F(Backup_Job, SequenceNumbers) {
-  for (unsigned seq : {1U, 2U, 0x10003U}) {
+  for (unsigned seq : {1U, 2U, 0xFFFFU, 0x10000U, 0x10003U}) {
     Test_Job job;
     ASSERT_TRUE(job.init("", 1, seq));
+    if (seq > 0xFFFF) {
+      EXPECT_FALSE(job.backup.full());
+      EXPECT_EQ(job.log->count("128 No job can follow job "), 1);
+      job.backup.remove_storage_file();
+      EXPECT_TRUE(job.storage.log.empty());
+      continue;
+    }
     ASSERT_TRUE(job.backup.full());
     EXPECT_EQ(job.backup.seq(), seq);
-    const std::string name = "j." + std::to_string(seq & 0xFFFF) + ".0.mtf";
+    const std::string name = "j." + std::to_string(seq) + ".0.mtf";
     ASSERT_EQ(job.storage.pieces.count(name), 1U);
     const std::string& media = job.storage.pieces[name];
     EXPECT_EQ(number(media, 4, 4), seq == 1 ? 0x30000U : 0x30001U);
     EXPECT_EQ(number(media, 56, 4), 1U);
-    EXPECT_EQ(number(media, 60, 2), seq & 0xFFFF);
+    EXPECT_EQ(number(media, 60, 2), seq);
     EXPECT_EQ(number(media, 64, 2), 4096U);
     EXPECT_EQ(number(media, 66, 2), 1U);
     EXPECT_EQ(number(media, 84, 2), 512U);
@@ -172,6 +179,18 @@ TEST_F(Backup_Job, RefusesToStartWithoutWhatItNeeds) {
   EXPECT_FALSE(silent.full());
   EXPECT_TRUE(job.log->asserted("evt_handler.get() is NULL"));
   EXPECT_TRUE(job.storage.pieces.empty());
+}
+
+TEST_F(Backup_Job, OnlyPiecesOfItsOwnAreTakenBack) {
+  Test_Job job;
+  ASSERT_TRUE(job.init("", 1, 1));
+  job.backup.remove_storage_file();
+  EXPECT_FALSE(job.backup.incremental());
+  job.backup.remove_storage_file();
+  EXPECT_TRUE(job.storage.removed.empty());
+  EXPECT_TRUE(job.backup.full());
+  job.backup.remove_storage_file();
+  EXPECT_EQ(job.storage.removed, (Texts{"j.1.0.mtf", "j.1.0.cat"}));
 }
 
 // Linked, odd and special files find no block writer and stay out with a line.
@@ -228,6 +247,28 @@ TEST_F(Backup_Job, WhatCannotBeReadIsNamedAndCounted) {
   EXPECT_EQ(media_order(job.media()),
             "TAPE SSET META VOLB FILE STAN CSUM CTEX DIRB DIRB ESET TFDD TSMP ESET EOTM");
   for (const char* name : {"closed", "blind"}) ::chmod((own / name).c_str(), 0700);
+}
+
+TEST_F(Backup_Job, ADirectoryThatCannotBeListedIsSaved) {
+  const As_Nobody nobody;
+  const Temp_Dir own;
+  ::mkdir((own / "d").c_str(), 0700);
+  write_file(own / "d/f", "x");
+  write_file(own / "g", "x");
+  ::chmod((own / "d").c_str(), 0311);
+  platform::Volume_Roots::instance().set("X:", own.path());
+  for (const char* source : {"X:\\d\\f", "X:\\"}) {
+    Test_Job job;
+    job.backup.backup_read(true);
+    EXPECT_TRUE(job.run(source));
+    const bool listed = source[3] == '\0';
+    EXPECT_EQ(catalog_entries(job.catalog()),
+              listed ? (Texts{"VOLB X:", "FILE g", "DIRB d\\", "FEND"})
+                     : (Texts{"VOLB X:", "DIRB d\\", "FILE f", "FEND"}));
+    EXPECT_EQ(job.events.all(event_skipped).size(), listed ? 1U : 0U);
+    EXPECT_EQ(job.log->count("32 Extended attribute"), 0);
+  }
+  ::chmod((own / "d").c_str(), 0700);
 }
 
 // Files that change between the walk and the last byte, from inside the storage.
@@ -298,13 +339,30 @@ TEST_F(Changing, WhatVanishesIsNamedAndFailsAJobThatHasNothingElse) {
   EXPECT_EQ(media_order(job.media()), "TAPE SSET META VOLB ESET TFDD TSMP ESET EOTM");
 }
 
-TEST_F(Changing, ADirectoryThatVanishesIsNamed) {
-  ::mkdir((tree / "d").c_str(), 0700);
-  job.backup.add_source("X:\\d");
-  EXPECT_TRUE(run("VOLB", [this] { ::rmdir((tree / "d").c_str()); }));
-  EXPECT_EQ(job.backup.err_code(), 14U);
-  EXPECT_EQ(job.events.texts(event_skipped),
-            (Texts{R"({"errno":2,"message":"Open failed","name":"X:\\d","type":"dir"})"}));
+// Its files are named with it, the ones that didn't change as well, and with its reason.
+TEST_F(Changing, ADirectoryThatBecomesALinkIsNamedWithItsFiles) {
+  const std::string dir = tree / "d", aside = tree / "aside";
+  ::mkdir(dir.c_str(), 0700);
+  write_file(dir + "/old", "");
+  Test_Job base;
+  ASSERT_TRUE(base.run("X:\\d"));
+  write_file(dir + "/new", "");
+  job.backup.backup_read(true);
+  job.storage.on_write = [&](const char* data, unsigned long long size) {
+    while (job.events.progress().percent != 100) std::this_thread::yield();
+    if (size < 50 || std::string(data, 4) != "VOLB" || ::access(aside.c_str(), F_OK) == 0) return;
+    EXPECT_EQ(::rename(dir.c_str(), aside.c_str()), 0);
+    EXPECT_EQ(::symlink("aside", dir.c_str()), 0);
+  };
+  EXPECT_FALSE(job.run_second("X:\\d", base.storage.pieces));
+  Texts told;
+  for (const auto& event : job.events.all(event_skipped)) {
+    EXPECT_EQ(event.at("errno"), job.events.all(event_skipped)[0].at("errno"));
+    EXPECT_NE(event.at("errno"), ENOENT);
+    told.push_back(event.at("name"));
+  }
+  EXPECT_EQ(told, (Texts{"X:\\d", "X:\\d\\new", "X:\\d\\old"}));
+  EXPECT_EQ(job.events.all(event_summary)[0].at("skipped_files"), 2);
 }
 
 }  // namespace

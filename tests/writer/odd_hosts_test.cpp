@@ -4,7 +4,11 @@
 #include <cstring>
 #include <future>
 #include <mutex>
+#include <thread>
 
+#include "mtf/writer/media_writer.h"
+#include "mtf/writer/source_writer.h"
+#include "mtf/writer/tfdd_stream.h"
 #include "services/no_throw.h"
 #include "tests/support/media_layout.h"
 #include "tests/support/scripted_host.h"
@@ -126,6 +130,78 @@ TEST_F(Odd_Host, ABlockThatIsDamagedOnItsWayFailsTheJob) {
     std::call_once(once, [&] { done->get_future().wait(); });
   };
   EXPECT_FALSE(job.run("X:"));
+}
+
+// Its own lines go where they went, while a job runs and behind it; those of the job don't.
+TEST_F(Odd_Host, KeepsTheLinesOfItsOwnThreads) {
+  const test_support::Temp_Dir tree;
+  for (const int threads : {1, 3}) {
+    Test_Job job;
+    job.threads = threads;
+    ACE_LOG_MSG->set_flags(ACE_Log_Msg::STDERR);
+    ACE_LOG_MSG->clr_flags(ACE_Log_Msg::MSG_CALLBACK);
+    const unsigned long before = ACE_LOG_MSG->flags();
+    const auto line = [](const char* text) { ACE_ERROR((LM_ERROR, ACE_TEXT("%C\n"), text)); };
+    job.storage.on_write = [&](auto&&...) {
+      line("of the job");
+      std::thread(line, "meanwhile").join();
+      job.storage.on_write = nullptr;
+    };
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(job.run(tree.path()));
+    line("behind");
+    const std::string shown = testing::internal::GetCapturedStderr();
+    for (const char* text : {"meanwhile\n", "\nSummary: ", "\nbehind\n"}) {
+      EXPECT_NE(shown.find(text), std::string::npos) << shown;
+    }
+    EXPECT_EQ(shown.find("of the job\n"), std::string::npos) << shown;
+    EXPECT_EQ(job.log->count("128 of the job\n"), 1);
+    EXPECT_EQ(ACE_LOG_MSG->flags(), before);
+  }
+}
+
+TEST_F(Odd_Host, WhatIsMissingOrNotOpenIsRefused) {
+  const test_support::Temp_Dir dir;
+  Backup_Option opt;
+  opt.job_tmp_dir = dir.path();
+  opt.minor_resource_id = "job";
+  Media_Writer media(opt, 0);
+  Source_Writer list(1, '/');
+  ASSERT_TRUE(list.open(dir / "list"));
+  Catalog_Stream catalog(0, 512, 4096, 0);
+  EXPECT_FALSE(catalog.open(dir / "no/such"));
+  TFDD_Stream detail(&opt);
+  EXPECT_FALSE(detail.open(dir / "no/such"));
+  Cat_File_Blk none;
+  const std::pair<const char*, std::function<bool()>> cases[] = {
+      {"data_set is NULL", [&] { return media.add_data_set(nullptr); }},
+      {"mbc_writer_.get() is NULL", [&] { return media.write(); }},
+      {"block.data() is NULL", [&] { return list.write(none); }},
+      {"block_.data() is NULL", [&] { return catalog.end(); }},
+      {"block_.data() is NULL", [&] { return detail.end(); }},
+      {"blk.data() is NULL", [&] { return catalog.add_cat_file_blk(none); }}};
+  for (const auto& [check, call] : cases) {
+    const Test_Job job;
+    EXPECT_FALSE(call());
+    EXPECT_TRUE(job.log->asserted(check)) << check << job.log->text();
+  }
+  const struct {
+    unsigned flb, pb, fla_shift, pba_shift;
+  } sizes[] = {{512, 65536, 9, 16}, {65536, 65536, 16, 16}, {512, 4096, 9, 13},
+               {512, 4096, 8, 12},  {0, 4096, 9, 12},       {8192, 4096, 13, 12},
+               {500, 4096, 9, 12},  {512, 32768, 9, 15}};
+  for (const auto& size : sizes) {
+    Test_Job job;
+    opt.format_logical_block_size = size.flb;
+    opt.physical_block_size = size.pb;
+    opt.fla_shift = size.fla_shift;
+    opt.pba_shift = size.pba_shift;
+    Media_Writer writer(opt, 0);
+    const bool fits = size.pb == 32768;
+    EXPECT_EQ(writer.open(job.channels->create(), 1, make_writer_hardlink_map(), job.handler, {}),
+              fits);
+    EXPECT_EQ(job.log->count("128 Block sizes don't fit"), fits ? 0 : 1) << size.pb;
+  }
 }
 
 TEST_F(Odd_Host, AJobThatNeverRanCompletesWithNothing) {

@@ -45,6 +45,12 @@ TEST(PdatBlkWriter, DataBecomesFullChunksAndALastOne) {
   }
 }
 
+TEST(PdatBlkWriter, AHandleThatIsNoneFailsTheJob) {
+  test::Writer_Parts parts;
+  EXPECT_EQ(write_from(parts, -7), -1);
+  EXPECT_EQ(errno, EBADF);
+}
+
 // What was read before stays behind in the buffer. The other end goes away with something unread.
 TEST(PdatBlkWriter, AReadThatFailsInTheMiddleFailsTheJob) {
   int ends[2];
