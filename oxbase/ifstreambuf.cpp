@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ios>
 #include <new>
-#include <system_error>
 
 namespace oxbase {
 
@@ -26,20 +24,16 @@ int ACE_ifstreambuf::open(const char* native_path, int mode) {
   return file_.open_local_read(native_path) ? 0 : -1;
 }
 
-std::size_t ACE_ifstreambuf::read(char* data, std::size_t size) {
-  const long long n = file_.read(data, size);
-  if (n < 0) {
-    throw std::ios_base::failure("read failed", std::error_code(errno, std::generic_category()));
-  }
-  return static_cast<std::size_t>(n);
+std::streamsize ACE_ifstreambuf::fill() {
+  setg(nullptr, nullptr, nullptr);
+  const long long n = file_.read(buffer_.get(), buffer_size_);
+  if (n > 0) setg(buffer_.get(), buffer_.get(), buffer_.get() + n);
+  return n;
 }
 
 ACE_ifstreambuf::int_type ACE_ifstreambuf::underflow() {
-  if (gptr() < egptr()) return traits_type::to_int_type(*gptr());
-  setg(nullptr, nullptr, nullptr);
-  const std::size_t n = read(buffer_.get(), buffer_size_);
-  setg(buffer_.get(), buffer_.get(), buffer_.get() + n);
-  return n == 0 ? traits_type::eof() : traits_type::to_int_type(*gptr());
+  if (gptr() == egptr() && fill() <= 0) return traits_type::eof();
+  return traits_type::to_int_type(*gptr());
 }
 
 std::streamsize ACE_ifstreambuf::xsgetn(char* data, std::streamsize size) {
@@ -49,13 +43,14 @@ std::streamsize ACE_ifstreambuf::xsgetn(char* data, std::streamsize size) {
     if (n > 0) {
       std::memcpy(data + done, gptr(), static_cast<std::size_t>(n));
       setg(eback(), gptr() + n, egptr());
-    } else if (static_cast<std::size_t>(size - done) >= buffer_size_) {
-      n = static_cast<std::streamsize>(read(data + done, static_cast<std::size_t>(size - done)));
-      if (n == 0) break;
-    } else if (traits_type::eq_int_type(underflow(), traits_type::eof())) {
-      break;
+      done += n;
+      continue;
     }
-    done += n;
+    const bool past_buffer = static_cast<std::size_t>(size - done) >= buffer_size_;
+    n = past_buffer ? file_.read(data + done, static_cast<std::size_t>(size - done)) : fill();
+    if (n < 0) return -1;
+    if (n == 0) break;
+    if (past_buffer) done += n;
   }
   return done;
 }

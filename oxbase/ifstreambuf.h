@@ -8,8 +8,7 @@
 
 namespace oxbase {
 
-// A read error throws std::ios_base::failure, with errno, from the operation that reads: only so
-// can sgetn() tell it from the end of the file. Not copyable; one thread at a time.
+// Not copyable; one thread at a time; it throws nothing.
 class ACE_ifstreambuf : public std::streambuf {
  public:
   explicit ACE_ifstreambuf(unsigned long long buffer_size);
@@ -18,11 +17,15 @@ class ACE_ifstreambuf : public std::streambuf {
   int open(const char* native_path, int mode);
 
  protected:
+  // The end of the file, or a read that failed, with errno.
   int_type underflow() override;
+  // sgetn() gives fewer than `size` bytes at the end of the file alone; -1, with errno, where a
+  // read failed.
   std::streamsize xsgetn(char* data, std::streamsize size) override;
 
  private:
-  std::size_t read(char* data, std::size_t size);
+  // Fills the empty buffer with one read: its bytes, 0 at the end, -1 on failure.
+  std::streamsize fill();
 
   platform::File file_;
   std::unique_ptr<char[]> buffer_;

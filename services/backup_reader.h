@@ -10,7 +10,7 @@
 namespace MTF_FS {
 
 // Reads the records of one path: for each its head of 20 bytes, its name, its data. One thread at a
-// time; it throws nothing.
+// time; it throws nothing but bad_alloc.
 class Backup_Reader {
  public:
   // Reads what `source` gives or, without one, what lies on the machine's file systems. An

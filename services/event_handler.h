@@ -13,7 +13,9 @@ class Document;
 
 namespace MTF {
 
-// Codes of handle_event(), each with the keys of its document.
+// Codes of handle_event(), each with the keys of its document. A "name" holds the bytes of the path
+// as the system has it, which need not be UTF-8: dump() of the document throws then, unless it is
+// given json_spirit::Value::error_handler_t::replace or ignore.
 enum Event_Code : int {
   // A task of the job was made, or its making failed: "result", "name", "channel", "message".
   event_task_made = 0x1000004,

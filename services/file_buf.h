@@ -14,7 +14,7 @@ namespace MTF_FS {
 constexpr int write_flags = 0x2000381;
 constexpr int share_all = 7;
 
-// Reads a file of the sources. One thread at a time; it throws nothing.
+// Reads a file of the sources. One thread at a time; it throws nothing but bad_alloc from open().
 class ifilebuf : public std::streambuf {
  public:
   explicit ifilebuf(unsigned long long buffer_size);

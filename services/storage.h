@@ -27,9 +27,15 @@ class IWriter {
   // that was delayed. Doesn't have to force anything to the disk.
   virtual bool flush() = 0;
 
+  // Keeps its place; the system calls it nowhere.
+  virtual bool unused_before_filemark() { return true; }
+
   // Puts a filemark on the media; `pba` is the physical block address reached, counted from the
   // start of the piece. Returns the bytes that the filemark took, 0 included, or `failed`.
   virtual unsigned long long write_filemark(unsigned long long pba) = 0;
+
+  // Keeps its place; the system calls it nowhere.
+  virtual bool unused_before_size() { return true; }
 
   // Bytes in the piece so far.
   virtual unsigned long long size() = 0;
@@ -57,11 +63,17 @@ class Channel {
 
   virtual ~Channel() = default;
 
+  // Keeps its place; the system calls it nowhere.
+  virtual bool unused_before_disconnect() { return true; }
+
   // Ends the connection; called once after close() when a job is cleaned up.
   virtual void disconnect() = 0;
 
   // Opens the piece `name` for `mode`; `flag` is 0. A piece opened for writing starts empty.
   virtual bool open(const char* name, int mode, int flag) = 0;
+
+  // Keeps its place; the system calls it nowhere.
+  virtual bool unused_before_close() { return true; }
 
   // Closes the open piece; only then is a written piece complete. True where none is open.
   virtual bool close() = 0;

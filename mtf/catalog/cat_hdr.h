@@ -38,14 +38,11 @@ class Cat_Hdr {
   // The checksum of the header as it stands.
   unsigned short calc_checksum() const;
 
-  // The room of the block that the header opens.
-  unsigned int room() const { return size_; }
-
  private:
   char* bytes() const { return bytes_; }
 
   char* bytes_;
-  unsigned int size_;
+  [[maybe_unused]] unsigned int size_;
 };
 
 // What stands between the header and the name of a DIRB block and of every file-like block.

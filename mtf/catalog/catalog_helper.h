@@ -8,6 +8,7 @@
 #include "mtf/catalog/cat_blk.h"
 #include "mtf/common/dir_blk.h"
 #include "mtf/common/file_blk.h"
+#include "mtf/common/pdat_blk.h"
 #include "mtf/common/vol_blk.h"
 
 namespace MTF {

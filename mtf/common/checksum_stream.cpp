@@ -8,7 +8,7 @@ constexpr unsigned int data_size = 4;
 }  // namespace
 
 // Where memory is short the stream keeps length 0 and its data is left out.
-Checksum_Stream::Checksum_Stream(Ref_Ptr<Buffer> buffer) : Stream(buffer) {
+Checksum_Stream::Checksum_Stream(const Ref_Ptr<Buffer>& buffer) : Stream(buffer) {
   hdr().id(stream_csum);
   if (this->buffer()->expand(data_size)) hdr().length(data_size);
 }

@@ -8,7 +8,7 @@ namespace MTF {
 class Checksum_Stream : public Stream {
  public:
   // Makes `buffer` hold the 4 bytes of the stream's data.
-  explicit Checksum_Stream(Ref_Ptr<Buffer> buffer);
+  explicit Checksum_Stream(const Ref_Ptr<Buffer>& buffer);
 
   void checksum(unsigned int value);
 };

@@ -7,6 +7,7 @@
 
 #include "mtf/common/dir_blk.h"
 #include "mtf/common/file_blk.h"
+#include "mtf/common/pdat_blk.h"
 #include "mtf/common/vol_blk.h"
 
 namespace MTF {

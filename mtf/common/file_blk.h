@@ -32,12 +32,6 @@ class File_Blk : public File_Shaped_Blk {
   File_Blk(Buffer& buffer, bool init) : File_Shaped_Blk(buffer, init, block_file) {}
 };
 
-// Pre-action data.
-class PDat_Blk : public File_Shaped_Blk {
- public:
-  PDat_Blk(Buffer& buffer, bool init) : File_Shaped_Blk(buffer, init, block_pdat) {}
-};
-
 // A further name of a hard-linked file.
 class HLnk_Blk : public File_Shaped_Blk {
  public:

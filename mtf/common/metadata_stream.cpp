@@ -2,7 +2,7 @@
 
 namespace MTF {
 
-Metadata_Stream::Metadata_Stream(Ref_Ptr<Buffer> buffer) : Stream(buffer) {
+Metadata_Stream::Metadata_Stream(const Ref_Ptr<Buffer>& buffer) : Stream(buffer) {
   hdr().id(stream_meta);
 }
 

@@ -7,7 +7,7 @@ namespace MTF {
 
 class Metadata_Stream : public Stream {
  public:
-  explicit Metadata_Stream(Ref_Ptr<Buffer> buffer);
+  explicit Metadata_Stream(const Ref_Ptr<Buffer>& buffer);
 
   // Copies `size` bytes into the buffer as the stream's data. False when memory is short.
   bool set_data(const char* data, unsigned int size);

@@ -6,7 +6,7 @@
 
 namespace MTF {
 
-Name_Stream::Name_Stream(Ref_Ptr<Buffer> buffer, Stream_Id id, const char* kind,
+Name_Stream::Name_Stream(const Ref_Ptr<Buffer>& buffer, Stream_Id id, const char* kind,
                          const char* class_name)
     : Stream(buffer), kind_(kind), class_name_(class_name) {
   hdr().id(id);

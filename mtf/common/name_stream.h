@@ -1,4 +1,4 @@
-// The name of a file (FNAM) or directory (PNAM) that did not go into its block.
+// What the streams of names (fnam_stream.h, pnam_stream.h) share.
 #pragma once
 
 #include <string>
@@ -15,23 +15,12 @@ class Name_Stream : public Stream {
 
  protected:
   // `kind` and `class_name` are for the lines and outlive the stream.
-  Name_Stream(Ref_Ptr<Buffer> buffer, Stream_Id id, const char* kind, const char* class_name);
+  Name_Stream(const Ref_Ptr<Buffer>& buffer, Stream_Id id, const char* kind,
+              const char* class_name);
 
  private:
   const char* kind_;
   const char* class_name_;
-};
-
-class File_Name_Stream : public Name_Stream {
- public:
-  explicit File_Name_Stream(Ref_Ptr<Buffer> buffer)
-      : Name_Stream(buffer, stream_fnam, "file", "File_Name_Stream") {}
-};
-
-class Path_Name_Stream : public Name_Stream {
- public:
-  explicit Path_Name_Stream(Ref_Ptr<Buffer> buffer)
-      : Name_Stream(buffer, stream_pnam, "path", "Path_Name_Stream") {}
 };
 
 }  // namespace MTF

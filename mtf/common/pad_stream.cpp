@@ -6,7 +6,7 @@
 
 namespace MTF {
 
-Pad_Stream::Pad_Stream(Ref_Ptr<Buffer> buffer) : Stream(buffer) {
+Pad_Stream::Pad_Stream(const Ref_Ptr<Buffer>& buffer) : Stream(buffer) {
   hdr().id(stream_spad);
 }
 

@@ -7,7 +7,7 @@ namespace MTF {
 
 class Pad_Stream : public Stream {
  public:
-  explicit Pad_Stream(Ref_Ptr<Buffer> buffer);
+  explicit Pad_Stream(const Ref_Ptr<Buffer>& buffer);
 
   // Makes the stream's data `n` zero bytes, so that it takes n + 22 bytes on the media. False, with
   // a line at LM_ERROR, when memory is short.

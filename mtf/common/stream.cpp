@@ -19,7 +19,7 @@ Stream::Stream() {
   Stream::reset();
 }
 
-Stream::Stream(Ref_Ptr<Buffer> buffer) : buffer_(buffer) {
+Stream::Stream(const Ref_Ptr<Buffer>& buffer) : buffer_(buffer) {
   Stream::reset();
 }
 

@@ -32,7 +32,7 @@ class Stream_Hdr : private Record_View {
 class Stream {
  public:
   Stream();
-  explicit Stream(Ref_Ptr<Buffer> buffer);
+  explicit Stream(const Ref_Ptr<Buffer>& buffer);
   virtual ~Stream() = default;
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
@@ -41,8 +41,10 @@ class Stream {
   // bytes written, the header's included, or IWriter::failed.
   virtual unsigned long long write(IWriter& writer);
 
-  Stream_Hdr hdr() const { return Stream_Hdr(header_, sizeof header_); }
-  void set_buffer(Ref_Ptr<Buffer> buffer) { buffer_ = buffer; }
+  Stream_Hdr hdr() { return Stream_Hdr(header_, sizeof header_); }
+  // To read alone.
+  const Stream_Hdr hdr() const { return Stream_Hdr(const_cast<char*>(header_), sizeof header_); }
+  void set_buffer(const Ref_Ptr<Buffer>& buffer) { buffer_ = buffer; }
 
   // Clears the header for a new stream of the same object.
   void reset();
@@ -55,7 +57,7 @@ class Stream {
   bool write_header(IWriter& writer);
 
  private:
-  mutable char header_[Stream_Hdr::fixed_size];
+  char header_[Stream_Hdr::fixed_size];
   Ref_Ptr<Buffer> buffer_;
 };
 

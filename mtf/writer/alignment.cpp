@@ -28,6 +28,14 @@ bool write_to_stream_align(Backup_Context& ctx, IWriter& writer) {
   return true;
 }
 
+bool write_small_stream(Backup_Context& ctx, Stream& stream, IWriter& writer) {
+  if (!write_to_stream_align(ctx, writer)) return false;
+  const unsigned long long written = stream.write(writer);
+  if (written == IWriter::failed) return false;
+  ctx.add_length(written);
+  return true;
+}
+
 bool write_spad_stream(const Backup_Option& opt, Backup_Context& ctx, const Ref_Ptr<Buffer>& buf,
                        IWriter& writer, bool flb) {
   MTF_ASSERT_NOT_NULL(buf.get(), false);

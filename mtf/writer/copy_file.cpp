@@ -11,15 +11,6 @@ constexpr unsigned long long file_buffer_size = 8192;
 constexpr unsigned int copy_size = 65536;
 constexpr int mode_read = 0;
 
-// The bytes read, or -1; a stream buffer tells of a failure by an exception.
-long long read(std::streambuf& file, Buffer& buffer) {
-  try {
-    return file.sgetn(buffer.data(), buffer.capacity());
-  } catch (const std::exception&) {
-    return -1;
-  }
-}
-
 long long failed(const std::string& path) {
   local_failure("read", path);
   return -1;
@@ -34,7 +25,7 @@ long long copy_file(const std::string& path, IWriter& writer) {
   if (!buffer.expand(copy_size)) return -1;
   long long total = 0;
   for (;;) {
-    const long long count = read(file, buffer);
+    const long long count = file.sgetn(buffer.data(), buffer.capacity());
     if (count < 0) return failed(path);
     if (count == 0) return total;
     total += count;

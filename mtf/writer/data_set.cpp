@@ -100,7 +100,7 @@ bool Data_Set::write_src(IWriter& writer) {
   Cat_Blk block;
   while (lister_.next(block)) {
     const unsigned int type = block.hdr().type();
-    const Ref_Ptr<DBLK_Writer> dblk_writer = get_dblk_writer(block);
+    const Ref_Ptr<DBLK_Writer>& dblk_writer = get_dblk_writer(block);
     if (dblk_writer.get() == nullptr) {
       ACE_ERROR((LM_WARNING, ACE_TEXT("Failed to get dblk writer type=%x\n"), type));
       tell_left_out(*ctx_, block);
@@ -117,7 +117,7 @@ bool Data_Set::write_src(IWriter& writer) {
   return true;
 }
 
-Ref_Ptr<DBLK_Writer> Data_Set::get_dblk_writer(Cat_Blk& block) {
+const Ref_Ptr<DBLK_Writer>& Data_Set::get_dblk_writer(Cat_Blk& block) {
   const auto found = writers_.find(block.hdr().type());
   if (found == writers_.end()) return null_ref<DBLK_Writer>;
   if (!found->second->reset(block.data(), block.hdr().length())) return null_ref<DBLK_Writer>;

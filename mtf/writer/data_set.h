@@ -37,7 +37,7 @@ class Data_Set {
   bool write_eset(IWriter& writer);
 
   // The writer for `block`, bound to it; null where there is none or it refuses the block.
-  Ref_Ptr<DBLK_Writer> get_dblk_writer(Cat_Blk& block);
+  const Ref_Ptr<DBLK_Writer>& get_dblk_writer(Cat_Blk& block);
 
  private:
   bool fill_eset_blk(ESet_Blk& blk);

@@ -12,6 +12,13 @@ namespace MTF {
 
 class Catalog_Writer;
 class IMBC_Writer;
+class Stream;
+
+// What the writing of content gives besides 0 (all written) and -1 (the media side failed).
+enum Content_Result : int {
+  content_corrupt = 2,  // a read failed and the streams were closed out
+  content_unknown = 4,  // a stream or record of unknown kind stopped the work
+};
 
 // Turns catalog blocks of one type into descriptor blocks and streams on the media. Belongs to one
 // task and runs on its thread.
@@ -46,6 +53,10 @@ class DBLK_Writer {
 
 // Brings the position to a multiple of 4, where every stream starts.
 bool write_to_stream_align(Backup_Context& ctx, IWriter& writer);
+
+// Writes a stream that has its data, on the next boundary of streams. The code of a failed write is
+// the caller's to set.
+bool write_small_stream(Backup_Context& ctx, Stream& stream, IWriter& writer);
 
 // Writes a SPAD stream that ends on a multiple of the format logical block (`flb` true) or of the
 // physical block. On a multiple already it takes a whole block, and where less than its 22 bytes

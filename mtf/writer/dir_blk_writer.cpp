@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "mtf/common/name_stream.h"
+#include "mtf/common/pnam_stream.h"
 #include "mtf/writer/catalog_writer.h"
 #include "mtf/writer/imbc_writer.h"
 #include "services/file_path.h"
@@ -87,13 +87,9 @@ bool Dir_Blk_Writer::write_dir_blk(Dir_Blk& blk, IWriter& writer) {
 
 bool Dir_Blk_Writer::write_name_stream(const Dir_Blk& blk, IWriter& writer) {
   if ((blk.hdr().attributes() & attr_name_in_stream) == 0) return true;
-  if (!write_to_stream_align(*ctx_, writer)) return false;
   Path_Name_Stream stream(buf_);
   if (!stream.name(dir_name_)) return false;
-  const unsigned long long written = stream.write(writer);
-  if (written == IWriter::failed) return ctx_->write_failed(writer);
-  ctx_->add_length(written);
-  return true;
+  return write_small_stream(*ctx_, stream, writer) || ctx_->write_failed(writer);
 }
 
 }  // namespace MTF

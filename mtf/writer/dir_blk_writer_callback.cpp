@@ -2,6 +2,8 @@
 
 #include <ace/Log_Msg.h>
 
+#include <cerrno>
+
 #include "mtf/writer/callback_block.h"
 #include "mtf/writer/stat_stream.h"
 #include "oxbase/path.h"
@@ -28,6 +30,7 @@ bool Dir_Blk_Writer_Callback::set_dir_blk(Dir_Blk& blk) {
   path /= ctx_->cur_vol;
   path /= ctx_->cur_dir;
   stat_ = Callback_Stat();
+  errno = 0;  // the host may leave it alone
   if (!callback_->lstat(path.str().c_str(), stat_)) {
     ACE_ERROR_RETURN((LM_WARNING, ACE_TEXT("Failed to lstat dir, path='%s'\n"), path.str().c_str()),
                      false);

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "mtf/common/name_stream.h"
+#include "mtf/common/fnam_stream.h"
 #include "mtf/writer/catalog_writer.h"
 #include "mtf/writer/imbc_writer.h"
 #include "services/json_spirit.h"
@@ -122,12 +122,8 @@ bool File_Blk_Writer::write_file_blk(File_Blk& blk, IWriter& writer) {
 
 bool File_Blk_Writer::write_name_stream(const File_Blk& blk, IWriter& writer) {
   if ((blk.hdr().attributes() & attr_name_in_stream) == 0) return true;
-  if (!write_to_stream_align(*ctx_, writer)) return false;
   File_Name_Stream stream(buf_);
-  if (!stream.name(file_name_)) return false;
-  const unsigned long long written = stream.write(writer);
-  if (written == IWriter::failed) return false;
-  ctx_->add_length(written);
+  if (!stream.name(file_name_) || !write_small_stream(*ctx_, stream, writer)) return false;
   ++stream_count_;
   return true;
 }

@@ -12,12 +12,6 @@ namespace MTF {
 // Fixes what happens around a file; a derived class examines, opens and reads it.
 class File_Blk_Writer : public virtual DBLK_Writer {
  public:
-  // What write_content() gives besides 0 (all written) and -1 (the media side failed).
-  enum Content_Result : int {
-    content_corrupt = 2,  // a read failed and the streams were closed out
-    content_unknown = 4,  // a stream of unknown kind was met
-  };
-
   // `evt_handler` may be null; nothing is counted or reported then.
   explicit File_Blk_Writer(Ref_Ptr<Event_Handler> evt_handler);
 
@@ -28,7 +22,7 @@ class File_Blk_Writer : public virtual DBLK_Writer {
   // Fills the block; false where the file can't be examined. A derived class calls the base first.
   virtual bool set_file_blk(File_Blk& blk);
   virtual bool write_file_blk(File_Blk& blk, IWriter& writer);
-  // Writes everything that follows the block and its name stream.
+  // Writes everything that follows the block and its name stream: 0, -1 or a Content_Result.
   virtual int write_content(File_Blk& blk, IWriter& writer) = 0;
   // 0 open; 1 can't be opened, so the file is skipped; any other value ends write() with it.
   virtual int open_file() = 0;

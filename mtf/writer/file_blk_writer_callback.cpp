@@ -3,6 +3,7 @@
 #include <ace/Log_Msg.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "mtf/writer/callback_block.h"
 #include "mtf/writer/stat_stream.h"
@@ -29,6 +30,7 @@ bool File_Blk_Writer_Callback::init(const Backup_Option* opt, Backup_Context* ct
 bool File_Blk_Writer_Callback::set_file_blk(File_Blk& blk) {
   if (!File_Blk_Writer::set_file_blk(blk)) return false;
   stat_ = Callback_Stat();
+  errno = 0;  // the host may leave it alone
   if (!callback_->lstat(path_.str().c_str(), stat_)) {
     ACE_ERROR_RETURN(
         (LM_WARNING, ACE_TEXT("Failed to lstat file, path='%s'\n"), path_.str().c_str()), false);
@@ -43,6 +45,7 @@ int File_Blk_Writer_Callback::open_file() {
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Failed to close file reader on File_Blk_Writer_Callback\n")), -1);
   }
+  errno = 0;  // the host may leave it alone
   return reader_->open(path_.str().c_str());
 }
 

@@ -111,12 +111,9 @@ bool File_Blk_Writer_Unix::write_checksum_stream(unsigned int checksum, IWriter&
 }
 
 bool File_Blk_Writer_Unix::write_stat_stream(IWriter& writer) {
-  if (!write_to_stream_align(*ctx_, writer)) return false;
   Unix_Stat_Extent_Stream stream(buf_, &ctx_->id_mapper);
   if (!stream.set_stat(file_.stat())) return false;
-  const unsigned long long written = stream.write(writer);
-  if (written == IWriter::failed) return ctx_->write_failed(writer);
-  ctx_->add_length(written);
+  if (!write_small_stream(*ctx_, stream, writer)) return ctx_->write_failed(writer);
   ++stream_count_;
   return true;
 }

@@ -28,7 +28,7 @@ int File_Blk_Writer_Win::open_file() {
 
 int File_Blk_Writer_Win::write_content(File_Blk&, IWriter& writer) {
   const int result = content_writer_.write(reader_, writer);
-  if (result == NT_Content_Writer::read_failed) {
+  if (result == content_corrupt) {
     corrupt_offset_ = content_writer_.corrupt_offset();
     corrupt_attributes_ = content_writer_.corrupt_attributes();
     stream_count_ = static_cast<unsigned short>(stream_count_ + content_writer_.stream_count());

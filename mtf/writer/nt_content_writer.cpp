@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "mtf/writer/dblk_writer.h"
 #include "oxbase/system.h"
 #include "services/assertion.h"
 #include "services/text.h"
@@ -72,7 +71,7 @@ int NT_Content_Writer::read_stream_id(MTF_FS::Backup_Reader& reader, WIN32_STREA
   unsigned int count = sizeof bytes;
   if (!reader.read(bytes, count)) {
     corrupt_attributes_ = read_error_attributes(reader.last_error());
-    return read_failed;
+    return content_corrupt;
   }
   if (count == 0) return ended;
   if (count != sizeof bytes) {
@@ -80,7 +79,7 @@ int NT_Content_Writer::read_stream_id(MTF_FS::Backup_Reader& reader, WIN32_STREA
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Failed to read WIN32_STREAM_ID read bytes: %d, actual: %d, path=%s\n"),
          static_cast<int>(sizeof bytes), count, oxbase::UTF16_String(reader.path()).c_utf8()),
-        read_failed);
+        content_corrupt);
   }
   id = platform::load_stream_id(reinterpret_cast<const char*>(bytes));
   return done;
@@ -92,10 +91,10 @@ int NT_Content_Writer::write_record(MTF_FS::Backup_Reader& reader, const WIN32_S
   if (!pre_reader_.pre_read(reader, id)) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to read record %d of '%s'\n"), stream_count_ + 1,
                       oxbase::UTF16_String(reader.path()).c_utf8()),
-                     read_failed);
+                     content_corrupt);
   }
   const int result = write_nt_stream(pre_reader_, id, writer);
-  if (result != read_failed) return result;
+  if (result != content_corrupt) return result;
   ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to write_nt_stream with pre_read, path=%s\n"),
                     oxbase::UTF16_String(reader.path()).c_utf8()),
                    failed);
@@ -112,7 +111,7 @@ int NT_Content_Writer::write_nt_stream(Source& source, const WIN32_STREAM_ID& id
   }
   NT_Stream_Base* const stream =
       factory_.get_stream(id, offset, opt_->compression_method, opt_->compression_level);
-  if (stream == nullptr) return unknown_record;
+  if (stream == nullptr) return content_unknown;
   if (!write_to_stream_align(*ctx_, writer) || !stream->write_hdr(writer)) return failed;
   if (id.dwStreamId == BACKUP_ALTERNATE_DATA) {
     const int result = write_name(source, id, *stream, writer);
@@ -128,13 +127,13 @@ int NT_Content_Writer::read_sparse_offset(Source& source, const WIN32_STREAM_ID&
                                           unsigned long long& offset) {
   if (id.Size < sizeof offset) {
     corrupt_attributes_ = corrupt_length_change;
-    return read_failed;
+    return content_corrupt;
   }
   unsigned char bytes[sizeof offset];
   unsigned int count = sizeof bytes;
   if (!source.read(bytes, count)) {
     corrupt_attributes_ = read_error_attributes(source.last_error());
-    return read_failed;
+    return content_corrupt;
   }
   if (count != sizeof bytes) {
     corrupt_attributes_ = corrupt_length_change;
@@ -142,7 +141,7 @@ int NT_Content_Writer::read_sparse_offset(Source& source, const WIN32_STREAM_ID&
         (LM_ERROR,
          ACE_TEXT("Failed to read BACKUP_SPARSE_BLOCK offset, read bytes: %d, actual: %d\n"),
          static_cast<int>(sizeof bytes), count),
-        read_failed);
+        content_corrupt);
   }
   offset = load_le<unsigned long long>(bytes);
   return done;
@@ -193,7 +192,7 @@ int NT_Content_Writer::end_stream(NT_Stream_Base& stream, IWriter& writer) {
 int NT_Content_Writer::close_out(NT_Stream_Base& stream, IWriter& writer) {
   corrupt_offset_ = stream.current_size();
   if (corrupt_attributes_ == 0) corrupt_attributes_ = corrupt_length_change;
-  return fill_stream(*ctx_, stream, *data_buf_, writer) ? read_failed : failed;
+  return fill_stream(*ctx_, stream, *data_buf_, writer) ? content_corrupt : failed;
 }
 
 }  // namespace MTF

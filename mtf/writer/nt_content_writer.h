@@ -1,8 +1,7 @@
 // Writes the backup records of a file or directory, each as the stream of its kind.
 #pragma once
 
-#include "mtf/writer/backup_context.h"
-#include "mtf/writer/backup_option.h"
+#include "mtf/writer/dblk_writer.h"
 #include "mtf/writer/nt_stream_factory.h"
 #include "services/backup_reader.h"
 
@@ -11,10 +10,6 @@ namespace MTF {
 // Owned by one block writer, on its task's thread.
 class NT_Content_Writer {
  public:
-  // What write() gives besides 0 (all records written) and -1 (the media side failed).
-  static constexpr int read_failed = 2;     // corrupt_offset() and corrupt_attributes() tell more
-  static constexpr int unknown_record = 4;  // a record of unknown kind stopped the work
-
   // `evt_handler` may be null.
   explicit NT_Content_Writer(Ref_Ptr<Event_Handler> evt_handler);
   virtual ~NT_Content_Writer() = default;
@@ -25,7 +20,7 @@ class NT_Content_Writer {
   bool init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> hdr_buf,
             Buffer* data_buf, bool pre_read);
 
-  // Writes all records that `reader` still has.
+  // Writes all records that `reader` still has: 0, -1 or a Content_Result.
   int write(MTF_FS::Backup_Reader& reader, IWriter& writer);
 
   // Of the last write(): the bytes that the stream that failed had by then, the bits of the CFIL

@@ -156,13 +156,9 @@ bool fill_stream(Backup_Context& ctx, NT_Stream_Base& stream, Buffer& buffer, IW
 
 bool write_csum_stream(Backup_Context& ctx, const Ref_Ptr<Buffer>& buf, unsigned int checksum,
                        IWriter& writer) {
-  if (!write_to_stream_align(ctx, writer)) return false;
   Checksum_Stream stream(buf);
   stream.checksum(checksum);
-  const unsigned long long written = stream.write(writer);
-  if (written == IWriter::failed) return false;
-  ctx.add_length(written);
-  return true;
+  return write_small_stream(ctx, stream, writer);
 }
 
 }  // namespace MTF

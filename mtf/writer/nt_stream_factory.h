@@ -32,7 +32,7 @@ class NT_Stream_Factory {
   explicit NT_Stream_Factory(Ref_Ptr<Event_Handler> evt_handler);
 
   // Gives all streams the buffer that they share, and those that count progress their channel.
-  void init(Ref_Ptr<Buffer> buffer, unsigned long long channel);
+  void init(const Ref_Ptr<Buffer>& buffer, unsigned long long channel);
 
   // The stream for the record `id`, ready for its header; owned here. `offset` is that of a sparse
   // block, whose Size must be at least the 8 bytes that it takes. Null, with a line at LM_ERROR,

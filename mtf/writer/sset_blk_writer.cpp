@@ -57,17 +57,12 @@ bool SSet_Blk_Writer::write_sset_blk(SSet_Blk& blk, IWriter& writer) {
 }
 
 bool SSet_Blk_Writer::write_meta_stream(IWriter& writer) {
-  if (!write_to_stream_align(*ctx_, writer)) return false;
   std::stringstream text(std::ios::in | std::ios::out);
   if (!metadata_.to_s(text)) return false;
   const std::string data = text.str();
   Metadata_Stream stream(buf_);
   if (!stream.set_data(data.data(), static_cast<unsigned int>(data.size()))) return false;
-  const unsigned long long written = stream.write(writer);
-  if (written == IWriter::failed) return false;
-  if (!catalog_->add_meta_stream(stream)) return false;
-  ctx_->add_length(written);
-  return true;
+  return write_small_stream(*ctx_, stream, writer) && catalog_->add_meta_stream(stream);
 }
 
 }  // namespace MTF

@@ -24,7 +24,7 @@ unsigned long long add_names(Stat_Extent_Setter& record, const std::string& owne
 
 }  // namespace
 
-Unix_Stat_Stream::Unix_Stat_Stream(Ref_Ptr<Buffer> buffer) : Stream(buffer) {
+Unix_Stat_Stream::Unix_Stat_Stream(const Ref_Ptr<Buffer>& buffer) : Stream(buffer) {
   hdr().id(stream_stat);
 }
 
@@ -41,7 +41,8 @@ bool Unix_Stat_Stream::set_stat(const _stat64& stat) {
   return true;
 }
 
-Unix_Stat_Extent_Stream::Unix_Stat_Extent_Stream(Ref_Ptr<Buffer> buffer, ID_Mapper* id_mapper)
+Unix_Stat_Extent_Stream::Unix_Stat_Extent_Stream(const Ref_Ptr<Buffer>& buffer,
+                                                 ID_Mapper* id_mapper)
     : Stream(buffer), id_mapper_(id_mapper) {
   hdr().id(stream_ctex);
 }
@@ -67,7 +68,7 @@ bool Unix_Stat_Extent_Stream::set_stat(const _stat64& stat) {
   return true;
 }
 
-Callback_Stat_Stream::Callback_Stat_Stream(Ref_Ptr<Buffer> buffer) : Stream(buffer) {
+Callback_Stat_Stream::Callback_Stat_Stream(const Ref_Ptr<Buffer>& buffer) : Stream(buffer) {
   hdr().id(stream_ctex);
 }
 
@@ -93,13 +94,8 @@ bool Callback_Stat_Stream::set_stat(const Callback_Stat& stat) {
 
 bool write_callback_stat(Backup_Context& ctx, const Ref_Ptr<Buffer>& buf, const Callback_Stat& stat,
                          IWriter& writer) {
-  if (!write_to_stream_align(ctx, writer)) return false;
   Callback_Stat_Stream stream(buf);
-  if (!stream.set_stat(stat)) return false;
-  const unsigned long long written = stream.write(writer);
-  if (written == IWriter::failed) return false;
-  ctx.add_length(written);
-  return true;
+  return stream.set_stat(stat) && write_small_stream(ctx, stream, writer);
 }
 
 }  // namespace MTF

@@ -12,7 +12,7 @@ namespace MTF {
 // The short form (STAT).
 class Unix_Stat_Stream : public Stream {
  public:
-  explicit Unix_Stat_Stream(Ref_Ptr<Buffer> buffer);
+  explicit Unix_Stat_Stream(const Ref_Ptr<Buffer>& buffer);
 
   // Makes the record the stream's data. False, with a line at LM_ERROR, when memory is short.
   bool set_stat(const _stat64& stat);
@@ -22,7 +22,7 @@ class Unix_Stat_Stream : public Stream {
 class Unix_Stat_Extent_Stream : public Stream {
  public:
   // `id_mapper` is not owned.
-  Unix_Stat_Extent_Stream(Ref_Ptr<Buffer> buffer, ID_Mapper* id_mapper);
+  Unix_Stat_Extent_Stream(const Ref_Ptr<Buffer>& buffer, ID_Mapper* id_mapper);
 
   // As above. An id without a name leaves the name out.
   bool set_stat(const _stat64& stat);
@@ -34,7 +34,7 @@ class Unix_Stat_Extent_Stream : public Stream {
 // The long form with what the host says.
 class Callback_Stat_Stream : public Stream {
  public:
-  explicit Callback_Stat_Stream(Ref_Ptr<Buffer> buffer);
+  explicit Callback_Stat_Stream(const Ref_Ptr<Buffer>& buffer);
 
   // As above. An empty name, or one too long for the record, is left out.
   bool set_stat(const Callback_Stat& stat);

@@ -15,7 +15,8 @@
 namespace MTF {
 
 // Used by one thread. Calling order: open, add_tape_blk, add_sset_blk, the entries, end, write.
-// False from an operation means that the stream can't be completed. No operation logs.
+// False from an operation means that the stream can't be completed; a local file that fails gets a
+// line.
 class TFDD_Stream {
  public:
   // `opt` is not owned and must outlive the stream.

@@ -16,7 +16,7 @@ namespace MTF {
 
 // Used by one thread. Calling order: open, add_tape_blk, add_sset_blk, the blocks of the set,
 // add_eset_blk, set_fdd_pba, write. False from an operation means that the stream can't be
-// completed. No operation logs.
+// completed; a mapping that fails gets a line.
 class TSMP_Stream {
  public:
   // `opt` is not owned and must outlive the stream.
