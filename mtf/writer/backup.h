@@ -153,7 +153,6 @@ class Backup {
   std::vector<Ref_Ptr<Task_Base>> incremental_source_producers_;
   std::vector<Ref_Ptr<Task_Base>> backup_tasks_;
   std::list<std::string> sources_;
-  bool sources_whole_ = true;  // false once there was no memory for a source
   const IFilter* filter_ = nullptr;
   unsigned int base_seq_ = 0;
   unsigned int seq_ = 0;
@@ -168,7 +167,8 @@ class Backup {
   unsigned int reparse_point_types_ = 0;
   unsigned int err_code_ = 0;
   std::string err_msg_;
-  bool numbered_ = false;  // seq_ is the number of this object's own job
+  bool sources_whole_ = true;  // false once there was no memory for a source
+  bool numbered_ = false;      // seq_ is the number of this object's own job
 };
 
 }  // namespace MTF

@@ -54,10 +54,10 @@ struct Backup_Context : Context {
   unsigned long long channel = 0;
   Ref_Ptr<Writer_Hardlink_Map> hardlink_map;
   unsigned long long corrupt_file_count = 0;
+  std::string shadow_vol;                                          // of cur_vol, or empty
+  const std::map<std::string, std::string>* volume_map = nullptr;  // not owned; may be null
   bool dir_missing = false;  // the directory met last was skipped, so it is in no catalog
   int dir_error = 0;         // the errno of that
-  std::string shadow_vol;    // of cur_vol, or empty
-  const std::map<std::string, std::string>* volume_map = nullptr;  // not owned; may be null
 };
 
 }  // namespace MTF

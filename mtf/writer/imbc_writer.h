@@ -6,6 +6,7 @@
 #include "mtf/common/dir_blk.h"
 #include "mtf/common/end_blks.h"
 #include "mtf/common/file_blk.h"
+#include "mtf/common/pdat_blk.h"
 #include "mtf/common/sset_blk.h"
 #include "mtf/common/tape_blk.h"
 #include "mtf/common/vol_blk.h"

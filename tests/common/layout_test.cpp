@@ -7,6 +7,7 @@
 #include "mtf/common/fnam_stream.h"
 #include "mtf/common/metadata_stream.h"
 #include "mtf/common/pad_stream.h"
+#include "mtf/common/pdat_blk.h"
 #include "mtf/common/pnam_stream.h"
 #include "mtf/common/sset_blk.h"
 #include "mtf/common/stat_record.h"

@@ -203,23 +203,6 @@ TEST_P(Storage_Faults, EveryCallOfEveryChannel) {
   EXPECT_EQ(seen.size(), kinds);
 }
 
-using Refused = Chain;
-
-// It never became job 2: what it takes back must not be job 1.
-TEST_F(Refused, TakesNothingBack) {
-  start({1});
-  Test_Job job;
-  job.storage.pieces = earlier;
-  const Ref_Ptr<Channel_Factory> channels(new test_support::Fault_Factory(job.storage));
-  ASSERT_TRUE(job.backup.init("j", nullptr, 0, 1, 1, 0, sparse_default, channels,
-                              Ref_Ptr<IBackup_Callback_Factory>(), nullptr,
-                              Backup::no_pre_action_data, 1, job.cache_dir.c_str(), 1));
-  EXPECT_FALSE(job.backup.incremental());
-  EXPECT_EQ(job.backup.seq(), 1U);
-  expect_taken_back(job);
-  EXPECT_TRUE(job.storage.removed.empty());
-}
-
 INSTANTIATE_TEST_SUITE_P(Kinds, Storage_Faults,
                          testing::Values(Kind{1, false, false}, Kind{1, true, true},
                                          Kind{2, false, false}, Kind{2, true, false},

@@ -5,8 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-
 #include "platform/native_path.h"
 #include "platform/utf16.h"
 #include "tests/support/temp_dir.h"
@@ -64,21 +62,6 @@ TEST(Attributes, BitsOfEachKind) {
   // 1970 in the ticks of Windows, and a tick before 1601.
   EXPECT_EQ(platform::file_time_seconds({0xD53E8000, 0x019DB1DE}), 0);
   EXPECT_EQ(platform::file_time_seconds({0xFFFFFFFF, 0xFFFFFFFF}), -11644473601);
-}
-
-TEST(Attributes, FailuresHaveTheNumbersOfWindows) {
-  const Temp_Dir dir;
-  WIN32_FILE_ATTRIBUTE_DATA data;
-  EXPECT_FALSE(GetFileAttributesExW(wide(dir / "no").c_str(), GetFileExInfoStandard, &data));
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_EQ(GetLastError(), 2u);
-  EXPECT_FALSE(GetFileAttributesExW(L"Q:\\x", GetFileExInfoStandard, &data));
-  EXPECT_EQ(GetLastError(), 15u);
-  EXPECT_FALSE(GetFileAttributesExW(wide(dir.path()).c_str(), 1, &data));
-  EXPECT_EQ(GetLastError(), 87u);
-  EXPECT_EQ(platform::windows_error(EIO), 1117);
-  EXPECT_EQ(platform::windows_error(EAGAIN), 33);
-  EXPECT_EQ(platform::windows_error(EACCES), 5);
 }
 
 }  // namespace

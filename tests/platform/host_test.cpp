@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-
 namespace {
 
 TEST(Host, NamesOfIds) {
@@ -13,17 +11,6 @@ TEST(Host, NamesOfIds) {
   // An id above 31 bits may come widened with its sign, but 0 with bits above it is nobody's.
   EXPECT_EQ(platform::user_name(0xFFFFFFFFFFFFFFF0ULL), "");
   EXPECT_EQ(platform::user_name(0x100000000ULL), "");
-}
-
-TEST(Host, BlockSizeOfAFileSystem) {
-  unsigned int size = 0;
-  ASSERT_TRUE(platform::filesystem_block_size("/", size));
-  EXPECT_NE(size, 0u);
-  EXPECT_EQ(size & (size - 1), 0u);
-  EXPECT_FALSE(platform::filesystem_block_size("Q:", size));
-  EXPECT_EQ(errno, ENODEV);
-  EXPECT_FALSE(platform::filesystem_block_size("/\\no such directory", size));
-  EXPECT_EQ(errno, ENOENT);
 }
 
 }  // namespace

@@ -224,7 +224,7 @@ TEST_F(Callback_Job, WhatCannotBeExaminedOrOpenedIsLeftOut) {
   ASSERT_TRUE(run());
   EXPECT_EQ(skipped(),
             (Texts{
-                R"({"errno":2,"message":"Failed to open file","name":"X:\\closed","type":"file"})",
+                R"({"errno":0,"message":"Failed to open file","name":"X:\\closed","type":"file"})",
                 R"({"errno":2,"message":"Failed to stat file","name":"X:\\gone","type":"file"})",
                 R"({"errno":2,"message":"Open failed","name":"X:\\away","type":"dir"})",
                 R"({"errno":2,"message":"Failed to stat file","name":"X:\\away\\f","type":"file"})",

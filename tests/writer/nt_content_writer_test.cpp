@@ -172,20 +172,6 @@ TEST(NtContentWriter, AReadThatFailsOrEndsAtAnyByteClosesItsStreamOut) {
   }
 }
 
-TEST(NtContentWriter, ErrorNumbersBecomeCorruptAttributes) {
-  const std::string bytes = bytes_of({{1, 0, "", "content", "STAN", 0}});
-  const struct {
-    int error;
-    unsigned int attributes;
-  } cases[] = {{30, 0x20000}, {1117, 0x20000}, {33, 0x80000}, {5, 0x10000}, {31, 0x10000}};
-  for (const auto& c : cases) {
-    for (const std::size_t end : {std::size_t{0}, bytes.size() - 3}) {
-      test::Writer_Parts parts;
-      EXPECT_EQ(write(parts, bytes, end, c.error).corrupt_attributes, c.attributes) << c.error;
-    }
-  }
-}
-
 TEST(NtContentWriter, AnUnknownRecordStopsBehindTheStreamsBeforeIt) {
   const Record before = {3, 0, "", "security", "NACL", 2};
   for (const unsigned int id : {0u, 5u, 10u, 0x10001u}) {
