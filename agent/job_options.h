@@ -35,7 +35,7 @@ struct Job_Options {
   std::string stem;
   unsigned int seq = 0;  // 0 for the newest
   bool json = false;
-  bool from_media = false;  // list: read the catalogs on the medias
+  bool from_media = false;  // list, restore: read the medias alone
 };
 
 struct Remove_Options {

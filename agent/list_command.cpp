@@ -79,7 +79,7 @@ void add_list(CLI::App& app, Command& chosen) {
   add_name(*command, options->stem)->required();
   add_seq(*command, options->seq, "The job; the newest complete one where it is left out");
   command->add_flag("--from-media", options->from_media,
-                    "Read the catalog that each media carries, not the catalog beside it");
+                    "Read each media alone, also a damaged one; no catalog is needed");
   command->add_flag("--json", options->json, "Print JSON, one object a line");
   command->callback([options, &chosen] {
     chosen = [options](Console& console) { return run_list(*options, console); };

@@ -11,6 +11,7 @@ namespace {
 
 bool resolve(const Restore_Command_Options& options, MTF::Restore_Options& out,
              std::string& error) {
+  out.from_media = options.job.from_media;
   if (options.to.empty() && !options.pre_action.empty() && options.paths.empty()) return true;
   if (options.to.empty()) {
     error = "--to is required";
@@ -38,7 +39,7 @@ bool restore_pre_action(const Restore_Command_Options& options, Job_Choice& choi
   unsigned long long bytes = 0;
   std::string why;
   if (!MTF::restore_pre_action(choice.store(), choice.job(), options.pre_action, bytes, on_fault,
-                               why)) {
+                               why, options.job.from_media)) {
     console.note("error: pre-action data can't be written to " + escape_name(options.pre_action) +
                  ": " + escape_controls(why));
     return false;
@@ -104,6 +105,9 @@ void add_restore(CLI::App& app, Command& chosen) {
       "the user may set: content, holes, dates, mode, owner, ACLs, extended attributes. An\n"
       "owner that the user may not give is left out with setuid and setgid; a line at the end\n"
       "counts them. A DIR that is made is closed to other users. Nothing is written outside DIR.\n"
+      "With --from-media all that is whole on the medias of the job comes back, and the rest is\n"
+      "named as far as the media tells it. A file whose directory is lost comes below\n"
+      "DIR/lost+found. What an incremental job didn't save anew is on the medias of earlier jobs.\n"
       "Exit codes: 0 done; 1 something could not be restored or isn't in the job; 2 wrong use.");
   add_storage(*command, options->job.storage);
   add_name(*command, options->job.stem)->required();
@@ -114,6 +118,8 @@ void add_restore(CLI::App& app, Command& chosen) {
       ->add_option("--pre-action", options->pre_action,
                    "Write the job's pre-action data to FILE; without --to, nothing else")
       ->type_name("FILE");
+  command->add_flag("--from-media", options->job.from_media,
+                    "Use the job's own medias alone, also damaged ones; no catalog is needed");
   command->add_option("PATH", options->paths, "What to restore with all below it; else everything");
   command->callback([options, &chosen] {
     chosen = [options](Console& console) { return run_restore(*options, console); };

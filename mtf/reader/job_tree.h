@@ -15,6 +15,8 @@ struct Tree_Entry {
   Job_Entry entry;
   std::string name;    // as it stands in the catalog
   bool again = false;  // a volume or directory that was given before
+  // It has its path whatever was lost in front of it: that doesn't hang on the entry before.
+  bool placed = false;
 };
 
 // Gives every entry of a job's catalogs, channel by channel. A directory that several channels

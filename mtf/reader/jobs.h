@@ -51,9 +51,11 @@ struct Job_Entry {
 bool list_job(IPiece_Store& store, const Job_Pieces& job,
               const std::function<void(const Job_Entry&)>& on_entry, const Fault_Sink& on_fault);
 
-// The same from the catalogs that the medias of the job carry, each found from the end of its
-// media, without a look at the blocks in between. Files that another job's media holds are not in
-// it. A media without such a catalog is a fault.
+// The same from the medias of the job alone: from the catalog that each carries, found from the end
+// of its media, without a look at the blocks in between. A media without such a catalog, one that
+// was cut for instance, is a fault, and its blocks are listed in its place; a file whose directory
+// is lost then stands below `lost+found` of its volume. Files that another job's media holds are
+// not in it.
 bool list_job_from_media(IPiece_Store& store, const Job_Pieces& job,
                          const std::function<void(const Job_Entry&)>& on_entry,
                          const Fault_Sink& on_fault);
@@ -88,6 +90,11 @@ Verify_Summary verify_job(IPiece_Store& store, const Job_Pieces& job, const Faul
 struct Restore_Options {
   std::string to;                  // native directory, made where it is missing
   std::vector<std::string> paths;  // native or system paths to restore with all below; all if empty
+  // Needs no catalog and no other channel: brings back what the medias of the job that are there
+  // hold, also behind damage. What damage took is named where the media's own catalog tells it; a
+  // file whose directory is lost comes below `lost+found`, and one of a lost volume below `/`.
+  // Files that another job's media holds aren't restored.
+  bool from_media = false;
 };
 
 struct Restore_Summary {
@@ -118,8 +125,9 @@ Restore_Summary restore_job(IPiece_Store& store, const Job_Pieces& job,
 
 // Writes the pre-action data of a job to the native path `file`, in place of a regular file that is
 // there. False, with `why` set, if the job has none or if it could not be read or written whole;
-// what was there is then still there. `on_fault` may be empty.
+// what was there is then still there. `from_media` as in Restore_Options. `on_fault` may be empty.
 bool restore_pre_action(IPiece_Store& store, const Job_Pieces& job, const std::string& file,
-                        unsigned long long& bytes, const Fault_Sink& on_fault, std::string& why);
+                        unsigned long long& bytes, const Fault_Sink& on_fault, std::string& why,
+                        bool from_media = false);
 
 }  // namespace MTF

@@ -71,8 +71,13 @@ bool block_stands_at(Piece_Window& window, const Media_Geometry& geometry,
   return header.intact && address_is_right(header, geometry, position);
 }
 
-Media_Walker::Media_Walker(Piece_Window& window, IMedia_Visitor& visitor, const Fault_At& on_fault)
-    : window_(window), visitor_(visitor), on_fault_(on_fault), data_reader_(window, on_fault) {}
+Media_Walker::Media_Walker(Piece_Window& window, IMedia_Visitor& visitor, const Fault_At& on_fault,
+                           Walk_Depth depth)
+    : window_(window),
+      visitor_(visitor),
+      on_fault_(on_fault),
+      data_reader_(window, on_fault),
+      depth_(depth) {}
 
 void Media_Walker::walk() {
   unsigned long long position = 0;
@@ -250,7 +255,11 @@ bool Media_Walker::read_stream(Media_Stream& stream, Stream_Data& data) {
     return content_.size() < wanted;
   };
   const Data_Sink sink = pad || wanted != 0 ? Data_Sink(take) : Data_Sink();
-  if (!data_reader_.read(stream.header, stream.data_position, sink, data)) return false;
+  const bool passed = depth_ == Walk_Depth::headers && wanted == 0;
+  if (passed ? !data_reader_.skip(stream.header, stream.data_position, data)
+             : !data_reader_.read(stream.header, stream.data_position, sink, data)) {
+    return false;
+  }
   if (!clean) on_fault_(stream.data_position, "SPAD stream isn't zero");
   stream.end = data.end;
   if (data.intact) stream.content = content_;

@@ -50,13 +50,20 @@ class IMedia_Visitor {
   virtual void on_gap() = 0;
 };
 
+// How much of a media a walk reads.
+enum class Walk_Depth {
+  data,     // every byte
+  headers,  // blocks, headers and small streams; content is passed over by its length
+};
+
 // Walks a media from its first byte to its last. It checks what can be seen in place: headers,
 // checksums, alignment, fill bytes, lengths, frames. After damage it goes on with the next sound
 // block that stands where it says.
 class Media_Walker {
  public:
   // Keeps all references.
-  Media_Walker(Piece_Window& window, IMedia_Visitor& visitor, const Fault_At& on_fault);
+  Media_Walker(Piece_Window& window, IMedia_Visitor& visitor, const Fault_At& on_fault,
+               Walk_Depth depth = Walk_Depth::data);
 
   void walk();
 
@@ -83,6 +90,7 @@ class Media_Walker {
   IMedia_Visitor& visitor_;
   const Fault_At& on_fault_;
   Stream_Data_Reader data_reader_;
+  const Walk_Depth depth_;
   Media_Geometry geometry_;
   std::string block_bytes_;
   std::string content_;

@@ -8,8 +8,7 @@
 #include "mtf/reader/block_loader.h"
 #include "mtf/reader/content_reader.h"
 #include "mtf/reader/earlier_media.h"
-#include "mtf/reader/job_tree.h"
-#include "mtf/reader/jobs.h"
+#include "mtf/reader/media_tree.h"
 #include "mtf/reader/security_view.h"
 #include "platform/native_path.h"
 #include "platform/restore_tree.h"
@@ -181,7 +180,8 @@ Restore_Summary Job_Restorer::run() {
     place_.fault_since = true;
     if (on_fault_) on_fault_(fault);
   };
-  Job_Tree(store_, job_, on_fault).walk([this](const Tree_Entry& item) { take(item); });
+  const auto on_entry = [this](const Tree_Entry& item) { take(item); };
+  walk_tree(store_, job_, options_.from_media, on_entry, on_fault);
   summary_.not_found = wanted_.not_met();
   finish_directories();
   return summary_;
@@ -247,7 +247,7 @@ bool Job_Restorer::enter(const Job_Entry& entry, bool is_directory, Make make) {
 
 // A directory whose rights are known must not be open to others while it is filled.
 void Job_Restorer::restore_directory(const Tree_Entry& item) {
-  if (!is_place_right() || item.again) return;
+  if ((!item.placed && !is_place_right()) || item.again) return;
   const Job_Entry& entry = item.entry;
   Media_Block block;
   Content content;
@@ -281,12 +281,12 @@ bool Job_Restorer::is_in_last_directory(const Job_Entry& entry, const Media_Bloc
 
 void Job_Restorer::restore_file(const Tree_Entry& item) {
   const Job_Entry& entry = item.entry;
-  if (!is_place_right()) return fail(entry, "its directory isn't known");
+  if (!item.placed && !is_place_right()) return fail(entry, "its directory isn't known");
   std::string why;
   Media_Block block;
   Media_File* media = find_block(item, block, why);
   if (media == nullptr) return fail(entry, why);
-  if (place_.fault_since && !is_in_last_directory(entry, block)) {
+  if (!item.placed && place_.fault_since && !is_in_last_directory(entry, block)) {
     return fail(entry, "its directory can't be told from the catalog");
   }
   if (!enter(entry, false, Make::closed)) return;
@@ -352,12 +352,13 @@ void Job_Restorer::finish_directories() {
       open.pop_back();
     }
   };
-  Job_Tree(store_, job_, told_already).walk([&](const Tree_Entry& item) {
+  const auto on_entry = [&](const Tree_Entry& item) {
     if (item.entry.type != block_dirb || item.again) return;
     if (!wanted_.take(item.entry.path) && above_.count(item.entry.path) == 0) return;
     close_down_to(&item.entry.path);
     open.push_back(item);
-  });
+  };
+  walk_tree(store_, job_, options_.from_media, on_entry, told_already);
   close_down_to(nullptr);
 }
 

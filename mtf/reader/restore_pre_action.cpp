@@ -2,8 +2,7 @@
 
 #include "mtf/reader/content_reader.h"
 #include "mtf/reader/earlier_media.h"
-#include "mtf/reader/job_tree.h"
-#include "mtf/reader/jobs.h"
+#include "mtf/reader/media_tree.h"
 #include "platform/restore_tree.h"
 #include "platform/stat.h"
 
@@ -11,14 +10,15 @@ namespace MTF {
 namespace {
 
 // Finds the first entry of pre-action data; false if there is none.
-bool find_entry(IPiece_Store& store, const Job_Pieces& job, const Fault_Sink& on_fault,
-                Job_Entry& out) {
+bool find_entry(IPiece_Store& store, const Job_Pieces& job, bool from_media,
+                const Fault_Sink& on_fault, Job_Entry& out) {
   bool found = false;
-  Job_Tree(store, job, on_fault).walk([&](const Tree_Entry& item) {
+  const auto take = [&](const Tree_Entry& item) {
     if (found || item.entry.type != block_pdat) return;
     out = item.entry;
     found = true;
-  });
+  };
+  walk_tree(store, job, from_media, take, on_fault);
   return found;
 }
 
@@ -38,9 +38,10 @@ int open_directory(const std::string& file, platform::Restore_Tree& tree, std::s
 }  // namespace
 
 bool restore_pre_action(IPiece_Store& store, const Job_Pieces& job, const std::string& file,
-                        unsigned long long& bytes, const Fault_Sink& on_fault, std::string& why) {
+                        unsigned long long& bytes, const Fault_Sink& on_fault, std::string& why,
+                        bool from_media) {
   Job_Entry entry;
-  if (!find_entry(store, job, on_fault, entry)) return why = "the job has none", false;
+  if (!find_entry(store, job, from_media, on_fault, entry)) return why = "the job has none", false;
   Earlier_Media medias(store, job.stem, entry.channel);
   Media_File* media = medias.find(entry.seq, why);
   Media_Block block;

@@ -1,6 +1,7 @@
 #include "mtf/reader/stream_data.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "services/checksum.h"
 #include "services/compression.h"
@@ -21,6 +22,7 @@ struct Stream_Data_Reader::Frames {
   unsigned long long left;     // bytes of data still to come, expanded
   unsigned char sequence = 0;  // counts the frames, 8 bits wide
   bool giving = true;
+  char header_bytes[frame_header_size] = {};  // of the last frame
 };
 
 bool Stream_Data_Reader::read(const Stream_Header& header, unsigned long long position,
@@ -31,12 +33,39 @@ bool Stream_Data_Reader::read(const Stream_Header& header, unsigned long long po
                                   : read_plain(header, position, sink, out);
 }
 
+bool Stream_Data_Reader::skip(const Stream_Header& header, unsigned long long position,
+                              Stream_Data& out) {
+  out = {};
+  out.end = position;
+  out.intact = false;
+  if (!header.is(mf_compressed)) {
+    if (!window_.holds(position, header.length)) return runs_out(header, position);
+    out.end += header.length;
+    return true;
+  }
+  const Data_Sink no_sink;
+  Frames state{header, no_sink, out, position, header.length};
+  Frame_Header frame;
+  while (state.left > 0) {
+    if (!next_frame(state, frame)) return false;
+    if (!window_.holds(state.position, frame.compressed_size)) {
+      on_fault_(state.position, "data of a compression frame can't be read");
+      return false;
+    }
+    state.position += frame.compressed_size;
+    out.end = state.position;
+  }
+  return true;
+}
+
+bool Stream_Data_Reader::runs_out(const Stream_Header& header, unsigned long long position) {
+  on_fault_(position, stream_word(header.id) + " stream runs past the end of the piece");
+  return false;
+}
+
 bool Stream_Data_Reader::read_plain(const Stream_Header& header, unsigned long long position,
                                     const Data_Sink& sink, Stream_Data& out) {
-  if (!window_.holds(position, header.length)) {
-    on_fault_(position, stream_word(header.id) + " stream runs past the end of the piece");
-    return false;
-  }
+  if (!window_.holds(position, header.length)) return runs_out(header, position);
   out.end = position + header.length;
   Checksum_Calculator checksum;
   bool giving = static_cast<bool>(sink);
@@ -63,17 +92,10 @@ bool Stream_Data_Reader::read_frames(const Stream_Header& header, unsigned long 
   Frames state{header, sink, out, position, header.length};
   state.giving = static_cast<bool>(sink);
   Checksum_Calculator checksum;
+  Frame_Header frame;
   while (state.left > 0) {
-    const char* bytes = window_.view(state.position, frame_header_size);
-    if (bytes == nullptr) {
-      on_fault_(state.position, "compression frame runs past the end of the piece");
-      return false;
-    }
-    const Frame_Header frame = read_frame_header(bytes);
-    if (!check_frame(frame, state)) return false;
-    checksum.calc(bytes, frame_header_size, false);
-    state.position += frame_header_size;
-    out.end = state.position;
+    if (!next_frame(state, frame)) return false;
+    checksum.calc(state.header_bytes, frame_header_size, false);
     const char* stored = window_.view(state.position, frame.compressed_size);
     if (stored == nullptr) {
       on_fault_(state.position, "data of a compression frame can't be read");
@@ -82,11 +104,26 @@ bool Stream_Data_Reader::read_frames(const Stream_Header& header, unsigned long 
     checksum.calc(stored, frame.compressed_size, false);
     if (!give_frame(frame, stored, state)) out.intact = false;
     state.position += frame.compressed_size;
-    state.left -= frame.uncompressed_size;
     out.end = state.position;
   }
   checksum.calc(nullptr, 0, true);
   out.checksum = checksum.checksum();
+  return true;
+}
+
+// Takes the header of the next frame and moves behind it.
+bool Stream_Data_Reader::next_frame(Frames& state, Frame_Header& frame) {
+  const char* bytes = window_.view(state.position, frame_header_size);
+  if (bytes == nullptr) {
+    on_fault_(state.position, "compression frame runs past the end of the piece");
+    return false;
+  }
+  frame = read_frame_header(bytes);
+  if (!check_frame(frame, state)) return false;
+  std::memcpy(state.header_bytes, bytes, frame_header_size);
+  state.position += frame_header_size;
+  state.left -= frame.uncompressed_size;
+  state.out.end = state.position;
   return true;
 }
 

@@ -36,6 +36,10 @@ class Stream_Data_Reader {
   bool read(const Stream_Header& header, unsigned long long position, const Data_Sink& sink,
             Stream_Data& out);
 
+  // The same, but reads only what tells where the stream ends: nothing of plain data, the headers
+  // of frames. So `out` is not intact and has no checksum.
+  bool skip(const Stream_Header& header, unsigned long long position, Stream_Data& out);
+
  private:
   struct Frames;
 
@@ -43,6 +47,8 @@ class Stream_Data_Reader {
                   Stream_Data& out);
   bool read_frames(const Stream_Header& header, unsigned long long position, const Data_Sink& sink,
                    Stream_Data& out);
+  bool runs_out(const Stream_Header& header, unsigned long long position);
+  bool next_frame(Frames& state, Frame_Header& frame);
   bool check_frame(const Frame_Header& frame, Frames& state);
   bool give_frame(const Frame_Header& frame, const char* stored, Frames& state);
 

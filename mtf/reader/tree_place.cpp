@@ -71,6 +71,16 @@ bool Tree_Place::find_path(const Tree_Item& item, std::string& path) {
   return true;
 }
 
+void Tree_Place::assume_volume() {
+  if (volume_.empty()) volume_ = "/";
+}
+
+std::string Tree_Place::enter_lost(unsigned int directory_id) {
+  const std::string name = "lost+found\\directory-" + std::to_string(directory_id);
+  directory_ = name + '\\';
+  return name;
+}
+
 bool Tree_Place::first(const Job_Entry& entry) {
   return !holds_others(entry.type) || given_.insert(hash_of(entry.path)).second;
 }

@@ -29,6 +29,11 @@ class Tree_Place {
   // name, and for an entry without a volume.
   bool find(const Tree_Item& item, Job_Entry& entry);
 
+  // Behind damage: what follows without a volume lies in `/`; what follows lies in the directory
+  // with this number, whose name is lost. Gives the name that stands for it.
+  void assume_volume();
+  std::string enter_lost(unsigned int directory_id);
+
   // False for a volume or directory that came before, in any channel.
   bool first(const Job_Entry& entry);
 

@@ -1,0 +1,72 @@
+#include "mtf/reader/media_objects.h"
+
+namespace MTF {
+namespace {
+
+constexpr unsigned int sparse_offset_size = 8;
+
+}  // namespace
+
+void Media_Objects::run() {
+  walker_.walk();
+  give(false);
+  if (ended_) return;
+  on_fault_(window_.size(), "the media ends too early");
+  listener_.on_gap();
+}
+
+void Media_Objects::on_block(const Media_Block& block) {
+  const unsigned int type = block.view.header.type;
+  give(type == block_cfil);
+  ended_ = ended_ || type == block_eotm;
+  block.view.layout->name != 0 ? hold(block) : listener_.on_frame(block);
+}
+
+void Media_Objects::hold(const Media_Block& block) {
+  object_ = {};
+  object_.position = block.position;
+  object_.bytes = block.view.bytes;
+  object_.view = {block.view.header, block.view.layout, object_.bytes};
+  object_.name = block_name(block.view);
+  holding_ = true;
+}
+
+void Media_Objects::on_stream(const Media_Stream& stream) {
+  switch (stream.header.id) {
+    case stream_meta:
+      if (!holding_) listener_.on_metadata(stream.data_position, stream.header.length);
+      break;
+    case stream_fnam:
+    case stream_pnam:
+      if (object_.name.empty()) object_.name = stream.content;
+      break;
+    case stream_ctex:
+      object_.stat = stream.content;
+      break;
+    case stream_spar:
+      object_.sparse = true;
+      if (stream.header.length > sparse_offset_size) {
+        object_.stretches += stream.header.length - sparse_offset_size;
+      }
+      break;
+    case stream_spad:
+      object_.end = stream.end;
+      break;
+    default:
+      break;
+  }
+}
+
+void Media_Objects::on_gap() {
+  give(false);
+  listener_.on_gap();
+}
+
+void Media_Objects::give(bool corrupt) {
+  if (!holding_) return;
+  holding_ = false;
+  object_.corrupt = corrupt;
+  listener_.on_object(object_);
+}
+
+}  // namespace MTF
