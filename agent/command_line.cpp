@@ -27,6 +27,7 @@ void add_commands(CLI::App& app, Command& chosen) {
   add_verify(app, chosen);
   add_restore(app, chosen);
   add_remove(app, chosen);
+  add_rebuild(app, chosen);
   add_jobs(app, chosen);
 }
 

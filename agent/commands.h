@@ -21,6 +21,7 @@ void add_list(CLI::App& app, Command& chosen);
 void add_verify(CLI::App& app, Command& chosen);
 void add_restore(CLI::App& app, Command& chosen);
 void add_remove(CLI::App& app, Command& chosen);
+void add_rebuild(CLI::App& app, Command& chosen);
 void add_jobs(CLI::App& app, Command& chosen);
 
 // The options that several commands have.

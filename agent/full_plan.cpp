@@ -14,7 +14,6 @@
 #include "platform/native_path.h"
 #include "platform/stat.h"
 #include "services/compression.h"
-#include "services/settings.h"
 #include "services/source_list.h"
 
 namespace agent {
@@ -227,17 +226,8 @@ class Planner {
     return true;
   }
 
-  // No other living job has the same id: the lock of the stem on this storage is ours.
   bool make_work_dir() {
-    const bool own_choice = !options_.tmp.empty();
-    const std::string& given =
-        own_choice ? options_.tmp : MTF::MTF_Params::instance().job_tmp_dir();
-    std::string root, identity;
-    if (!absolute(given, root)) return false;
-    if (!storage_.directory().identity(identity)) {
-      return fail(error_text("storage " + quoted(storage_path_), errno));
-    }
-    if (!plan_.work_dir.open(root, !own_choice, identity + '@' + options_.stem, error_)) {
+    if (!open_work_directory(storage_, options_.stem, options_.tmp, plan_.work_dir, error_)) {
       return false;
     }
     for (const std::string& system : system_forms(plan_.work_dir.path())) {

@@ -43,6 +43,12 @@ struct Remove_Options {
   bool force = false;
 };
 
+struct Rebuild_Options {
+  Job_Options job;
+  std::string tmp;       // empty for the default
+  bool damaged = false;  // make damaged catalogs too
+};
+
 struct Restore_Command_Options {
   Job_Options job;
   std::string to;  // may be empty where pre_action isn't

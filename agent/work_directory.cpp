@@ -2,9 +2,11 @@
 
 #include <cerrno>
 
+#include "agent/paths.h"
 #include "agent/text.h"
 #include "platform/storage_directory.h"
 #include "platform/tree.h"
+#include "services/settings.h"
 
 namespace agent {
 namespace {
@@ -59,6 +61,22 @@ void Work_Directory::clear(const std::string& root) {
     const std::string path = root + '/' + name;
     if (left.take_over(path) && left.remove()) cleared_.push_back(path);
   }
+}
+
+// No other living job has the same id: the lock of the stem on this storage is ours.
+bool open_work_directory(const Storage& storage, const std::string& stem, const std::string& tmp,
+                         Work_Directory& work, std::string& error) {
+  const std::string& given = tmp.empty() ? MTF::MTF_Params::instance().job_tmp_dir() : tmp;
+  std::string root, identity;
+  if (!absolute_path(given, root)) {
+    error = "the path '" + escape_controls(given) + "' can't be made absolute";
+    return false;
+  }
+  if (!storage.directory().identity(identity)) {
+    error = error_text("storage '" + escape_controls(storage.path()) + '\'', errno);
+    return false;
+  }
+  return work.open(root, tmp.empty(), identity + '@' + stem, error);
 }
 
 }  // namespace agent

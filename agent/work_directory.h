@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/storage.h"
 #include "platform/held_directory.h"
 
 namespace agent {
@@ -38,5 +39,10 @@ class Work_Directory {
   platform::Held_Directory held_;
   std::vector<std::string> cleared_;
 };
+
+// Opens `work` for a command that holds the lock of `stem` on `storage`: in `tmp`, or in the
+// default place where that is empty. False, with a line for the user in `error`.
+bool open_work_directory(const Storage& storage, const std::string& stem, const std::string& tmp,
+                         Work_Directory& work, std::string& error);
 
 }  // namespace agent

@@ -21,23 +21,14 @@ std::string name_of(const Piece& piece) {
   return name;
 }
 
-class View_Reader : public MTF::IRandom_Reader {
- public:
-  explicit View_Reader(std::string_view bytes) : bytes_(bytes) {}
-
-  unsigned long long size() const override { return bytes_.size(); }
-  long long read_at(unsigned long long offset, char* data, unsigned long long size) override {
-    if (offset >= bytes_.size()) return 0;
-    const std::string_view part = bytes_.substr(offset, size);
-    std::memcpy(data, part.data(), part.size());
-    return static_cast<long long>(part.size());
-  }
-
- private:
-  std::string_view bytes_;
-};
-
 }  // namespace
+
+long long View_Reader::read_at(unsigned long long offset, char* data, unsigned long long size) {
+  if (offset >= bytes_.size()) return 0;
+  const std::string_view part = bytes_.substr(offset, size);
+  std::memcpy(data, part.data(), part.size());
+  return static_cast<long long>(part.size());
+}
 
 std::vector<Piece> split(const std::uint8_t* data, std::size_t size) {
   std::string_view rest(reinterpret_cast<const char*>(data), size);

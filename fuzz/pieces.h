@@ -28,6 +28,18 @@ std::vector<Piece> split(const std::uint8_t* data, std::size_t size);
 // The input that holds `pieces`.
 std::string join(const std::vector<Piece>& pieces);
 
+// A piece over bytes that must outlive it.
+class View_Reader : public MTF::IRandom_Reader {
+ public:
+  explicit View_Reader(std::string_view bytes) : bytes_(bytes) {}
+
+  unsigned long long size() const override { return bytes_.size(); }
+  long long read_at(unsigned long long offset, char* data, unsigned long long size) override;
+
+ private:
+  std::string_view bytes_;
+};
+
 // A storage with the pieces of an input, named `f.SEQ.CHANNEL.mtf` and `.cat`. The input must
 // outlive it.
 class Input_Store : public MTF::IPiece_Store {

@@ -139,7 +139,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   };
   rooms.plant();
   for (const MTF::Job_Pieces& job : jobs) {
-    MTF::restore_job(store, job, {rooms.to(), {}}, nullptr, on_problem);
+    for (const bool from_media : {false, true}) {
+      MTF::restore_job(store, job, {rooms.to(), {}, from_media}, nullptr, on_problem);
+    }
     unsigned long long bytes = 0;
     std::string why;
     MTF::restore_pre_action(store, job, rooms.to() + "/dump", bytes, nullptr, why);

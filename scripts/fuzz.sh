@@ -5,7 +5,7 @@ set -eu
 
 . "$(dirname "$0")/common.sh"
 
-targets="media restore earlier_catalog catalog source_processor"
+targets="media restore rebuild earlier_catalog catalog source_processor"
 programs=$root/build/fuzz/fuzz
 corpus=$root/build/fuzz/corpus
 findings=$root/build/fuzz/findings
@@ -26,7 +26,7 @@ run_one() {
   export ASAN_OPTIONS=quarantine_size_mb=16
   log=$root/build/fuzz/$2.log
   case $2 in
-    media | restore) seeds=jobs longest=163840 ;;
+    media | restore | rebuild) seeds=jobs longest=163840 ;;
     *) seeds=catalogs longest=16384 ;;
   esac
   mkdir -p "$corpus/$2"

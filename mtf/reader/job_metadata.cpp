@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "mtf/reader/block_loader.h"
 #include "mtf/reader/catalog_walker.h"
 #include "services/piece_name.h"
 
@@ -12,6 +13,7 @@ namespace {
 
 constexpr std::size_t most_metadata = 0x100000;
 constexpr unsigned long long most_channels = 0x10000;
+constexpr unsigned int farthest_set = 16;  // physical blocks in front of the set, at most
 
 // The number of channels as the metadata of a catalog gives it; 0 for a job of one channel.
 std::optional<unsigned long long> stored_channels(IPiece_Store& store, const std::string& catalog) {
@@ -20,9 +22,16 @@ std::optional<unsigned long long> stored_channels(IPiece_Store& store, const std
   return record.channels;
 }
 
-}  // namespace
+bool copy_text(Piece_Window& window, unsigned long long position, unsigned long long length,
+               std::string& text) {
+  if (length == 0 || length > most_metadata) return false;
+  const auto size = static_cast<std::size_t>(length);
+  const char* bytes = window.view(position, size);
+  if (bytes != nullptr) text.assign(bytes, size);
+  return bytes != nullptr;
+}
 
-bool stored_metadata(IPiece_Store& store, const std::string& catalog, Metadata_Record& out) {
+bool catalog_text(IPiece_Store& store, const std::string& catalog, std::string& text) {
   std::string error;
   const std::unique_ptr<IRandom_Reader> reader = store.open(catalog, error);
   if (reader == nullptr) return false;
@@ -30,10 +39,55 @@ bool stored_metadata(IPiece_Store& store, const std::string& catalog, Metadata_R
   const Fault_At ignore = [](unsigned long long, const std::string&) {};
   Catalog_Walker walker(window, 0, ignore);
   walker.open();
-  if (walker.metadata_length() == 0 || walker.metadata_length() > most_metadata) return false;
-  const auto size = static_cast<std::size_t>(walker.metadata_length());
-  const char* text = window.view(walker.metadata_position(), size);
-  return text != nullptr && read_metadata(std::string(text, size), out);
+  return copy_text(window, walker.metadata_position(), walker.metadata_length(), text);
+}
+
+// It stands behind the SSET block, and that behind the TAPE block and a filemark.
+bool media_text(IPiece_Store& store, const std::string& media, std::string& text) {
+  std::string error, bytes;
+  const std::unique_ptr<IRandom_Reader> reader = store.open(media, error);
+  if (reader == nullptr) return false;
+  Piece_Window window(*reader, Piece_Window::look_capacity);
+  Media_Geometry geometry;
+  Media_Block block;
+  if (load_block(window, 0, bytes, block) && block.view.header.type == block_tape) {
+    read_geometry(block.view, geometry);
+  }
+  for (unsigned int pba = 1; pba <= farthest_set; ++pba) {
+    if (!load_block(window, pba * geometry.physical, bytes, block)) continue;
+    if (block.view.header.type != block_sset) continue;
+    const unsigned long long position = block.position + block.view.bytes.size();
+    const char* data = window.view(position, stream_header_size);
+    if (data == nullptr) return false;
+    const Stream_Header header = read_stream_header(data);
+    return header.intact && header.id == stream_meta &&
+           copy_text(window, position + stream_header_size, header.length, text);
+  }
+  return false;
+}
+
+}  // namespace
+
+bool stored_metadata(IPiece_Store& store, const std::string& catalog, Metadata_Record& out) {
+  std::string text;
+  return catalog_text(store, catalog, text) && read_metadata(text, out);
+}
+
+bool find_metadata(IPiece_Store& store, const Job_Pieces& job, unsigned long long channel,
+                   std::string& text) {
+  std::vector<unsigned long long> channels = job.channels;
+  channels.insert(channels.begin(), channel);
+  Metadata_Record record;
+  for (const unsigned long long each : channels) {
+    std::string media, catalog;
+    mtf_name(job.stem, job.seq, each, media);
+    cat_name(job.stem, job.seq, each, catalog);
+    if ((media_text(store, media, text) && read_metadata(text, record)) ||
+        (catalog_text(store, catalog, text) && read_metadata(text, record))) {
+      return true;
+    }
+  }
+  return false;
 }
 
 std::vector<unsigned long long> expected_channels(IPiece_Store& store, const Job_Pieces& job) {

@@ -24,6 +24,7 @@ void Media_Objects::on_block(const Media_Block& block) {
 
 void Media_Objects::hold(const Media_Block& block) {
   object_ = {};
+  unsummed_ = false;
   object_.position = block.position;
   object_.bytes = block.view.bytes;
   object_.view = {block.view.header, block.view.layout, object_.bytes};
@@ -32,6 +33,7 @@ void Media_Objects::hold(const Media_Block& block) {
 }
 
 void Media_Objects::on_stream(const Media_Stream& stream) {
+  if (stream.header.id != stream_spad) unsummed_ = stream.header.is(mf_checksummed);
   switch (stream.header.id) {
     case stream_meta:
       if (!holding_) listener_.on_metadata(stream.data_position, stream.header.length);
@@ -50,7 +52,7 @@ void Media_Objects::on_stream(const Media_Stream& stream) {
       }
       break;
     case stream_spad:
-      object_.end = stream.end;
+      if (object_.end == 0) object_.end = stream.position;
       break;
     default:
       break;
@@ -66,6 +68,7 @@ void Media_Objects::give(bool corrupt) {
   if (!holding_) return;
   holding_ = false;
   object_.corrupt = corrupt;
+  if (unsummed_) object_.end = 0;
   listener_.on_object(object_);
 }
 

@@ -14,7 +14,8 @@ struct Found_Object {
   std::string bytes;
   std::string name;
   std::string stat;  // the data of its CTEX stream, if it has one
-  // Behind its streams; 0 where the walk lost its way in them.
+  // Of its data: where its SPAD stream starts; 0 where the walk lost its way in front of that
+  // or the checksum of a stream is missing.
   unsigned long long end = 0;
   unsigned long long stretches = 0;  // bytes of data in its sparse ranges
   bool sparse = false;
@@ -66,7 +67,8 @@ class Media_Objects : private IMedia_Visitor {
   Media_Walker walker_;
   Found_Object object_;
   bool holding_ = false;
-  bool ended_ = false;  // the media has its last block
+  bool unsummed_ = false;  // the last stream of the object has no CSUM stream behind it
+  bool ended_ = false;     // the media has its last block
 };
 
 }  // namespace MTF
