@@ -24,6 +24,8 @@ void add_commands(CLI::App& app, Command& chosen) {
   add_full(app, chosen);
   add_incremental(app, chosen);
   add_list(app, chosen);
+  add_find(app, chosen);
+  add_diff(app, chosen);
   add_verify(app, chosen);
   add_restore(app, chosen);
   add_remove(app, chosen);

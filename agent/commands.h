@@ -18,6 +18,8 @@ using Command = std::function<int(Console&)>;
 void add_full(CLI::App& app, Command& chosen);
 void add_incremental(CLI::App& app, Command& chosen);
 void add_list(CLI::App& app, Command& chosen);
+void add_find(CLI::App& app, Command& chosen);
+void add_diff(CLI::App& app, Command& chosen);
 void add_verify(CLI::App& app, Command& chosen);
 void add_restore(CLI::App& app, Command& chosen);
 void add_remove(CLI::App& app, Command& chosen);

@@ -14,11 +14,10 @@ bool Job_Choice::open(const Job_Options& options, std::string& error) {
     error = "storage '" + options.storage + "' is no path";
     return false;
   }
-  std::vector<MTF::Job_Pieces> jobs;
-  if (!storage_.open(path, error) || !MTF::find_jobs(store_, options.stem, jobs, error)) {
+  if (!storage_.open(path, error) || !MTF::find_jobs(store_, options.stem, jobs_, error)) {
     return false;
   }
-  for (const MTF::Job_Pieces& job : jobs) {
+  for (const MTF::Job_Pieces& job : jobs_) {
     const bool wanted = options.seq == 0 ? job.complete || !job_.complete : job.seq == options.seq;
     if (wanted) job_ = job;
     if (wanted || options.seq == 0) newest_seq_ = job.seq;

@@ -21,6 +21,9 @@ class Job_Choice {
   MTF::IPiece_Store& store() { return store_; }
   const MTF::Job_Pieces& job() const { return job_; }
 
+  // All jobs of the name, in rising order.
+  const std::vector<MTF::Job_Pieces>& jobs() const { return jobs_; }
+
   // "job 3 of 'demo'".
   std::string title() const;
 
@@ -31,6 +34,7 @@ class Job_Choice {
  private:
   Storage storage_;
   Directory_Piece_Store store_{storage_.directory(), storage_.path()};
+  std::vector<MTF::Job_Pieces> jobs_;
   MTF::Job_Pieces job_;
   unsigned int newest_seq_ = 0;
 };

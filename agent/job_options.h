@@ -38,6 +38,24 @@ struct Job_Options {
   bool from_media = false;  // list, restore: read the medias alone
 };
 
+struct List_Options {
+  Job_Options job;
+  std::vector<std::string> paths;
+  unsigned int depth = ~0U;  // levels below a path
+};
+
+struct Find_Options {
+  Job_Options job;
+  std::vector<std::string> patterns;
+};
+
+struct Diff_Options {
+  Job_Options job;
+  unsigned int first = 0;
+  unsigned int second = 0;
+  bool quick = false;
+};
+
 struct Remove_Options {
   Job_Options job;
   bool force = false;

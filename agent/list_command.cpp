@@ -2,34 +2,19 @@
 #include <memory>
 
 #include "agent/commands.h"
+#include "agent/entry_text.h"
 #include "agent/exit_code.h"
 #include "agent/job_choice.h"
 #include "agent/job_events.h"
+#include "agent/paths.h"
 #include "agent/text.h"
+#include "mtf/reader/wanted_paths.h"
 #include "platform/native_path.h"
-#include "services/text.h"
 
 namespace agent {
 namespace {
 
-const char* type_text(unsigned int type) {
-  switch (type) {
-    case MTF::block_volb:
-      return "volume";
-    case MTF::block_dirb:
-      return "dir";
-    case MTF::block_file:
-      return "file";
-    case MTF::block_hlnk:
-      return "hardlink";
-    case MTF::block_slnk:
-      return "symlink";
-    case MTF::block_devb:
-      return "device";
-    default:
-      return "other";
-  }
-}
+constexpr unsigned int most_depth = 65535;
 
 std::string entry_line(const MTF::Job_Entry& entry) {
   char columns[80];
@@ -48,7 +33,16 @@ std::string entry_json(const MTF::Job_Entry& entry) {
                     {"address", entry.address}});
 }
 
-int run_list(const Job_Options& options, Console& console) {
+int run_list(const List_Options& command, Console& console) {
+  const Job_Options& options = command.job;
+  std::vector<std::string> paths;
+  for (const std::string& path : command.paths) {
+    paths.emplace_back();
+    if (absolute_path(path, paths.back())) continue;
+    console.note("mtf-agent: '" + escape_controls(path) + "' is no path");
+    return exit_usage;
+  }
+  MTF::Wanted_Paths wanted(paths, command.depth);
   Job_Choice choice;
   std::string error;
   if (!choice.open(options, error)) {
@@ -57,30 +51,41 @@ int run_list(const Job_Options& options, Console& console) {
   }
   if (!choice.warning().empty()) console.note(choice.warning());
   const auto on_entry = [&](const MTF::Job_Entry& entry) {
+    if (!wanted.take(entry.path)) return;
     console.line(options.json ? entry_json(entry) : entry_line(entry));
   };
   const auto on_fault = [&](const MTF::Fault& fault) {
     console.note("error: " + fault_text(fault));
   };
   const auto list = options.from_media ? MTF::list_job_from_media : MTF::list_job;
-  return list(choice.store(), choice.job(), on_entry, on_fault) ? exit_done : exit_failed;
+  const bool sound = list(choice.store(), choice.job(), on_entry, on_fault);
+  for (const std::string& path : wanted.not_met()) {
+    console.note("error: the job doesn't hold " + escape_controls(path));
+  }
+  return sound && wanted.not_met().empty() ? exit_done : exit_failed;
 }
 
 }  // namespace
 
 void add_list(CLI::App& app, Command& chosen) {
-  auto options = std::make_shared<Job_Options>();
+  auto options = std::make_shared<List_Options>();
   CLI::App* command = app.add_subcommand("list", "Show what a job holds");
   command->footer(
       "One entry a line: type, bytes, date of the last change in UTC, native path. Control\n"
       "characters in names are shown as \\n, \\t or \\xNN, and a backslash as \\\\.\n"
       "Exit codes: 0 done; 1 something could not be read; 2 wrong use.");
-  add_storage(*command, options->storage);
-  add_name(*command, options->stem)->required();
-  add_seq(*command, options->seq, "The job; the newest complete one where it is left out");
-  command->add_flag("--from-media", options->from_media,
+  add_storage(*command, options->job.storage);
+  add_name(*command, options->job.stem)->required();
+  add_seq(*command, options->job.seq, "The job; the newest complete one where it is left out");
+  command->add_flag("--from-media", options->job.from_media,
                     "Read each media alone, also a damaged one; no catalog is needed");
-  command->add_flag("--json", options->json, "Print JSON, one object a line");
+  command->add_flag("--json", options->job.json, "Print JSON, one object a line");
+  command
+      ->add_option("--depth", options->depth,
+                   "List no more than N levels below each PATH, or below the volumes")
+      ->check(number_range(0U, most_depth))
+      ->type_name("N");
+  command->add_option("PATH", options->paths, "What to list with all below it; else everything");
   command->callback([options, &chosen] {
     chosen = [options](Console& console) { return run_list(*options, console); };
   });

@@ -58,9 +58,4 @@ bool list_job(IPiece_Store& store, const Job_Pieces& job,
   });
 }
 
-bool is_below(const std::string& path, const std::string& top) {
-  if (path.compare(0, top.size(), top) != 0) return false;
-  return path.size() == top.size() || path[top.size()] == '\\';
-}
-
 }  // namespace MTF

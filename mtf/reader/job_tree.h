@@ -42,7 +42,4 @@ class Job_Tree {
   Tree_Place place_;
 };
 
-// True if `path` is `top` or lies below it. Both in system form.
-bool is_below(const std::string& path, const std::string& top);
-
 }  // namespace MTF

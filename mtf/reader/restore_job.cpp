@@ -10,6 +10,7 @@
 #include "mtf/reader/earlier_media.h"
 #include "mtf/reader/media_tree.h"
 #include "mtf/reader/security_view.h"
+#include "mtf/reader/wanted_paths.h"
 #include "platform/native_path.h"
 #include "platform/restore_tree.h"
 
@@ -17,48 +18,6 @@ namespace MTF {
 namespace {
 
 using Make = platform::Restore_Tree::Make;
-
-// The paths asked for, in system form, and which of them have been met.
-class Wanted_Paths {
- public:
-  explicit Wanted_Paths(const std::vector<std::string>& paths) : paths_(paths) {
-    for (const std::string& path : paths_) {
-      std::string system;
-      tops_.push_back({platform::system_path(path, system) ? system : std::string(), false});
-    }
-  }
-
-  bool take(const std::string& path) {
-    bool wanted = tops_.empty();
-    for (Top& top : tops_) {
-      if (top.path.empty() || !is_below(path, top.path)) continue;
-      top.met = wanted = true;
-    }
-    return wanted;
-  }
-
-  // True if one of the paths lies below `path`.
-  bool lie_below(const std::string& path) const {
-    return std::any_of(tops_.begin(), tops_.end(),
-                       [&](const Top& top) { return is_below(top.path, path); });
-  }
-
-  std::vector<std::string> not_met() const {
-    std::vector<std::string> out;
-    for (std::size_t i = 0; i < tops_.size(); ++i) {
-      if (!tops_[i].met) out.push_back(paths_[i]);
-    }
-    return out;
-  }
-
- private:
-  struct Top {
-    std::string path;  // empty for one that isn't a path
-    bool met;
-  };
-  const std::vector<std::string>& paths_;
-  std::vector<Top> tops_;
-};
 
 // The native names of a system path below the directory restored to, `X:` as `X` and `/` as
 // nothing. False if the path doesn't start with a volume.

@@ -1,0 +1,164 @@
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "agent/commands.h"
+#include "agent/entry_text.h"
+#include "agent/exit_code.h"
+#include "agent/job_choice.h"
+#include "agent/job_events.h"
+#include "agent/text.h"
+#include "mtf/reader/jobs.h"
+#include "platform/glob.h"
+#include "platform/native_path.h"
+#include "services/text.h"
+
+namespace agent {
+namespace {
+
+// One state of an entry, and the jobs that have it.
+struct State {
+  MTF::Job_Entry entry;
+  std::vector<unsigned int> jobs;  // rising
+};
+
+// The bytes of a directory are nobody's: each job has it anew.
+bool is_file(const MTF::Job_Entry& entry) {
+  return entry.type != MTF::block_volb && entry.type != MTF::block_dirb;
+}
+
+bool same_state(const MTF::Job_Entry& a, const MTF::Job_Entry& b) {
+  return a.type == b.type && a.mtime == b.mtime && a.dated == b.dated &&
+         (!is_file(a) || (a.seq == b.seq && a.address == b.address && a.channel == b.channel));
+}
+
+// "1-3,5".
+std::string ranges(const std::vector<unsigned int>& jobs) {
+  std::string text;
+  for (std::size_t first = 0, last; first < jobs.size(); first = last + 1) {
+    for (last = first; last + 1 < jobs.size() && jobs[last + 1] == jobs[last] + 1;) ++last;
+    text += (text.empty() ? "" : ",") + std::to_string(jobs[first]);
+    if (last != first) text += '-' + std::to_string(jobs[last]);
+  }
+  return text;
+}
+
+class Finder {
+ public:
+  Finder(const Find_Options& options, Console& console) : options_(options), console_(console) {}
+
+  void look_at(MTF::IPiece_Store& store, const MTF::Job_Pieces& job) {
+    const auto on_entry = [&](const MTF::Job_Entry& entry) {
+      if (matches(entry.path)) add(entry, job.seq);
+    };
+    const auto on_fault = [&](const MTF::Fault& fault) {
+      console_.note("error: " + fault_text(fault));
+    };
+    if (!MTF::list_job(store, job, on_entry, on_fault)) code_ = exit_failed;
+  }
+
+  int report() {
+    if (!options_.job.json && !found_.empty()) console_.line(header());
+    for (const auto& [path, states] : found_) {
+      for (const State& state : states) {
+        console_.line(options_.job.json ? json(path, state) : line(path, state));
+      }
+    }
+    if (found_.empty()) console_.note("no job of '" + options_.job.stem + "' holds such a name");
+    return found_.empty() ? exit_failed : code_;
+  }
+
+ private:
+  bool matches(const std::string& path) const {
+    const std::string native = platform::display_path(path);
+    const std::string name = native.substr(native.rfind('/') + 1);
+    return std::any_of(options_.patterns.begin(), options_.patterns.end(),
+                       [&](const std::string& pattern) {
+                         const bool whole = pattern.find('/') != std::string::npos;
+                         return platform::glob_match(pattern, whole ? native : name);
+                       });
+  }
+
+  void add(const MTF::Job_Entry& entry, unsigned int job) {
+    std::vector<State>& states = found_[platform::display_path(entry.path)];
+    if (states.empty() || !same_state(states.back().entry, entry)) states.push_back({entry, {}});
+    states.back().jobs.push_back(job);
+  }
+
+  static std::string header() { return columns("JOBS", "IN", "TYPE", "SIZE", "CHANGED") + "PATH"; }
+
+  static std::string columns(const std::string& jobs, const std::string& in, const char* type,
+                             const std::string& size, const std::string& date) {
+    char text[120];
+    std::snprintf(text, sizeof text, "%-12s %5s  %-8s %15s  %-19s  ", jobs.c_str(), in.c_str(),
+                  type, size.c_str(), date.c_str());
+    return text;
+  }
+
+  static std::string line(const std::string& path, const State& state) {
+    const MTF::Job_Entry& entry = state.entry;
+    const std::string jobs = ranges(state.jobs);
+    std::string text =
+        columns(jobs.size() > 60 ? jobs.substr(0, 57) + "..." : jobs,
+                is_file(entry) ? std::to_string(entry.seq) : "-", type_text(entry.type),
+                std::to_string(entry.size), entry.dated ? date_text(entry.mtime) : "-");
+    return text + escape_name(path);
+  }
+
+  static std::string json(const std::string& path, const State& state) {
+    json_spirit::Document document{{"path", path},
+                                   {"type", type_text(state.entry.type)},
+                                   {"size", state.entry.size},
+                                   {"mtime", state.entry.mtime},
+                                   {"jobs", state.jobs}};
+    if (is_file(state.entry)) document["held_by"] = state.entry.seq;
+    return json_text(document);
+  }
+
+  const Find_Options& options_;
+  Console& console_;
+  std::map<std::string, std::vector<State>> found_;  // by native path
+  int code_ = exit_done;
+};
+
+int run_find(const Find_Options& options, Console& console) {
+  Job_Choice choice;
+  std::string error;
+  if (!choice.open(options.job, error)) {
+    console.note("error: " + error);
+    return exit_failed;
+  }
+  Finder finder(options, console);
+  for (const MTF::Job_Pieces& job : choice.jobs()) finder.look_at(choice.store(), job);
+  return finder.report();
+}
+
+}  // namespace
+
+void add_find(CLI::App& app, Command& chosen) {
+  auto options = std::make_shared<Find_Options>();
+  CLI::App* command = app.add_subcommand("find", "Show which jobs hold a name");
+  command->footer(
+      "One line for each state of an entry: the jobs that have it, the one whose media holds the\n"
+      "bytes, type, bytes, date of the last change in UTC, native path. A PATTERN has *, ? and\n"
+      "[...] as in a shell, where * takes slashes too; one with a slash stands for a whole path,\n"
+      "one without for a name in any directory.\n"
+      "Exit codes: 0 done; 1 nothing was found, or something could not be read; 2 wrong use.");
+  add_storage(*command, options->job.storage);
+  add_name(*command, options->job.stem)->required();
+  command->add_flag("--json", options->job.json, "Print JSON, one object a line");
+  command->add_option("PATTERN", options->patterns, "The names or paths to look for")
+      ->required()
+      ->check(CLI::Validator(
+          [](const std::string& text) {
+            return platform::is_glob(text) ? "" : "'" + text + "' is no pattern";
+          },
+          ""));
+  command->callback([options, &chosen] {
+    chosen = [options](Console& console) { return run_find(*options, console); };
+  });
+}
+
+}  // namespace agent
