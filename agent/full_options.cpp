@@ -66,6 +66,9 @@ void add_how(CLI::App& command, Full_Options& options) {
   command.add_flag("--plain", options.plain,
                    "Save content, mode, owner and dates of files alone: no extended attributes,\n"
                    "ACLs and holes, and of directories only the dates");
+  command.add_flag("--no-careful", options.no_careful,
+                   "Trust the dates of files: an incremental job looks neither at sizes nor for\n"
+                   "changes within a second or with the date set back");
   command.add_option("--compression", options.compression, "How to compress")
       ->capture_default_str()
       ->check(CLI::IsMember({"none", "lz4", "zstd"}).description(""))
@@ -115,9 +118,10 @@ void add_incremental(CLI::App& app, Command& chosen) {
       app, "incremental", "Save what changed since an earlier job as a new job", options, chosen);
   command->footer(
       std::string(
-          "A file counts as unchanged if its date is the same to the second. The job holds the\n"
-          "whole tree: what didn't change is read from the jobs before it, so keep them. It must\n"
-          "have as many channels as the job that it starts from.\n") +
+          "A file counts as unchanged if its size and date are the same, and neither its content\n"
+          "nor its owner, mode or attributes changed since the earlier job began. The job holds\n"
+          "the whole tree: what didn't change is read from the jobs before it, so keep them. It\n"
+          "must have as many channels as the job that it starts from.\n") +
       common_footer);
   command
       ->add_option("--base", options->base,

@@ -52,7 +52,9 @@ bool Storage::open_for_job(const std::string& path, bool make, const std::string
                            std::string& error) {
   path_ = path;
   if (!directory_.open(path, make) || !directory_.is_writable()) {
+    const bool nothing_above = make && errno == ENOENT;
     error = fault();
+    if (nothing_above) error += "; the directory above it isn't there either";
     return false;
   }
   if (!directory_.lock('.' + stem + ".lock", lock_)) {

@@ -24,7 +24,8 @@ class Storage {
   bool open(const std::string& path, std::string& error);
 
   // Opens it for a job that writes or removes pieces of `stem`, and holds the stem's lock from then
-  // on. What a job that was killed left unfinished goes. `make` makes a missing directory.
+  // on. What a job that was killed left unfinished goes. `make` makes a missing directory
+  // below one that is there.
   bool open_for_job(const std::string& path, bool make, const std::string& stem,
                     std::string& error);
 

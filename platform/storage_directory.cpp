@@ -36,7 +36,7 @@ bool Storage_Directory::is_plain(const std::string& name) {
 
 bool Storage_Directory::open(const std::string& path, bool make) {
   if (make) {
-    const int error = make_dirs(path, owner_only_directory, true);
+    const int error = make_last_dir(path, owner_only_directory);
     if (error != 0) {
       errno = error;
       return false;

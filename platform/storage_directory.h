@@ -23,8 +23,9 @@ class Storage_Directory {
   // True for a name that an entry can have here.
   static bool is_plain(const std::string& name);
 
-  // Opens the directory at the native path `path`, made for its owner alone, with all above it,
-  // where `make` is set and it is missing; what was made is then on the disk.
+  // Opens the directory at the native path `path`. Where `make` is set and it is missing, it is
+  // made for its owner alone and brought to the disk; ENOENT if the one above it is missing too,
+  // as where a disk isn't mounted.
   bool open(const std::string& path, bool make);
 
   // True if this process may create and remove entries.

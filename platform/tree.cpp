@@ -176,10 +176,9 @@ int sync_parent(const std::string& native) {
 }
 
 // One directory on the way.
-int make_step(const std::string& native, unsigned int mode, bool durable) {
+int make_step(const std::string& native, unsigned int mode) {
   const int error = make_dir(native, mode);
-  if (error == 0) return durable ? sync_parent(native) : 0;
-  if (is_directory(native)) return 0;
+  if (error == 0 || is_directory(native)) return 0;
   return error == EEXIST ? ENOTDIR : error;
 }
 
@@ -209,18 +208,25 @@ bool remove_tree(const std::string& native) try {
   return finish(ENOMEM);
 }
 
-int make_dirs(const std::string& native, unsigned int mode, bool durable) {
+int make_dirs(const std::string& native, unsigned int mode) {
   if (native.empty()) return ENOENT;
-  int error = make_dir(native, mode);
-  if (error == EEXIST) return is_directory(native) ? 0 : ENOTDIR;
-  if (error != ENOENT) return error != 0 || !durable ? error : sync_parent(native);
+  const int error = make_step(native, mode);
+  if (error != ENOENT) return error;
   const std::string path = without_last_slashes(native);
   for (std::size_t end = path.find('/', 1); end != std::string::npos;
        end = path.find('/', end + 1)) {
-    error = make_step(path.substr(0, end), mode, durable);
-    if (error != 0) return error;
+    const int failed = make_step(path.substr(0, end), mode);
+    if (failed != 0) return failed;
   }
-  return make_step(path, mode, durable);
+  return make_step(path, mode);
+}
+
+int make_last_dir(const std::string& native, unsigned int mode) {
+  const std::string path = without_last_slashes(native);
+  const int error = make_dir(path, mode);
+  if (error == 0) return sync_parent(path);
+  if (is_directory(path)) return 0;
+  return error == EEXIST ? ENOTDIR : error;
 }
 
 bool private_directory(const std::string& native) {

@@ -11,9 +11,12 @@ namespace platform {
 bool remove_tree(const std::string& native);
 
 // Makes the directory with all above it that are missing, each with `mode` less the process's
-// mask. Returns 0, also where it is there already, or the errno. With `durable` it returns when
-// what was made is on the disk.
-int make_dirs(const std::string& native, unsigned int mode, bool durable = false);
+// mask. Returns 0, also where it is there already, or the errno.
+int make_dirs(const std::string& native, unsigned int mode);
+
+// Makes the directory alone, below one that is there, and returns when its name is on the disk: 0,
+// also where it is there already, or the errno, which is ENOENT without the one above it.
+int make_last_dir(const std::string& native, unsigned int mode);
 
 // Makes the directory `native`, whose parent must be there, for this user alone. One that is there
 // already is taken if it is the user's own, and closed to others. False with errno EPERM for

@@ -15,6 +15,7 @@ class Metadata_Reader : public json_spirit::Value::json_sax_t {
 
   bool number_unsigned(number_unsigned_t value) override {
     if (depth_ == 1 && key_ == "seq") record.seq = static_cast<unsigned int>(value);
+    if (depth_ == 1 && key_ == "began") record.began = static_cast<long long>(value);
     if (depth_ != 1 || key_ != "channels") return true;
     record.channels = value;
     has_channels_ = true;
@@ -61,6 +62,7 @@ bool Metadata::to_s(std::stringstream& out) const {
   for (const auto& [key, value] : host_) document[key] = value;
   document["seq"] = seq_;
   document["channels"] = channels_;
+  if (began_) document["began"] = *began_;
   if (!hash_algorithm_.empty()) document["hash_algorithm"] = hash_algorithm_;
   out << document.dump(-1, ' ', false, json_spirit::Value::error_handler_t::replace);
   return out.good();

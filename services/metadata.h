@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 
@@ -23,6 +24,10 @@ class Metadata {
   // The sequence number of the job.
   void set_seq(unsigned int seq) { seq_ = seq; }
 
+  // The second since 1970 in which a careful job began to look at its sources; without a value the
+  // record doesn't say.
+  void set_began(std::optional<long long> second) { began_ = second; }
+
   // Adds a text of the host's own under `key`. The keys above win over one of the same name.
   void set(const std::string& key, const std::string& value) { host_[key] = value; }
 
@@ -34,6 +39,7 @@ class Metadata {
   long long channels_ = 0;
   unsigned int seq_ = 0;
   std::string hash_algorithm_;
+  std::optional<long long> began_;
   std::map<std::string, std::string> host_;
 };
 
@@ -41,6 +47,7 @@ class Metadata {
 struct Metadata_Record {
   unsigned long long channels = 0;  // 0 for a job of one channel
   unsigned int seq = 0;             // 0 where it isn't said
+  std::optional<long long> began;
   std::map<std::string, std::string> host;
 };
 

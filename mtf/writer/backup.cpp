@@ -9,6 +9,7 @@
 #include "mtf/writer/callback_source_producer.h"
 #include "mtf/writer/source_producer.h"
 #include "mtf/writer/source_sharding.h"
+#include "platform/file_clock.h"
 #include "services/assertion.h"
 #include "services/hash.h"
 #include "services/json_spirit.h"
@@ -100,6 +101,9 @@ bool Backup::prepare(bool incremental) {
   ++seq_;
   numbered_ = true;
   metadata_.set_seq(seq_);
+  began_ = platform::file_clock_second();
+  uncertain_since_ = std::numeric_limits<long long>::max();
+  metadata_.set_began(careful_ ? std::optional<long long>(began_) : std::nullopt);
   // Behind the count: what is taken back after a failure are the pieces of this job.
   MTF_ASSERT_TRUE(sources_whole_, false);
   if (!safely([this] { return make_backup_task(); })) {

@@ -1,6 +1,7 @@
 // One backup job: what a host drives.
 #pragma once
 
+#include <limits>
 #include <list>
 #include <map>
 #include <memory>
@@ -48,6 +49,21 @@ class Backup {
   bool add_source(const std::string& path);
   // Whether file content is read as backup records (the default) or as plain bytes.
   void backup_read(bool on) { opt_.backup_read = on; }
+  // Whether an incremental job looks for changes that the second hides; off at construction. Then
+  // it saves a file also if
+  //   - its size isn't that of its entry in the base's catalog, or
+  //   - it was modified, or its status changed, in or behind the second in which the base began to
+  //     look at its sources. So what is written while a job runs is saved by the next, a date in
+  //     the future makes a file be saved each time, and so does what changes the status of all
+  //     files, as a `chown` does.
+  // Each careful job notes that second in its metadata (`began`), by the clock of this machine's
+  // file systems. Of a base that has no such note, or a later one than the job's own time, nothing
+  // is known, and all files are saved. What else can hide a change: a clock that is set back, a
+  // file server whose clock lags, dates coarser than a second, and a snapshot, which is older than
+  // the job that reads it.
+  // Sources of a host: what it lists has to have the size that it later gives; `st_ctime` counts
+  // where the host gives one. A source by itself and the blocks of a host's lister have none.
+  void careful(bool on) { careful_ = on; }
   // Directories that are left out with what is found in them, in either form; a file that is a
   // source is saved all the same. Not owned; must live until full() has begun. With no list, or an
   // empty one, the default list holds (source_list.h).
@@ -136,6 +152,7 @@ class Backup {
   void add_up(const Cat_Summary& channel, bool first);
   bool fetch_base_catalog(unsigned long long channel, std::string& path);
   bool check_base(const std::string& path, unsigned long long channel);
+  void take_began(const Metadata_Record& base, unsigned long long channel);
   // The name of the piece of the base that an incremental job reads.
   std::string base_catalog(unsigned long long channel) const;
   bool base_failed(unsigned long long channel, const std::string& message);
@@ -165,6 +182,10 @@ class Backup {
   std::vector<Ref_Ptr<Channel>> channels_;
   const std::list<std::string>* exclude_list_ = nullptr;
   unsigned int reparse_point_types_ = 0;
+  bool careful_ = false;
+  long long began_ = 0;  // the second in which this job did
+  // What changed from this second on may have passed the base unseen; that of all channels.
+  long long uncertain_since_ = std::numeric_limits<long long>::max();
   unsigned int err_code_ = 0;
   std::string err_msg_;
   bool sources_whole_ = true;  // false once there was no memory for a source

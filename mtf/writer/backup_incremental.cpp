@@ -2,11 +2,13 @@
 #include <ace/Log_Msg.h>
 #include <ace/OS_NS_errno.h>
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
 #include "mtf/catalog/source_processor.h"
 #include "mtf/writer/backup.h"
+#include "mtf/writer/block_producer.h"
 #include "mtf/writer/incremental_source_producer.h"
 #include "mtf/writer/source_sharding.h"
 #include "services/assertion.h"
@@ -55,6 +57,10 @@ bool Backup::make_incremental_source_producer_i(unsigned long long channel) {
   if (task.get() == nullptr) return false;
   incremental_source_producers_.push_back(task);
   producer->shown_name(base_catalog(channel));
+  producer->careful(careful_);
+  if (careful_) {
+    static_cast<Block_Producer&>(*full_source_producer_).uncertain_since(uncertain_since_);
+  }
   producer->msg_queue(backup_tasks_[channel == 0 ? 0 : channel - 1]->msg_queue());
   Cat_Blk_Queue* const input =
       channel == 0 ? full_source_producer_->msg_queue()
@@ -94,10 +100,22 @@ bool Backup::check_base(const std::string& path, unsigned long long channel) {
   if (base.seq != base_seq_) {
     return base_failed(channel, "The catalog is that of job " + std::to_string(base.seq));
   }
+  if (careful_) take_began(base, channel);
   if (channel_count(base.channels) == channel_num_) return true;
   return base_failed(channel, "Job " + std::to_string(base_seq_) + " has " +
                                   std::to_string(channel_count(base.channels)) +
                                   " channels, this job has " + std::to_string(channel_num_));
+}
+
+void Backup::take_began(const Metadata_Record& base, unsigned long long channel) {
+  if (base.began.has_value() && *base.began <= began_) {
+    uncertain_since_ = std::min(uncertain_since_, *base.began);
+    return;
+  }
+  uncertain_since_ = std::numeric_limits<long long>::min();
+  if (channel > 1) return;
+  ACE_ERROR((LM_WARNING, ACE_TEXT("It isn't known when job %d began, all files are saved anew\n"),
+             base_seq_));
 }
 
 std::string Backup::base_catalog(unsigned long long channel) const {

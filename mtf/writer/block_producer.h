@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,6 +24,10 @@ namespace MTF {
 class Block_Producer : public Task_Base {
  public:
   int svc_i() override;
+
+  // Marks as cat_uncertain what was changed at or behind this second, by its modification or its
+  // status change, so far as it is known. Ahead of the task's start.
+  void uncertain_since(long long second) { uncertain_since_ = second; }
 
   // What was left out and counted while there was no event handler to count it.
   unsigned long long untold_dirs() const { return untold_dirs_; }
@@ -102,6 +107,9 @@ class Block_Producer : public Task_Base {
     return event_handler_ != nullptr ? event_handler_->skipped_files : untold_files_;
   }
 
+  // Whether a change at `time` may have passed unseen.
+  bool is_uncertain(long long time) const { return time >= uncertain_since_; }
+
   const unsigned short seq_;
   bool pre_action_data_;
   Event_Handler* event_handler_;
@@ -134,6 +142,7 @@ class Block_Producer : public Task_Base {
   bool put_file_like(const std::string& name, long long mtime, unsigned long long size,
                      unsigned short flags, unsigned long long ino);
 
+  long long uncertain_since_ = std::numeric_limits<long long>::max();
   std::atomic<unsigned long long> untold_dirs_{0};
   std::atomic<unsigned long long> untold_files_{0};
 };

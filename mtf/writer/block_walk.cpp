@@ -109,6 +109,10 @@ bool Block_Producer::process_file(const _stat64& stat, const std::string& name,
   auto size = static_cast<unsigned long long>(stat.st_size);
   unsigned short link_flags = 0;
   if (stat.st_nlink > 1 && !find_hardlink(stat, name, type, size, link_flags)) return false;
+  // A further name is what its first name is.
+  if (type != block_hlnk && (is_uncertain(stat.st_mtime) || is_uncertain(stat.st_ctime))) {
+    link_flags |= cat_uncertain;
+  }
   return write_item(type, name, stat.st_mtime, size, link_flags, stat.st_ino);
 }
 

@@ -75,10 +75,20 @@ const char* Callback_Source_Producer::fault_of(const Cat_Blk& block) const {
   return type == block_volb || has_volume_ ? nullptr : "it comes before any volume";
 }
 
+void Callback_Source_Producer::mark_uncertain(Cat_Blk& block) const {
+  Cat_File_Blk view;
+  view.set_buffer(block);
+  if (!is_uncertain(view.time())) return;
+  block.hdr().flags(static_cast<unsigned short>(block.hdr().flags() | cat_uncertain));
+  block.hdr().checksum(block.hdr().calc_checksum());
+}
+
 bool Callback_Source_Producer::put_listed_block(Cat_Blk& block) {
   const unsigned int type = block.hdr().type();
   const unsigned long long size = block.hdr().size();
-  if (!put_block(take(block))) return false;
+  std::unique_ptr<Cat_Blk> own = take(block);
+  if (own != nullptr && is_file_like(type) && type != block_hlnk) mark_uncertain(*own);
+  if (!put_block(std::move(own))) return false;
   if (type == block_volb) {
     has_volume_ = true;
     return put_pre_action(ACE_OS::time());

@@ -144,8 +144,9 @@ bool Incremental_Source_Producer::find_dir() {
 bool Incremental_Source_Producer::handle_file_i(std::unique_ptr<Cat_Blk>& block) {
   if (!leaf_name(*block, name_)) return false;
   Cat_Blk prev;
-  if (found_dir_ && finder_.find(vol_, dir_, name_, prev) && same_file(prev, *block) &&
-      same_time(prev, *block)) {
+  if (is_certain(*block) && found_dir_ && finder_.find(vol_, dir_, name_, prev) &&
+      same_file(prev, *block) && same_time(prev, *block) &&
+      (!careful_ || prev.hdr().size() == block->hdr().size())) {
     if (!take_over(*block, prev, "handle_file_i")) return false;
     if (is_first_link(*block) && !hardlink_map_->update(block->hdr().ino(), block->hdr().seq())) {
       ACE_ERROR_RETURN(
@@ -158,6 +159,15 @@ bool Incremental_Source_Producer::handle_file_i(std::unique_ptr<Cat_Blk>& block)
   if (finder_.failed()) return false;
   count(block->hdr().seq(), block->hdr().size());
   return pass_on(block);
+}
+
+// Takes off the mark, which no catalog holds.
+bool Incremental_Source_Producer::is_certain(Cat_Blk& block) const {
+  const unsigned short flags = block.hdr().flags();
+  if (!careful_ || (flags & cat_uncertain) == 0) return true;
+  block.hdr().flags(static_cast<unsigned short>(flags & ~cat_uncertain));
+  block.hdr().checksum(block.hdr().calc_checksum());
+  return false;
 }
 
 bool Incremental_Source_Producer::handle_hlnk(std::unique_ptr<Cat_Blk>& block) {

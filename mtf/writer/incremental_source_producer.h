@@ -20,8 +20,9 @@ namespace MTF {
 // tree.
 //
 // A file is unchanged if the earlier catalog holds its path with the same type, the same time to
-// the second and the same place among hard links; nothing else is compared. An earlier catalog that
-// isn't sound fails the task, with a line that names the catalog and the position.
+// the second and the same place among hard links. A careful job also wants the same size, and no
+// mark of its source that the file may have changed unseen. Nothing else is compared. An earlier
+// catalog that isn't sound fails the task, with a line that names the catalog and the position.
 class Incremental_Source_Producer : public Task_Base {
  public:
   // `catalog` is the local path of the earlier catalog, `channel` 0 in a job of one channel.
@@ -32,6 +33,9 @@ class Incremental_Source_Producer : public Task_Base {
 
   // What lines call the earlier catalog, ahead of init(); else they show its path.
   void shown_name(const std::string& name) { finder_.shown_name(name); }
+
+  // Whether the job is careful, ahead of the task's start.
+  void careful(bool on) { careful_ = on; }
 
   // Blocks come from `queue`, which is not owned and outlives the task's thread, and go to the
   // task's own msg_queue(). Opens the catalog. 1, or -1 for a null argument or a catalog that isn't
@@ -52,6 +56,7 @@ class Incremental_Source_Producer : public Task_Base {
   bool handle_dir(std::unique_ptr<Cat_Blk>& block);
   bool handle_file_i(std::unique_ptr<Cat_Blk>& block);
   bool handle_hlnk(std::unique_ptr<Cat_Blk>& block);
+  bool is_certain(Cat_Blk& block) const;
   bool handle_end(std::unique_ptr<Cat_Blk>& block);
   bool find_dir();
   bool take_over(Cat_Blk& block, const Cat_Blk& prev, const char* handler);
@@ -66,6 +71,7 @@ class Incremental_Source_Producer : public Task_Base {
   Cat_Blk_Queue* queue_ = nullptr;
   Ref_Ptr<Writer_Hardlink_Map> hardlink_map_;
   Catalog_Forward_Finder finder_;
+  bool careful_ = false;
   char separator_ = '\\';
   std::string vol_;
   std::string dir_;

@@ -97,6 +97,22 @@ TEST_F(Chain, SavesAFileWhoseFirstNameWentUnderItsOther) {
   EXPECT_EQ(read_file(back("/b")), "content");
 }
 
+TEST_F(Chain, LooksBehindTheDateUnlessToldOtherwise) {
+  const Arguments how{"--tmp", dir_ / "tmp", "--source", source()};
+  write_file(source("/a"), "old");
+  const auto date = fs::last_write_time(source("/a"));
+  ASSERT_EQ(run(on_storage("full", how)).code, 0);
+  write_file(source("/a"), "new");
+  fs::last_write_time(source("/a"), date);
+  ASSERT_EQ(run(full({"--base", "1"}, "incremental")).code, 0);
+  ASSERT_EQ(restore("to").code, 0);
+  EXPECT_EQ(read_file(back("/a")), "old");
+  fs::remove_all(dir_ / "to");
+  ASSERT_EQ(run(on_storage("incremental", how)).code, 0);
+  ASSERT_EQ(restore("to").code, 0);
+  EXPECT_EQ(read_file(back("/a")), "new");
+}
+
 // Sources that come and go between the jobs: nothing is taken for something else.
 TEST_F(Chain, FollowsAChangedChoiceOfSources) {
   const Arguments names{"p", "q/r", "q/s", "t"};

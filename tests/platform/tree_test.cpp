@@ -65,6 +65,8 @@ TEST(Tree, DirectoriesAreMadeOnTheWay) {
   EXPECT_EQ(platform::make_dirs(dir / "f", 0700), ENOTDIR);
   EXPECT_EQ(platform::make_dirs(dir / "f/below", 0700), ENOTDIR);
   EXPECT_EQ(platform::make_dirs("", 0700), ENOENT);
+  EXPECT_EQ(platform::make_last_dir(dir / "x/y", 0700), ENOENT);
+  EXPECT_EQ(::access((dir / "x").c_str(), F_OK), -1);
 }
 
 TEST(Tree, PrivateDirectoryIsTheUsersAlone) {

@@ -67,7 +67,7 @@ Arguments Agent_Run::on_storage(const std::string& command, const Arguments& mor
 }
 
 Arguments Agent_Run::full(const Arguments& more, const std::string& command) const {
-  Arguments all = on_storage(command, {"--tmp", dir_ / "tmp"});
+  Arguments all = on_storage(command, {"--tmp", dir_ / "tmp", "--no-careful"});
   if (std::find(more.begin(), more.end(), "--source") == more.end()) {
     all.insert(all.end(), {"--source", source()});
   }

@@ -26,7 +26,8 @@ class Agent_Run : public testing::Test {
 
   // Arguments of a command on the storage, with `more` behind.
   Arguments on_storage(const std::string& command, const Arguments& more = {}) const;
-  // Those of a job of the source, if `more` names no other.
+  // Those of a job of the source, if `more` names no other. It goes by the dates of files alone:
+  // with those that were made just now a careful one would take nothing over.
   Arguments full(const Arguments& more = {}, const std::string& command = "full") const;
   Output restore(const std::string& to, const Arguments& more = {}) const;
 

@@ -63,6 +63,9 @@ TEST_F(Bad_Input, Storages) {
                                 {"jobs"},
                                 {"remove", "--name", "demo", "--seq", "1"}};
   for (const Arguments& command : commands) expect_failure(on(none, command), missing);
+  expect_failure(on(none + "/s", {"full", "--source", source(), "--name", "demo", "--tmp", none}),
+                 "storage '" + none + "/s': No such file or directory; the directory above it " +
+                     "isn't there either");
   EXPECT_FALSE(fs::exists(none));
   EXPECT_EQ(read_file(file), "f");
   if (!is_root()) return;
