@@ -17,22 +17,6 @@ constexpr const char* footer =
     "Exit codes: 0 done; 1 failed; 2 wrong use; 3 done, but entries were skipped or went bad.\n"
     "'mtf-agent COMMAND --help' tells about a command.";
 
-void add_commands(CLI::App& app, Command& chosen) {
-  app.require_subcommand(1);
-  app.set_version_flag("--version", "mtf-agent 0.1.0");
-  app.footer(footer);
-  add_full(app, chosen);
-  add_incremental(app, chosen);
-  add_list(app, chosen);
-  add_find(app, chosen);
-  add_diff(app, chosen);
-  add_verify(app, chosen);
-  add_restore(app, chosen);
-  add_remove(app, chosen);
-  add_rebuild(app, chosen);
-  add_jobs(app, chosen);
-}
-
 bool has_command(const CLI::App& app, const std::string& name) {
   const auto all = app.get_subcommands([](const CLI::App*) { return true; });
   return std::any_of(all.begin(), all.end(),
@@ -51,6 +35,25 @@ std::string first_line(const std::string& text) {
 }
 
 }  // namespace
+
+void define_command_line(CLI::App& app, Command& chosen) {
+  app.name("mtf-agent");
+  app.description(description);
+  app.require_subcommand(1);
+  app.set_version_flag("--version", "mtf-agent 0.1.0");
+  app.footer(footer);
+  add_full(app, chosen);
+  add_incremental(app, chosen);
+  add_list(app, chosen);
+  add_find(app, chosen);
+  add_diff(app, chosen);
+  add_verify(app, chosen);
+  add_restore(app, chosen);
+  add_remove(app, chosen);
+  add_rebuild(app, chosen);
+  add_jobs(app, chosen);
+  add_mount(app, chosen);
+}
 
 std::string number_fault(const std::string& text) {
   const bool plain = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos &&
@@ -77,8 +80,8 @@ CLI::Option* add_seq(CLI::App& command, unsigned int& seq, const char* help) {
 
 Command_Line parse_command_line(const std::vector<std::string>& arguments) {
   Command_Line result;
-  CLI::App app(description, "mtf-agent");
-  add_commands(app, result.command);
+  CLI::App app;
+  define_command_line(app, result.command);
   if (!arguments.empty() && arguments[0].compare(0, 1, "-") != 0 &&
       !has_command(app, arguments[0])) {
     result.exit_code = exit_usage;

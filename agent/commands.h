@@ -14,7 +14,10 @@ namespace agent {
 
 using Command = std::function<int(Console&)>;
 
+// All of the command line: its commands, and what the program says of itself. Here as below
 // `chosen` must live until the line has been parsed.
+void define_command_line(CLI::App& app, Command& chosen);
+
 void add_full(CLI::App& app, Command& chosen);
 void add_incremental(CLI::App& app, Command& chosen);
 void add_list(CLI::App& app, Command& chosen);
@@ -25,6 +28,7 @@ void add_restore(CLI::App& app, Command& chosen);
 void add_remove(CLI::App& app, Command& chosen);
 void add_rebuild(CLI::App& app, Command& chosen);
 void add_jobs(CLI::App& app, Command& chosen);
+void add_mount(CLI::App& app, Command& chosen);
 
 // The options that several commands have.
 CLI::Option* add_storage(CLI::App& command, std::string& storage);

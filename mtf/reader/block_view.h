@@ -49,8 +49,9 @@ namespace dirb_at {
 enum { last_modification_date = 56, directory_id = 76, directory_name = 80 };
 }
 namespace file_at {
-enum { last_modification_date = 56, directory_id = 76, file_id = 80, file_name = 84 };
-}
+enum { last_modification_date = 56, last_access_date = 71, directory_id = 76 };
+enum { file_id = 80, file_name = 84 };
+}  // namespace file_at
 namespace cfil_at {
 enum { cfil_attributes = 52, stream_offset = 64, stream_number = 72 };
 }

@@ -1,6 +1,7 @@
 #include "mtf/reader/content_reader.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "mtf/reader/security_view.h"
 
@@ -48,6 +49,9 @@ struct Content_Reader::Progress {
   bool chunk_open = false;          // the last chunk of a stream of unknown length is still to come
   std::optional<unsigned int> sum;  // what the next CSUM stream must hold
   bool stopped = false;             // by the sink
+  bool describing = false;          // content is passed by
+  bool passed = false;              // the next CSUM stream belongs to what was passed by
+  Content_Map* map = nullptr;       // notes where content stands, in place of giving it
   std::string small;                // the data of a small stream, or the offset of a sparse range
 };
 
@@ -64,12 +68,40 @@ void Content_Reader::fault(unsigned long long position, const std::string& text)
 
 bool Content_Reader::read(const Media_Block& block, Content& content, std::string& why) {
   content = {};
-  first_fault_.clear();
   Progress progress(content);
+  return read_streams(progress, block, why);
+}
+
+bool Content_Reader::map(const Media_Block& block, Content& content, Content_Map& map,
+                         const std::function<bool()>& go_on, std::string& why) {
+  content = {};
+  Progress progress(content);
+  progress.map = &map;
+  const Stream_Watch watch{[&](unsigned long long position, unsigned long long offset) {
+                             map.add_frame(position, offset);
+                           },
+                           go_on};
+  data_reader_.set_watch(&watch);
+  const bool read = read_streams(progress, block, why);
+  data_reader_.set_watch(nullptr);
+  const bool whole = read && map.finish();
+  if (read && !whole) why = "its content is in too many ranges, or in ranges that overlap";
+  return whole;
+}
+
+bool Content_Reader::describe(const Media_Block& block, Content& content, std::string& why) {
+  content = {};
+  Progress progress(content);
+  progress.describing = true;
+  return read_streams(progress, block, why);
+}
+
+bool Content_Reader::read_streams(Progress& progress, const Media_Block& block, std::string& why) {
+  first_fault_.clear();
   unsigned long long position = block.position + block.view.bytes.size();
   // The size of a directory says nothing of its streams.
-  const bool has_content =
-      block.view.header.displayable_size != 0 && block.view.header.type != block_dirb;
+  const bool has_content = block.view.header.displayable_size != 0 &&
+                           block.view.header.type != block_dirb && !progress.describing;
   bool going = true;
   for (bool last = false; going && !last;) going = read_stream(progress, position, last);
   if (going && progress.sum) fault(position, "stream has no CSUM stream");
@@ -90,14 +122,29 @@ bool Content_Reader::read_stream(Progress& progress, unsigned long long& positio
   const unsigned long long data_position = position + stream_header_size;
   if (header.id == stream_csum) {
     position = data_position + checksum_size;
+    if (std::exchange(progress.passed, false)) return true;
     return take_sum(progress, header, data_position);
   }
   if (progress.sum) return fault(position, "stream in front has no CSUM stream"), false;
+  if (progress.describing && !is_description(header.id)) {
+    // Rights that stand in a NACL stream stand in front of all content, and attributes too.
+    last = progress.content.has_security && holds_content(header.id);
+    progress.passed = header.is(mf_checksummed) || header.is(mf_variable_end);
+    return last || pass_by(header, data_position, position);
+  }
   Stream_Data data;
   if (!take_stream(progress, header, data_position, data)) return false;
   if (header.is(mf_checksummed)) progress.sum = data.checksum;
   position = data.end;
   return data.intact && !progress.stopped;
+}
+
+bool Content_Reader::pass_by(const Stream_Header& header, unsigned long long data_position,
+                             unsigned long long& position) {
+  Stream_Data data;
+  if (!data_reader_.skip(header, data_position, data)) return false;
+  position = data.end;
+  return true;
 }
 
 bool Content_Reader::take_stream(Progress& progress, const Stream_Header& header,
@@ -118,6 +165,7 @@ bool Content_Reader::take_stream(Progress& progress, const Stream_Header& header
     progress.small.append(bytes, taken);
     if (progress.small.size() < sparse_offset_size) return true;
     if (taken != 0) progress.offset = load_le<unsigned long long>(progress.small.data());
+    if (progress.map != nullptr) return false;
     return give(progress, bytes + taken, size - taken);
   };
   const bool main = header.id == stream_stan;
@@ -128,11 +176,18 @@ bool Content_Reader::take_stream(Progress& progress, const Stream_Header& header
   if (sparse && header.length < sparse_offset_size) {
     return fault(position, "SPAR stream is shorter than its offset"), false;
   }
-  const Data_Sink sink = main          ? Data_Sink(content)
-                         : sparse      ? Data_Sink(range)
+  const bool mapped = progress.map != nullptr && (main || sparse);
+  const std::size_t prefix = sparse ? sparse_offset_size : 0;
+  if (mapped) progress.map->open_range(header, position, prefix);
+  const Data_Sink sink = main          ? mapped ? Data_Sink() : Data_Sink(content)
+                                  : sparse ? Data_Sink(range)
                          : description ? Data_Sink(keep)
                                        : Data_Sink();
   if (!data_reader_.read(header, position, sink, data)) return false;
+  if (mapped && data.intact) {
+    progress.map->close_range(progress.offset);
+    if (!advance(progress, header.length - prefix)) return false;
+  }
   if (description) return take_description(progress, header, position);
   if (!main && !sparse && holds_content(header.id)) {
     progress.content.left_out += (progress.content.left_out.empty() ? "" : ", ");
@@ -185,13 +240,18 @@ bool Content_Reader::take_sum(Progress& progress, const Stream_Header& header,
 }
 
 bool Content_Reader::give(Progress& progress, const char* data, std::size_t size) {
+  const unsigned long long offset = progress.offset;
+  if (!advance(progress, size)) return false;
+  if (size == 0 || sink_(offset, data, size)) return true;
+  progress.stopped = true;
+  return false;
+}
+
+// Moves behind `size` bytes of the file.
+bool Content_Reader::advance(Progress& progress, unsigned long long size) {
   constexpr unsigned long long largest = ~0ULL >> 1;
   if (progress.offset > largest || size > largest - progress.offset) {
     fault(0, "SPAR stream has a wrong offset");
-    return false;
-  }
-  if (size != 0 && !sink_(progress.offset, data, size)) {
-    progress.stopped = true;
     return false;
   }
   progress.offset += size;

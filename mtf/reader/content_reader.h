@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "mtf/reader/content_map.h"
 #include "mtf/reader/media_file.h"
 #include "mtf/reader/stream_check.h"
 
@@ -32,14 +33,28 @@ class Content_Reader {
   // if the sink ended it; `why` is empty then.
   bool read(const Media_Block& block, Content& content, std::string& why);
 
+  // The same, but nothing is given to the sink: `map` says where the content stands. What is
+  // compressed isn't expanded. `go_on` is asked again and again; where it says false, the reading
+  // ends and `why` is empty.
+  bool map(const Media_Block& block, Content& content, Content_Map& map,
+           const std::function<bool()>& go_on, std::string& why);
+
+  // Reads what is said beside the content, as long as something can still follow. Content is passed
+  // by, without its checksum.
+  bool describe(const Media_Block& block, Content& content, std::string& why);
+
  private:
   struct Progress;
 
+  bool read_streams(Progress& progress, const Media_Block& block, std::string& why);
   bool read_stream(Progress& progress, unsigned long long& position, bool& last);
+  bool pass_by(const Stream_Header& header, unsigned long long data_position,
+               unsigned long long& position);
   bool take_stream(Progress& progress, const Stream_Header& header, unsigned long long position,
                    Stream_Data& data);
   bool take_sum(Progress& progress, const Stream_Header& header, unsigned long long position);
   bool give(Progress& progress, const char* data, std::size_t size);
+  bool advance(Progress& progress, unsigned long long size);
   bool take_description(Progress& progress, const Stream_Header& header,
                         unsigned long long position);
   bool take_chunk(Progress& progress, const Stream_Header& header, unsigned long long position);

@@ -40,6 +40,7 @@ void Job_Tree::walk_catalog(unsigned long long channel,
     entry.channel = channel;
     entry.address = record.address;
     item.name = record.name;
+    item.space = record.space;
     on_entry(item);
   }
 }

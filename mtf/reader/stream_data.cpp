@@ -70,6 +70,7 @@ bool Stream_Data_Reader::read_plain(const Stream_Header& header, unsigned long l
   Checksum_Calculator checksum;
   bool giving = static_cast<bool>(sink);
   while (position < out.end) {
+    if (!go_on()) return false;
     const auto size =
         static_cast<std::size_t>(std::min<unsigned long long>(chunk_size, out.end - position));
     const char* data = window_.view(position, size);
@@ -94,7 +95,10 @@ bool Stream_Data_Reader::read_frames(const Stream_Header& header, unsigned long 
   Checksum_Calculator checksum;
   Frame_Header frame;
   while (state.left > 0) {
+    if (!go_on()) return false;
+    const unsigned long long at = state.position, offset = header.length - state.left;
     if (!next_frame(state, frame)) return false;
+    if (watch_ != nullptr) watch_->on_frame(at, offset);
     checksum.calc(state.header_bytes, frame_header_size, false);
     const char* stored = window_.view(state.position, frame.compressed_size);
     if (stored == nullptr) {
@@ -130,16 +134,7 @@ bool Stream_Data_Reader::next_frame(Frames& state, Frame_Header& frame) {
 // False if the frame can't be trusted to say where the next one starts.
 bool Stream_Data_Reader::check_frame(const Frame_Header& frame, Frames& state) {
   const auto fault = [&](const char* text) { on_fault_(state.position, text); };
-  if (!frame.intact) return fault("compression frame header is damaged"), false;
-  if (frame.uncompressed_size == 0 || frame.uncompressed_size > state.left) {
-    return fault("compression frame has a wrong uncompressed size"), false;
-  }
-  if (frame.compressed_size > frame.uncompressed_size) {
-    return fault("compression frame is larger than its data"), false;
-  }
-  if (frame.uncompressed_size > Piece_Window::max_view) {
-    return fault("compression frame is too large"), false;
-  }
+  if (const char* text = frame_fault(frame, state.left)) return fault(text), false;
   if (frame.remaining_stream_size != state.left) {
     fault("compression frame has a wrong remaining stream size");
   }
@@ -154,6 +149,7 @@ bool Stream_Data_Reader::check_frame(const Frame_Header& frame, Frames& state) {
 
 bool Stream_Data_Reader::give_frame(const Frame_Header& frame, const char* stored, Frames& state) {
   const char* data = stored;
+  if (watch_ != nullptr && !state.giving) return true;
   // A frame that would not shrink holds its data as it came.
   if (frame.compressed_size != frame.uncompressed_size) {
     if (expanded_.size() < frame.uncompressed_size) expanded_.resize(frame.uncompressed_size);
@@ -167,6 +163,18 @@ bool Stream_Data_Reader::give_frame(const Frame_Header& frame, const char* store
   }
   if (state.giving) state.giving = state.sink(data, frame.uncompressed_size);
   return true;
+}
+
+const char* frame_fault(const Frame_Header& frame, unsigned long long left) {
+  if (!frame.intact) return "compression frame header is damaged";
+  if (frame.uncompressed_size == 0 || frame.uncompressed_size > left) {
+    return "compression frame has a wrong uncompressed size";
+  }
+  if (frame.compressed_size > frame.uncompressed_size) {
+    return "compression frame is larger than its data";
+  }
+  if (frame.uncompressed_size > Piece_Window::max_view) return "compression frame is too large";
+  return nullptr;
 }
 
 }  // namespace MTF

@@ -23,6 +23,14 @@ struct Stream_Data {
   bool intact = true;          // every byte could be read and expanded
 };
 
+// Follows the reading of a stream whose data is looked up later.
+struct Stream_Watch {
+  // Told where each compression frame starts, and at which byte of the expanded data.
+  std::function<void(unsigned long long position, unsigned long long offset)> on_frame;
+  // Asked again and again, if it is set; false ends the reading, with no fault.
+  std::function<bool()> go_on;
+};
+
 // Reads streams of one piece. Its memory is that of the largest frame.
 class Stream_Data_Reader {
  public:
@@ -40,9 +48,13 @@ class Stream_Data_Reader {
   // of frames. So `out` is not intact and has no checksum.
   bool skip(const Stream_Header& header, unsigned long long position, Stream_Data& out);
 
+  // With a watch, which is kept until null is given, a frame that no sink asks for isn't expanded.
+  void set_watch(const Stream_Watch* watch) { watch_ = watch; }
+
  private:
   struct Frames;
 
+  bool go_on() const { return watch_ == nullptr || !watch_->go_on || watch_->go_on(); }
   bool read_plain(const Stream_Header& header, unsigned long long position, const Data_Sink& sink,
                   Stream_Data& out);
   bool read_frames(const Stream_Header& header, unsigned long long position, const Data_Sink& sink,
@@ -54,7 +66,11 @@ class Stream_Data_Reader {
 
   Piece_Window& window_;
   const Fault_At& on_fault_;
+  const Stream_Watch* watch_ = nullptr;
   std::vector<char> expanded_;
 };
+
+// Why a frame can't be the next one of a stream that has `left` bytes to come; null if it can.
+const char* frame_fault(const Frame_Header& frame, unsigned long long left);
 
 }  // namespace MTF

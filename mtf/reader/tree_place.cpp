@@ -21,21 +21,19 @@ bool holds_others(unsigned int type) {
   return type == block_volb || type == block_dirb;
 }
 
+}  // namespace
+
 // The components of volumes and directories are separated by NUL on a media.
-bool path_text(const Tree_Item& item, std::string& out) {
-  if (!mtf_string_to_utf8(item.name.data(), item.name.data() + item.name.size(), item.string_type,
-                          out)) {
-    return false;
-  }
-  if (holds_others(item.type)) {
+bool tree_text(unsigned int type, unsigned char string_type, std::string_view name,
+               std::string& out) {
+  if (!mtf_string_to_utf8(name.data(), name.data() + name.size(), string_type, out)) return false;
+  if (holds_others(type)) {
     std::replace(out.begin(), out.end(), '\0', '\\');
     while (!out.empty() && out.back() == '\\') out.pop_back();
     if (!out.empty() && out.front() == '\\') out.erase(0, 1);
   }
   return true;
 }
-
-}  // namespace
 
 void Tree_Place::begin_channel() {
   volume_.clear();
@@ -54,7 +52,7 @@ bool Tree_Place::find(const Tree_Item& item, Job_Entry& entry) {
 
 bool Tree_Place::find_path(const Tree_Item& item, std::string& path) {
   std::string text;
-  if (!path_text(item, text) || text.empty()) return false;
+  if (!tree_text(item.type, item.string_type, item.name, text) || text.empty()) return false;
   if (item.type == block_volb) {
     volume_ = text;
     directory_.clear();

@@ -18,6 +18,11 @@ struct Tree_Item {
   std::string_view name;
 };
 
+// The name of an entry as text, in system form: the path of a volume or directory, without
+// separators around it, or the last name of any other. False for an unknown string type.
+bool tree_text(unsigned int type, unsigned char string_type, std::string_view name,
+               std::string& out);
+
 // Follows the entries of a channel in their order: what a name means hangs on the volume and the
 // directory before it. Remembers 8 bytes for each directory of a job.
 class Tree_Place {

@@ -1,0 +1,56 @@
+#include <memory>
+
+#include "agent/commands.h"
+#include "agent/directory_piece_store.h"
+#include "agent/exit_code.h"
+#include "agent/mount_session.h"
+#include "agent/paths.h"
+#include "agent/storage.h"
+
+namespace agent {
+namespace {
+
+int run_mount(const Mount_Options& options, Console& console) {
+  Storage storage;
+  std::string path, error;
+  if (!absolute_path(options.storage, path)) {
+    console.note("mtf-agent: --storage '" + options.storage + "' is no path");
+    return exit_usage;
+  }
+  const bool opened = storage.open(path, error);
+  Directory_Piece_Store store(storage.directory(), path);
+  Mounted_Jobs jobs(store, options.stem, console);
+  if (!opened || !jobs.look(error)) {
+    console.note("error: " + error);
+    return exit_failed;
+  }
+  if (jobs.root().empty()) {
+    console.note("error: there is no complete job of '" + options.stem + "'");
+    return exit_failed;
+  }
+  return run_mount_session(options, jobs, console);
+}
+
+}  // namespace
+
+void add_mount(CLI::App& app, Command& chosen) {
+  auto options = std::make_shared<Mount_Options>();
+  CLI::App* command = app.add_subcommand("mount", "Show jobs as a read-only file system");
+  command->footer(
+      "DIR then holds a directory for each complete job, named by its number, and links to them:\n"
+      "'latest', and the date of each in UTC, such as 2026-11-23T09-15. A job is laid out as\n"
+      "restore lays it out. Before a file's first byte is given its checksums are compared, so\n"
+      "reading a damaged one gives an I/O error, and a line here says why. The command stays in\n"
+      "the foreground; Ctrl-C or 'umount DIR' ends it.\n"
+      "Exit codes: 0 unmounted; 1 failed; 2 wrong use.");
+  command->add_option("DIR", options->directory, "The directory to mount at")->required();
+  add_storage(*command, options->storage);
+  add_name(*command, options->stem)->required();
+  command->add_flag("--allow-other", options->allow_other,
+                    "Let other users in, as far as the modes of the files do");
+  command->callback([options, &chosen] {
+    chosen = [options](Console& console) { return run_mount(*options, console); };
+  });
+}
+
+}  // namespace agent

@@ -1,0 +1,329 @@
+#include "mtf/reader/view_tree.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+
+#include "mtf/reader/job_tree.h"
+#include "platform/native_path.h"
+#include "services/text.h"
+
+namespace MTF {
+namespace {
+
+constexpr unsigned int text_chunk_bits = 20;
+constexpr unsigned int text_chunk = 1U << text_chunk_bits;
+constexpr std::size_t longest_name = 255;  // a byte in front of each name holds its length
+constexpr unsigned long long space_unit = 1024;
+constexpr const char* tree_full = "the tree holds as many names as it can";
+
+// Numbers of things, found by what the things are. Open addressing: 4 bytes for each place.
+class Number_Table {
+ public:
+  // The number for which `same` holds, or a new one from `make`.
+  template <class Same, class Make, class Hash_Of>
+  unsigned int find_or_add(std::size_t hash, Same same, Make make, Hash_Of hash_of) {
+    if (2 * (used_ + 1) > places_.size()) grow(hash_of);
+    std::size_t at = hash & (places_.size() - 1);
+    for (; places_[at] != View_Tree::none; at = (at + 1) & (places_.size() - 1)) {
+      if (same(places_[at])) return places_[at];
+    }
+    ++used_;
+    return places_[at] = make();
+  }
+
+ private:
+  template <class Hash_Of>
+  void grow(Hash_Of hash_of) {
+    std::vector<unsigned int> before(std::max<std::size_t>(64, 2 * places_.size()),
+                                     View_Tree::none);
+    before.swap(places_);
+    for (const unsigned int number : before) {
+      if (number == View_Tree::none) continue;
+      std::size_t at = hash_of(number) & (places_.size() - 1);
+      while (places_[at] != View_Tree::none) at = (at + 1) & (places_.size() - 1);
+      places_[at] = number;
+    }
+  }
+
+  std::vector<unsigned int> places_;
+  std::size_t used_ = 0;
+};
+
+std::size_t hash_of(std::string_view text) {
+  return std::hash<std::string_view>()(text);
+}
+
+std::size_t hash_of(View_Tree::Number parent, unsigned int name) {
+  return (parent * 0x9E3779B97F4A7C15ULL ^ name * 0xC2B2AE3D27D4EB4FULL) >> 16;
+}
+
+// Why no directory can hold an entry of this name; null if one can.
+const char* name_fault(const std::string& name) {
+  if (name.empty() || name == "." || name == "..") return "its name means a directory";
+  if (name.find_first_of(std::string("/\0", 2)) != std::string::npos) {
+    return "its name holds a slash or NUL";
+  }
+  return name.size() > longest_name ? "its name is too long" : nullptr;
+}
+
+}  // namespace
+
+// Puts the entries of the catalogs into the tree in the order of the walk.
+class View_Tree_Builder {
+ public:
+  View_Tree_Builder(View_Tree& tree, const Problem_Sink& on_problem)
+      : tree_(tree), on_problem_(on_problem) {}
+
+  void take(const Tree_Entry& item) {
+    switch (item.entry.type) {
+      case block_volb:
+      case block_dirb:
+        place_ = directory_of(item);
+        uncertain_ = false;
+        break;
+      case block_pdat:  // data for the host, no part of the tree
+        break;
+      default:
+        take_file(item);
+    }
+  }
+
+  // What can't be read may be a directory: what comes next may belong to that one.
+  void note_damage() { uncertain_ = true; }
+
+ private:
+  using Number = View_Tree::Number;
+
+  Number directory_of(const Tree_Entry& item);
+  Number volume_of(const std::string& path);
+  void take_file(const Tree_Entry& item);
+  bool enter(const Tree_Entry& item, const std::string& name, Number& number);
+  Number step(Number parent, const std::string& name);
+  unsigned int intern(std::string_view text);
+  View_Node node_of(const Tree_Entry& item, Number parent, unsigned int name) const;
+  Number add(const View_Node& node);
+  void refuse(const Tree_Entry& item, const std::string& why) {
+    if (on_problem_) on_problem_(platform::display_path(item.entry.path), why);
+  }
+
+  View_Tree& tree_;
+  const Problem_Sink& on_problem_;
+  Number place_ = View_Tree::none;
+  bool uncertain_ = false;
+  Number_Table names_;
+  Number_Table directories_;
+  std::map<std::string, std::string> volumes_;  // by the first name below the root
+};
+
+unsigned int View_Tree_Builder::intern(std::string_view text) {
+  return names_.find_or_add(
+      hash_of(text), [&](unsigned int name) { return tree_.text(name) == text; },
+      [&] { return tree_.add_text(text); },
+      [&](unsigned int name) { return hash_of(tree_.text(name)); });
+}
+
+View_Node View_Tree_Builder::node_of(const Tree_Entry& item, Number parent,
+                                     unsigned int name) const {
+  const Job_Entry& entry = item.entry;
+  const unsigned long long space = std::min<unsigned long long>(item.space / space_unit, ~0U);
+  View_Node node{};
+  node.address = entry.address;
+  node.mtime = entry.mtime;
+  node.type = entry.type;
+  node.name = name;
+  node.parent = parent;
+  node.channel = static_cast<unsigned int>(entry.channel);
+  node.seq = static_cast<unsigned short>(entry.seq);
+  node.is_directory = entry.type == block_dirb;
+  if (node.is_directory) return node;
+  node.size = entry.size;
+  node.space = static_cast<unsigned int>(space);
+  node.uncertain = uncertain_;
+  return node;
+}
+
+View_Tree::Number View_Tree_Builder::add(const View_Node& node) {
+  tree_.nodes_.push_back(node);
+  return tree_.size() - 1;
+}
+
+// The directory `name` of `parent`; one that no catalog has named yet is made.
+View_Tree::Number View_Tree_Builder::step(Number parent, const std::string& name) {
+  const unsigned int text = intern(name);
+  return directories_.find_or_add(
+      hash_of(parent, text),
+      [&](Number number) {
+        return tree_.node(number).parent == parent && tree_.node(number).name == text;
+      },
+      [&] {
+        View_Node node{};
+        node.type = block_volb;
+        node.name = text;
+        node.parent = parent;
+        node.is_directory = true;
+        return add(node);
+      },
+      [&](Number number) { return hash_of(tree_.node(number).parent, tree_.node(number).name); });
+}
+
+// Goes from `number` to its directory `name`. False, with the reason told, if that has no place.
+bool View_Tree_Builder::enter(const Tree_Entry& item, const std::string& name, Number& number) {
+  const char* why = tree_.is_full() ? tree_full : name_fault(name);
+  // `/C` and the volume `C:` have one place; what comes first keeps it.
+  if (why == nullptr && number == View_Tree::root && name.size() == 1) {
+    const std::string volume = item.entry.path.substr(0, item.entry.path.find('\\'));
+    if (volumes_.try_emplace(name, volume).first->second != volume) {
+      why = "its place has another volume";
+    }
+  }
+  if (why != nullptr) return refuse(item, why), false;
+  number = step(number, name);
+  return true;
+}
+
+// Brings in the directory or volume of an entry, with all above it; `none` if it has no place.
+View_Tree::Number View_Tree_Builder::directory_of(const Tree_Entry& item) {
+  const std::string& path = item.entry.path;
+  std::size_t end = path.find('\\');
+  const std::string volume = path.substr(0, end);
+  if (!platform::is_volume(volume)) return refuse(item, "not a path of a volume"), View_Tree::none;
+  Number number = View_Tree::root;
+  if (volume != "/" && !enter(item, volume.substr(0, 1), number)) return View_Tree::none;
+  while (end != std::string::npos) {
+    const std::size_t start = end + 1;
+    end = path.find('\\', start);
+    const std::string name = platform::native_name(path.substr(start, end - start));
+    if (!enter(item, name, number)) return View_Tree::none;
+  }
+  View_Node& node = tree_.nodes_[number];
+  if (item.entry.type == block_dirb && node.type == block_volb) {
+    node = node_of(item, node.parent, node.name);
+  }
+  return number;
+}
+
+void View_Tree_Builder::take_file(const Tree_Entry& item) {
+  if (place_ == View_Tree::none) return refuse(item, "its directory has no place");
+  const std::string& path = item.entry.path;
+  const std::string name = platform::native_name(path.substr(path.rfind('\\') + 1));
+  const char* why = tree_.is_full() ? tree_full : name_fault(name);
+  if (why != nullptr) return refuse(item, why);
+  add(node_of(item, place_, intern(name)));
+}
+
+View_Tree::View_Tree() {
+  View_Node top{};
+  top.type = block_volb;
+  top.is_directory = true;
+  top.name = add_text({});
+  nodes_.push_back(top);
+}
+
+void View_Tree::build(IPiece_Store& store, const Job_Pieces& job, const Fault_Sink& on_fault,
+                      const Problem_Sink& on_problem) {
+  {
+    View_Tree_Builder builder(*this, on_problem);
+    const Fault_Sink on_damage = [&](const Fault& fault) {
+      builder.note_damage();
+      if (on_fault) on_fault(fault);
+    };
+    Job_Tree(store, job, on_damage).walk([&](const Tree_Entry& item) { builder.take(item); });
+  }
+  order_children();
+}
+
+bool View_Tree::is_full() const {
+  return texts_.size() == 1U << (32 - text_chunk_bits) || size() == none - 1;
+}
+
+std::string_view View_Tree::text(unsigned int name) const {
+  const char* bytes = texts_[name >> text_chunk_bits].get() + (name & (text_chunk - 1));
+  return {bytes + 1, static_cast<unsigned char>(bytes[0])};
+}
+
+unsigned int View_Tree::add_text(std::string_view text) {
+  const std::size_t room = texts_.size() * std::size_t{text_chunk} - texts_end_;
+  if (room < text.size() + 1) {
+    texts_end_ = static_cast<unsigned int>(texts_.size()) * text_chunk;
+    texts_.push_back(std::make_unique<char[]>(text_chunk));
+  }
+  const unsigned int place = texts_end_;
+  char* bytes = texts_.back().get() + (place & (text_chunk - 1));
+  bytes[0] = static_cast<char>(text.size());
+  std::memcpy(bytes + 1, text.data(), text.size());
+  texts_end_ += static_cast<unsigned int>(text.size() + 1);
+  return place;
+}
+
+// Sorts the entries by their directories, and those of a directory by their names.
+void View_Tree::order_children() {
+  for (Number number = 1; number < size(); ++number) ++nodes_[nodes_[number].parent].space;
+  unsigned int place = 0;
+  for (View_Node& node : nodes_) {
+    if (!node.is_directory) continue;
+    node.size = place;
+    place += node.space;
+    node.space = 0;
+  }
+  children_.resize(place);
+  for (Number number = 1; number < size(); ++number) {
+    View_Node& parent = nodes_[nodes_[number].parent];
+    children_[parent.size + parent.space++] = number;
+  }
+  for (Number number = 0; number < size(); ++number) {
+    if (nodes_[number].is_directory) drop_doubles(number);
+  }
+}
+
+// Of two entries of one name a directory stays; of two files the later one, as it would replace the
+// first.
+void View_Tree::drop_doubles(Number directory) {
+  View_Node& node = nodes_[directory];
+  const auto begin = children_.begin() + static_cast<std::ptrdiff_t>(node.size);
+  const auto end = begin + node.space;
+  std::sort(begin, end, [this](Number a, Number b) {
+    const int order = name(a).compare(name(b));
+    return order != 0 ? order < 0 : a > b;
+  });
+  auto kept = begin;
+  for (auto each = begin; each != end; ++each) {
+    if (kept == begin || name(*(kept - 1)) != name(*each)) {
+      *kept++ = *each;
+    } else if (nodes_[*each].is_directory) {
+      *(kept - 1) = *each;
+    }
+  }
+  node.space = static_cast<unsigned int>(kept - begin);
+}
+
+View_Tree::Number View_Tree::find(Number directory, std::string_view wanted) const {
+  const View_Node& node = nodes_[directory];
+  if (!node.is_directory) return none;
+  const auto begin = children_.begin() + static_cast<std::ptrdiff_t>(node.size);
+  const auto end = begin + node.space;
+  const auto found = std::lower_bound(
+      begin, end, wanted,
+      [this](Number number, std::string_view text) { return name(number) < text; });
+  return found != end && name(*found) == wanted ? *found : none;
+}
+
+View_Tree::Number View_Tree::child(Number directory, unsigned int place) const {
+  const View_Node& node = nodes_[directory];
+  return node.is_directory && place < node.space ? children_[node.size + place] : none;
+}
+
+std::string View_Tree::path(Number number) const {
+  std::vector<std::string_view> names;
+  for (; number != root; number = nodes_[number].parent) names.push_back(name(number));
+  std::string path = names.empty() ? "/" : "";
+  for (auto each = names.rbegin(); each != names.rend(); ++each) (path += '/') += *each;
+  return path;
+}
+
+unsigned long long View_Tree::memory() const {
+  return nodes_.size() * sizeof(View_Node) + children_.capacity() * sizeof(Number) +
+         texts_.size() * text_chunk;
+}
+
+}  // namespace MTF
