@@ -53,6 +53,7 @@ void define_command_line(CLI::App& app, Command& chosen) {
   add_rebuild(app, chosen);
   add_jobs(app, chosen);
   add_mount(app, chosen);
+  add_report(app, chosen);
 }
 
 std::string number_fault(const std::string& text) {

@@ -29,6 +29,7 @@ void add_remove(CLI::App& app, Command& chosen);
 void add_rebuild(CLI::App& app, Command& chosen);
 void add_jobs(CLI::App& app, Command& chosen);
 void add_mount(CLI::App& app, Command& chosen);
+void add_report(CLI::App& app, Command& chosen);
 
 // The options that several commands have.
 CLI::Option* add_storage(CLI::App& command, std::string& storage);

@@ -2,18 +2,13 @@
 #pragma once
 
 #include <functional>
-#include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "mtf/reader/jobs.h"
-#include "mtf/reader/view_file.h"
-#include "mtf/reader/view_medias.h"
 #include "mtf/reader/view_tree.h"
 
 namespace MTF {
@@ -33,6 +28,28 @@ struct View_Attributes {
   std::vector<std::pair<std::string, std::string>> extended;  // POSIX ACLs among them
 };
 
+// The content of a file of a job, at any position. Before its first byte is given the whole content
+// is read once and all its checksums are compared, as a restore does; so no byte of a damaged file
+// is ever given. A small file is held from then on, of a larger one the places of its ranges and of
+// its compression frames: a read then costs what it asks for, and no more than a frame beside it.
+// May be used by several threads.
+class View_File {
+ public:
+  virtual ~View_File() = default;
+
+  // Reads up to `size` bytes from `offset`; fewer only at the end of the file. -1 on failure, with
+  // `why` set. While the content is checked `go_on`, which may be empty, is asked again and again,
+  // and false ends the call with -1 and an empty `why`.
+  virtual long long read(unsigned long long offset, char* data, std::size_t size,
+                         const std::function<bool()>& go_on, std::string& why) = 0;
+
+  // Finds the first byte from `offset` on that lies in a stretch of data, or in a hole if `hole` is
+  // set; the end of the file counts as a hole. False, as read() fails, or with `out` set to the
+  // size where there is none.
+  virtual bool seek(unsigned long long offset, bool hole, const std::function<bool()>& go_on,
+                    unsigned long long& out, std::string& why) = 0;
+};
+
 // Entries have numbers: View_Tree::root is the directory that holds `home`, `X` for a volume `X:`,
 // and so on, as a restore lays them out. The same job always has the same numbers. All operations
 // may be called from several threads.
@@ -41,45 +58,24 @@ struct View_Attributes {
 // size and kind, and so must that of its directory. A failure gives `why`, which names the place.
 class Job_View {
  public:
+  virtual ~Job_View() = default;
+
   // Reads the catalogs of `job`, damaged ones as far as that goes; see View_Tree::build() for the
-  // sinks. The store must outlive the view; its operations are never called by two threads at once,
-  // but readers that it opened are used by one thread each at the same time.
+  // sinks. The store must outlive the view. Its operations are never called by two threads at once;
+  // of the readers that it opens each is used by one thread at a time.
   static std::shared_ptr<Job_View> open(IPiece_Store& store, const Job_Pieces& job,
                                         const Fault_Sink& on_fault, const Problem_Sink& on_problem);
 
-  const View_Tree& tree() const { return tree_; }
+  virtual const View_Tree& tree() const = 0;
 
   // The attributes of an entry, from its media or from a cache of bounded size. Null, with `why`
   // set, on failure.
-  std::shared_ptr<const View_Attributes> attributes(View_Tree::Number number, std::string& why);
+  virtual std::shared_ptr<const View_Attributes> attributes(View_Tree::Number number,
+                                                            std::string& why) = 0;
 
-  // The content of a file; null, with `why` set, if it is no file or its block can't be found.
-  std::shared_ptr<View_File> open_file(View_Tree::Number number, std::string& why);
-
- private:
-  friend class View_File;
-
-  Job_View(IPiece_Store& store, const Job_Pieces& job) : job_(job), medias_(store, job.stem) {}
-
-  View_Medias::Loan find_block(View_Tree::Number number, Media_Block& block, std::string& why);
-  bool is_block_of(View_Tree::Number number, Media_File& media, const Media_Block& block) const;
-  bool is_place_right(View_Tree::Number number, const Media_Block& block, std::string& why);
-  std::shared_ptr<View_Attributes> load(View_Tree::Number number, std::string& why);
-  void remember(View_Tree::Number number, const std::shared_ptr<const View_Attributes>& attributes);
-
-  struct Known {
-    View_Tree::Number number;
-    std::shared_ptr<const View_Attributes> attributes;
-  };
-
-  const Job_Pieces job_;
-  View_Tree tree_;
-  View_Medias medias_;
-  std::mutex mutex_;
-  std::list<Known> known_;  // the one used last is the first
-  std::unordered_map<View_Tree::Number, std::list<Known>::iterator> places_;
-  unsigned long long known_bytes_ = 0;
-  std::list<std::shared_ptr<View_File>> files_;  // large ones that were checked
+  // The content of a file; null, with `why` set, if it is no file or its block can't be found. The
+  // view must outlive it.
+  virtual std::shared_ptr<View_File> open_file(View_Tree::Number number, std::string& why) = 0;
 };
 
 }  // namespace MTF

@@ -32,6 +32,20 @@ bool Media_Catalog_Finder::find(unsigned int seq, Media_Catalog_Place& place, st
   return true;
 }
 
+bool Media_Catalog_Finder::corrupt_files(unsigned int& count) {
+  Media_Block block;
+  if (!load(0, block_tape, block) || !read_geometry(block.view, geometry_) || !find_end(block)) {
+    return false;
+  }
+  const auto pba = block.view.get<unsigned long long>(eotm_at::last_eset_pba);
+  if (pba >= window_.size() / geometry_.physical ||
+      !load(pba * geometry_.physical, block_eset, block)) {
+    return false;
+  }
+  count = block.view.get<unsigned int>(eset_at::corrupt_file_count);
+  return true;
+}
+
 bool Media_Catalog_Finder::find_end(Media_Block& eotm) {
   const unsigned long long blocks = window_.size() / geometry_.physical;
   for (unsigned long long back = 1; back <= end_blocks && back < blocks; ++back) {

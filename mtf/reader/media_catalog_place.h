@@ -24,6 +24,9 @@ class Media_Catalog_Finder {
   // False, with `why` set, if there is none or if the way to it is damaged.
   bool find(unsigned int seq, Media_Catalog_Place& place, std::string& why);
 
+  // How many files the last ESET block says are corrupt; false if the way to it is damaged.
+  bool corrupt_files(unsigned int& count);
+
   const Media_Geometry& geometry() const { return geometry_; }
 
  private:

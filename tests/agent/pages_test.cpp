@@ -73,7 +73,7 @@ TEST_F(Pages, OfferValues) {
   std::filesystem::create_directory(dir_ / "dir one");
   write_file(dir_ / "file", "");
   const std::pair<const char*, const char*> offers[] = {
-      {"r", "restore\nremove\n"},
+      {"mo", "mount\n"},
       {"full --compression z", "zstd\n"},
       {"full --storage ''", "dir one\n"},
       {"full --pre-action f", "file\n"},

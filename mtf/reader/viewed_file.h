@@ -1,4 +1,4 @@
-// The content of a file of a job, at any position.
+// The content of a file of a job over its media.
 #pragma once
 
 #include <functional>
@@ -7,35 +7,24 @@
 #include <vector>
 
 #include "mtf/reader/content_map.h"
+#include "mtf/reader/job_view.h"
 #include "mtf/reader/piece_window.h"
-#include "mtf/reader/view_tree.h"
 
 namespace MTF {
 
-class Job_View;
+class Job_Viewer;
 
-// Before its first byte is given the whole content is read once and all its checksums are compared,
-// as a restore does; so no byte of a damaged file is ever given. A small file is held from then on,
-// of a larger one the places of its ranges and of its compression frames: a read then costs what it
-// asks for, and no more than a frame beside it. May be used by several threads.
-class View_File {
+class Viewed_File final : public View_File {
  public:
   // The view must outlive it.
-  View_File(Job_View& view, View_Tree::Number number);
+  Viewed_File(Job_Viewer& view, View_Tree::Number number);
 
   View_Tree::Number number() const { return number_; }
 
-  // Reads up to `size` bytes from `offset`; fewer only at the end of the file. -1 on failure, with
-  // `why` set. While the content is checked `go_on` is asked again and again, and false ends the
-  // call with -1 and an empty `why`.
   long long read(unsigned long long offset, char* data, std::size_t size,
-                 const std::function<bool()>& go_on, std::string& why);
-
-  // Finds the first byte from `offset` on that lies in a stretch of data, or in a hole if `hole` is
-  // set; the end of the file counts as a hole. False, as read() fails, or with `out` set to the
-  // size where there is none.
+                 const std::function<bool()>& go_on, std::string& why) override;
   bool seek(unsigned long long offset, bool hole, const std::function<bool()>& go_on,
-            unsigned long long& out, std::string& why);
+            unsigned long long& out, std::string& why) override;
 
   // True for a file that is held once it has been checked.
   bool is_small() const { return is_small_; }
@@ -58,7 +47,7 @@ class View_File {
   bool expand(Piece_Window& window, unsigned long long position, const Frame_Header& header,
               unsigned short method, std::string& why);
 
-  Job_View& view_;
+  Job_Viewer& view_;
   const View_Tree::Number number_;
   const unsigned long long size_;
   std::mutex mutex_;  // of all below, until checked_ is set; of frame_ always

@@ -1,10 +1,10 @@
-#include "mtf/reader/view_file.h"
+#include "mtf/reader/viewed_file.h"
 
 #include <algorithm>
 #include <cstring>
 
 #include "mtf/reader/content_reader.h"
-#include "mtf/reader/job_view.h"
+#include "mtf/reader/job_viewer.h"
 #include "mtf/reader/stream_data.h"
 #include "services/compression.h"
 
@@ -16,14 +16,14 @@ constexpr unsigned long long space_unit = 1024;
 
 }  // namespace
 
-View_File::View_File(Job_View& view, View_Tree::Number number)
+Viewed_File::Viewed_File(Job_Viewer& view, View_Tree::Number number)
     : view_(view), number_(number), size_(view.tree().node(number).size) {
   // The holes of a file with holes are told, so that it isn't held as bytes.
   is_small_ = size_ <= small_size && view.tree().node(number).space * space_unit >= size_;
 }
 
-long long View_File::read(unsigned long long offset, char* data, std::size_t size,
-                          const std::function<bool()>& go_on, std::string& why) {
+long long Viewed_File::read(unsigned long long offset, char* data, std::size_t size,
+                            const std::function<bool()>& go_on, std::string& why) {
   why.clear();
   if (offset >= size_) return 0;
   if (!check(go_on, why)) return -1;
@@ -50,8 +50,8 @@ long long View_File::read(unsigned long long offset, char* data, std::size_t siz
   return static_cast<long long>(done);
 }
 
-bool View_File::seek(unsigned long long offset, bool hole, const std::function<bool()>& go_on,
-                     unsigned long long& out, std::string& why) {
+bool Viewed_File::seek(unsigned long long offset, bool hole, const std::function<bool()>& go_on,
+                       unsigned long long& out, std::string& why) {
   why.clear();
   out = offset;
   if (!check(go_on, why)) return false;
@@ -70,13 +70,13 @@ bool View_File::seek(unsigned long long offset, bool hole, const std::function<b
   return true;
 }
 
-bool View_File::check(const std::function<bool()>& go_on, std::string& why) {
+bool Viewed_File::check(const std::function<bool()>& go_on, std::string& why) {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (!checked_) checked_ = size_ == 0 || (is_small_ ? load_small(why) : load_map(go_on, why));
   return checked_;
 }
 
-bool View_File::load_small(std::string& why) {
+bool Viewed_File::load_small(std::string& why) {
   Media_Block block;
   const View_Medias::Loan media = view_.find_block(number_, block, why);
   if (media == nullptr) return false;
@@ -93,7 +93,7 @@ bool View_File::load_small(std::string& why) {
   return false;
 }
 
-bool View_File::load_map(const std::function<bool()>& go_on, std::string& why) {
+bool Viewed_File::load_map(const std::function<bool()>& go_on, std::string& why) {
   Media_Block block;
   const View_Medias::Loan media = view_.find_block(number_, block, why);
   if (media == nullptr) return false;
@@ -107,8 +107,8 @@ bool View_File::load_map(const std::function<bool()>& go_on, std::string& why) {
 }
 
 // Reads from byte `at` of a range, up to its end or that of a frame.
-long long View_File::read_range(const Content_Range& range, unsigned long long at, char* data,
-                                std::size_t size, std::string& why) {
+long long Viewed_File::read_range(const Content_Range& range, unsigned long long at, char* data,
+                                  std::size_t size, std::string& why) {
   const View_Node& node = view_.tree().node(number_);
   const View_Medias::Loan media = view_.medias_.lend(node.seq, node.channel, why);
   if (media == nullptr) return -1;
@@ -130,8 +130,8 @@ long long View_File::read_range(const Content_Range& range, unsigned long long a
 
 // Brings the frame that holds byte `at` of a stream's data into frame_, from the nearest known
 // place in front of it.
-bool View_File::load_frame(Piece_Window& window, const Content_Range& range, unsigned long long at,
-                           std::string& why) {
+bool Viewed_File::load_frame(Piece_Window& window, const Content_Range& range,
+                             unsigned long long at, std::string& why) {
   const unsigned long long behind = frame_.offset + frame_.data.size();
   const bool here = frame_.range == &range && at >= frame_.offset;
   if (here && at < behind) return true;
@@ -158,8 +158,8 @@ bool View_File::load_frame(Piece_Window& window, const Content_Range& range, uns
   }
 }
 
-bool View_File::expand(Piece_Window& window, unsigned long long position,
-                       const Frame_Header& header, unsigned short method, std::string& why) {
+bool Viewed_File::expand(Piece_Window& window, unsigned long long position,
+                         const Frame_Header& header, unsigned short method, std::string& why) {
   const char* stored = window.view(position + frame_header_size, header.compressed_size);
   frame_.data.resize(header.uncompressed_size);
   if (stored != nullptr && header.compressed_size == header.uncompressed_size) {

@@ -1,4 +1,4 @@
-#include "mtf/reader/job_view.h"
+#include "mtf/reader/job_viewer.h"
 
 #include <algorithm>
 
@@ -54,13 +54,13 @@ unsigned long long memory_of(const View_Attributes& attributes) {
 std::shared_ptr<Job_View> Job_View::open(IPiece_Store& store, const Job_Pieces& job,
                                          const Fault_Sink& on_fault,
                                          const Problem_Sink& on_problem) {
-  std::shared_ptr<Job_View> view(new Job_View(store, job));
-  view->tree_.build(store, job, on_fault, on_problem);
+  const auto view = std::make_shared<Job_Viewer>(store, job);
+  view->build(store, on_fault, on_problem);
   return view;
 }
 
-std::shared_ptr<const View_Attributes> Job_View::attributes(View_Tree::Number number,
-                                                            std::string& why) {
+std::shared_ptr<const View_Attributes> Job_Viewer::attributes(View_Tree::Number number,
+                                                              std::string& why) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto place = places_.find(number);
@@ -74,8 +74,8 @@ std::shared_ptr<const View_Attributes> Job_View::attributes(View_Tree::Number nu
   return loaded;
 }
 
-void Job_View::remember(View_Tree::Number number,
-                        const std::shared_ptr<const View_Attributes>& attributes) {
+void Job_Viewer::remember(View_Tree::Number number,
+                          const std::shared_ptr<const View_Attributes>& attributes) {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (places_.count(number) != 0) return;
   known_.push_front({number, attributes});
@@ -88,7 +88,7 @@ void Job_View::remember(View_Tree::Number number,
   }
 }
 
-std::shared_ptr<View_Attributes> Job_View::load(View_Tree::Number number, std::string& why) {
+std::shared_ptr<View_Attributes> Job_Viewer::load(View_Tree::Number number, std::string& why) {
   const View_Node& node = tree_.node(number);
   if (node.seq == 0) return std::make_shared<View_Attributes>();  // no catalog says more
   Media_Block block;
@@ -109,8 +109,8 @@ std::shared_ptr<View_Attributes> Job_View::load(View_Tree::Number number, std::s
 }
 
 // The block of an entry and the media that it stands on; null, with `why` set, if it isn't there.
-View_Medias::Loan Job_View::find_block(View_Tree::Number number, Media_Block& block,
-                                       std::string& why) {
+View_Medias::Loan Job_Viewer::find_block(View_Tree::Number number, Media_Block& block,
+                                         std::string& why) {
   const View_Node& node = tree_.node(number);
   View_Medias::Loan media = medias_.lend(node.seq, node.channel, why);
   if (media == nullptr || !media->find_block(node.address, node.type, block, why)) return nullptr;
@@ -121,8 +121,8 @@ View_Medias::Loan Job_View::find_block(View_Tree::Number number, Media_Block& bl
   return is_place_right(number, block, why) ? std::move(media) : nullptr;
 }
 
-bool Job_View::is_block_of(View_Tree::Number number, Media_File& media,
-                           const Media_Block& block) const {
+bool Job_Viewer::is_block_of(View_Tree::Number number, Media_File& media,
+                             const Media_Block& block) const {
   const View_Node& node = tree_.node(number);
   std::string text;
   if (!native_text(block.view.header, name_of(media.window(), block), text)) return false;
@@ -138,8 +138,8 @@ bool Job_View::is_block_of(View_Tree::Number number, Media_File& media,
 
 // The names of directories tell where an entry belongs, so that of its own is held against its
 // block too. Where the catalog is damaged, the block of the entry must name the directory.
-bool Job_View::is_place_right(View_Tree::Number number, const Media_Block& block,
-                              std::string& why) {
+bool Job_Viewer::is_place_right(View_Tree::Number number, const Media_Block& block,
+                                std::string& why) {
   const View_Node& node = tree_.node(number);
   const View_Node& parent = tree_.node(node.parent);
   if (node.is_directory || (parent.seq == 0 && !node.uncertain)) return true;
@@ -160,7 +160,7 @@ bool Job_View::is_place_right(View_Tree::Number number, const Media_Block& block
   return false;
 }
 
-std::shared_ptr<View_File> Job_View::open_file(View_Tree::Number number, std::string& why) {
+std::shared_ptr<View_File> Job_Viewer::open_file(View_Tree::Number number, std::string& why) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (auto each = files_.begin(); each != files_.end(); ++each) {
@@ -171,7 +171,7 @@ std::shared_ptr<View_File> Job_View::open_file(View_Tree::Number number, std::st
   }
   if (tree_.node(number).type != block_file) return why = "it is no file", nullptr;
   if (attributes(number, why) == nullptr) return nullptr;
-  auto file = std::make_shared<View_File>(*this, number);
+  auto file = std::make_shared<Viewed_File>(*this, number);
   if (file->is_small()) return file;
   const std::lock_guard<std::mutex> lock(mutex_);
   files_.push_front(file);

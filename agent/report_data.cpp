@@ -1,0 +1,179 @@
+#include "agent/report_data.h"
+
+#include <algorithm>
+
+#include "agent/job_choice.h"
+#include "mtf/reader/corrupt_count.h"
+#include "mtf/reader/job_metadata.h"
+#include "mtf/reader/job_time.h"
+#include "mtf/reader/view_tree.h"
+#include "services/piece_name.h"
+#include "services/text.h"
+
+namespace agent {
+namespace {
+
+using MTF::View_Tree;
+
+constexpr std::size_t longest_list = 20;
+constexpr std::size_t most_faults = 20;
+
+// Bytes and files of a directory with all below it, by its number.
+struct Sums {
+  std::vector<unsigned long long> bytes, files;
+
+  explicit Sums(const View_Tree& tree) : bytes(tree.size()), files(tree.size()) {
+    // A directory has a lower number than what is in it.
+    for (View_Tree::Number number = tree.size(); number-- > 1;) {
+      const MTF::View_Node& node = tree.node(number);
+      if (!node.is_directory) {
+        bytes[number] = node.size;
+        files[number] = 1;
+      }
+      bytes[node.parent] += bytes[number];
+      files[node.parent] += files[number];
+    }
+  }
+};
+
+// The largest of what was added.
+class Largest {
+ public:
+  void add(unsigned long long bytes, View_Tree::Number number) {
+    if (bytes == 0) return;
+    found_.emplace_back(bytes, number);
+    if (found_.size() == 64 * longest_list) cut();
+  }
+
+  const std::vector<std::pair<unsigned long long, View_Tree::Number>>& cut() {
+    std::sort(found_.rbegin(), found_.rend());
+    if (found_.size() > longest_list) found_.resize(longest_list);
+    return found_;
+  }
+
+ private:
+  std::vector<std::pair<unsigned long long, View_Tree::Number>> found_;
+};
+
+std::vector<Sized_Path> paths_of(const View_Tree& tree, const Sums& sums, Largest& largest) {
+  std::vector<Sized_Path> paths;
+  for (const auto& [bytes, number] : largest.cut()) {
+    paths.push_back({tree.path(number), bytes, sums.files[number]});
+  }
+  return paths;
+}
+
+// True if one entry of a directory has all of its bytes: the directory then tells nothing new.
+bool only_passes(const View_Tree& tree, View_Tree::Number directory,
+                 const std::vector<unsigned long long>& bytes) {
+  View_Tree::Number child;
+  for (unsigned int at = 0; (child = tree.child(directory, at)) != View_Tree::none; ++at) {
+    if (tree.node(child).is_directory && bytes[child] == bytes[directory]) return true;
+  }
+  return false;
+}
+
+void list_largest(const View_Tree& tree, const Sums& sums, Report_Data& out) {
+  Largest directories, files;
+  for (View_Tree::Number number = 0; number < tree.size(); ++number) {
+    if (!tree.node(number).is_directory) {
+      files.add(sums.bytes[number], number);
+    } else if (!only_passes(tree, number, sums.bytes)) {
+      directories.add(sums.bytes[number], number);
+    }
+  }
+  out.directories = paths_of(tree, sums, directories);
+  out.files = paths_of(tree, sums, files);
+}
+
+// The directories of `tree` that have more bytes than in `before`.
+void list_grown(const View_Tree& tree, const Sums& sums, const View_Tree& before,
+                Report_Data& out) {
+  const Sums sums_before(before);
+  std::vector<View_Tree::Number> same(tree.size(), View_Tree::none);
+  std::vector<unsigned long long> more(tree.size());
+  same[View_Tree::root] = View_Tree::root;
+  for (View_Tree::Number number = 0; number < tree.size(); ++number) {
+    const MTF::View_Node& node = tree.node(number);
+    if (!node.is_directory) continue;
+    if (number != View_Tree::root && same[node.parent] != View_Tree::none) {
+      same[number] = before.find(same[node.parent], tree.name(number));
+    }
+    const unsigned long long was =
+        same[number] == View_Tree::none ? 0 : sums_before.bytes[same[number]];
+    more[number] = sums.bytes[number] > was ? sums.bytes[number] - was : 0;
+  }
+  Largest grown;
+  for (View_Tree::Number number = 0; number < tree.size(); ++number) {
+    if (tree.node(number).is_directory && !only_passes(tree, number, more)) {
+      grown.add(more[number], number);
+    }
+  }
+  out.grown = paths_of(tree, sums, grown);
+}
+
+Job_Facts facts_of(MTF::IPiece_Store& store, const MTF::Job_Pieces& job) {
+  Job_Facts facts;
+  facts.seq = job.seq;
+  facts.complete = job.complete;
+  if (!MTF::job_time(store, job, facts.time)) facts.time = 0;
+  std::string catalog;
+  MTF::Metadata_Record metadata;
+  MTF::cat_name(job.stem, job.seq, job.channels.front(), catalog);
+  if (MTF::stored_metadata(store, catalog, metadata)) {
+    const auto base = metadata.host.find(MTF::base_seq_key);
+    if (base != metadata.host.end()) {
+      facts.base = static_cast<unsigned int>(std::strtoul(base->second.c_str(), nullptr, 10));
+    }
+  }
+  const auto take = [&facts](const MTF::Job_Entry& entry) {
+    if (entry.type == MTF::block_volb || entry.type == MTF::block_dirb) return;
+    ++facts.files;
+    facts.bytes += entry.size;
+    facts.held_by[entry.seq] += entry.size;
+    if (entry.seq != facts.seq) return;
+    ++facts.saved_files;
+    facts.saved_bytes += entry.size;
+  };
+  const auto on_fault = [&facts](const MTF::Fault& fault) {
+    if (facts.faults.size() < most_faults) facts.faults.push_back(fault_text(fault));
+  };
+  MTF::list_job(store, job, take, on_fault);
+  facts.corrupt = MTF::corrupt_count(store, job);
+  return facts;
+}
+
+}  // namespace
+
+bool gather_report(MTF::IPiece_Store& store, const std::string& stem, unsigned int seq,
+                   Report_Data& out, std::string& error) {
+  std::vector<MTF::Job_Pieces> jobs;
+  if (!MTF::find_jobs(store, stem, jobs, error)) return false;
+  out.stem = stem;
+  const MTF::Job_Pieces* chosen = nullptr;
+  const MTF::Job_Pieces* before = nullptr;
+  for (const MTF::Job_Pieces& job : jobs) {
+    out.jobs.push_back(facts_of(store, job));
+    if (seq == 0 ? !job.complete : job.seq > seq) continue;
+    if (chosen != nullptr && chosen->complete) before = chosen;
+    chosen = &job;
+  }
+  if (chosen == nullptr || (seq != 0 && chosen->seq != seq)) {
+    error = seq == 0 ? "there is no complete job of '" + stem + "'"
+                     : "there is no job " + std::to_string(seq) + " of '" + stem + "'";
+    return false;
+  }
+  out.seq = chosen->seq;
+  View_Tree tree;
+  tree.build(store, *chosen, {}, {});
+  const Sums sums(tree);
+  list_largest(tree, sums, out);
+  if (before == nullptr) return true;
+  out.before = before->seq;
+  View_Tree earlier;
+  earlier.build(store, *before, {}, {});
+  list_grown(tree, sums, earlier, out);
+  return true;
+}
+
+}  // namespace agent
