@@ -14,7 +14,8 @@ namespace {
 
 using Node = pugi::xml_node;
 
-constexpr std::size_t most_parts = 12;  // of a job's bar
+constexpr std::size_t most_parts = 12;     // of a job's bar
+constexpr std::size_t minute_length = 16;  // of a date without its seconds
 constexpr int row_height = 72;
 constexpr int picture_width = 64;
 constexpr int dot_x = 52;
@@ -61,7 +62,7 @@ std::string time_text(const Job_Facts& job) {
 }
 
 std::string kind_text(const Job_Facts& job) {
-  std::string text = job.base == 0 ? "full" : "incremental, from job " + std::to_string(job.base);
+  const std::string text = job.base == 0 ? "full" : "from job " + std::to_string(job.base);
   return job.complete ? text : text + ", not complete";
 }
 
@@ -154,12 +155,12 @@ void add_chain(Node body, const Report_Data& data) {
     Node row = add(rows, "div", {}, "row");
     Node line = add(row, "div", {}, "line");
     add(line, "b", "Job " + std::to_string(job.seq));
-    add(line, "span", time_text(job));
+    add(line, "span", time_text(job).substr(0, minute_length));
     add(line, "span", kind_text(job), "quiet");
     add_bar(row, job, widest);
     add(row, "div",
-        "saved " + size_text(job.saved_bytes) + " in " + count_text(job.saved_files, "file") +
-            " of " + size_text(job.bytes) + "; " + needs_text(job),
+        "saved " + size_text(job.saved_bytes) + " of " + size_text(job.bytes) + "; " +
+            needs_text(job),
         "quiet line");
   }
 }

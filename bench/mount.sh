@@ -30,6 +30,16 @@ save() { # save SOURCE OPTION...
     --tmp "$work/tmp" "$@"
 }
 
+many_files() { # many_files DIR COUNT: empty ones, 100 to a directory
+  perl -e '
+    use strict; my ($dir, $count) = @ARGV; mkdir $dir or die $!;
+    for my $i (0 .. $count - 1) {
+      my $sub = sprintf "%s/directory%05d", $dir, $i / 100;
+      mkdir $sub if $i % 100 == 0;
+      open my $f, ">", sprintf("%s/file number %07d.txt", $sub, $i) or die $!;
+    }' "$1" "$2"
+}
+
 start() {
   "$agent" mount "$work/mount" --storage "$work/storage" --name bench >"$work/mount.log" &
   mounted=$!
@@ -49,11 +59,12 @@ memory() {
 
 echo "== $files small files"
 small_tree "$work/small" "$files"
+cp -a "$work/small" "$work/copy"
 save "$work/small"
 start
 a=$(seconds diff -r "$work/small" "$work/mount/1$work/small")
-b=$(seconds diff -r "$work/small" "$work/small")
-echo "diff -r against the mount $a s, against itself $b s"
+b=$(seconds diff -r "$work/small" "$work/copy")
+echo "diff -r against the mount $a s, against a copy $b s"
 memory
 stop
 start
@@ -62,7 +73,7 @@ b=$(seconds "$agent" restore --storage "$work/storage" --name bench --to "$work/
 a=$(seconds sh -c "tar cf - -C '$work/mount/1' . | cat >/dev/null")
 echo "tar of the mount $a s, restore $b s, ratio $(ratio "$a" "$b")"
 stop
-rm -rf "$work/small" "$work/back"
+rm -rf "$work/small" "$work/copy" "$work/back"
 
 echo "== a file of $large MB, 1000 reads of 4 KiB"
 mkdir "$work/large"
@@ -91,16 +102,7 @@ done
 rm -rf "$work/large" "$work/storage"
 
 echo "== a job of $many files"
-small_tree() { # empty ones
-  perl -e '
-    use strict; my ($dir, $count) = @ARGV; mkdir $dir or die $!;
-    for my $i (0 .. $count - 1) {
-      my $sub = sprintf "%s/directory%05d", $dir, $i / 100;
-      mkdir $sub if $i % 100 == 0;
-      open my $f, ">", sprintf("%s/file number %07d.txt", $sub, $i) or die $!;
-    }' "$1" "$2"
-}
-small_tree "$work/many" "$many"
+many_files "$work/many" "$many"
 save "$work/many" --plain
 rm -rf "$work/many"
 start

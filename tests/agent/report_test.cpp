@@ -62,7 +62,7 @@ TEST_F(Report, NoNameIsMarkup) {
   EXPECT_NE(text.find("&lt;script&gt;document.title"), std::string::npos);
   EXPECT_NE(text.find("&amp;lt;b&amp;gt;"), std::string::npos);
   EXPECT_NE(text.find("\xEF\xBF\xBD\xEF\xBF\xBD("), std::string::npos);
-  EXPECT_NE(text.find("saved 4.9 KiB in 1 file of 11.7 KiB; needs job 1"), std::string::npos);
+  EXPECT_NE(text.find("saved 4.9 KiB of 11.7 KiB; needs job 1"), std::string::npos);
   EXPECT_NE(text.find("What grew from job 1 to job 2"), std::string::npos);
   EXPECT_EQ(fs::status(dir_ / "page.html").permissions(), fs::perms(0600));
   EXPECT_EQ(report({"--seq", "7"}).err, "error: there is no job 7 of 'demo'\n");
