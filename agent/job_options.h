@@ -23,6 +23,7 @@ struct Full_Options {
   std::string tmp;                   // empty for the default
   std::string pre_action;            // a path, `-` for standard input, empty for none
   bool plain = false;
+  bool no_links = false;
   bool json = false;
   bool quiet = false;
   bool incremental = false;

@@ -40,6 +40,7 @@ void Job_Tree::walk_catalog(unsigned long long channel,
     entry.channel = channel;
     entry.address = record.address;
     item.name = record.name;
+    item.first_name = (record.flags & cat_first_link) != 0;
     on_entry(item);
   }
 }

@@ -17,6 +17,7 @@ struct Tree_Entry {
   bool again = false;  // a volume or directory that was given before
   // It has its path whatever was lost in front of it: that doesn't hang on the entry before.
   bool placed = false;
+  bool first_name = false;  // of a file that has several
 };
 
 // Gives every entry of a job's catalogs, channel by channel. A directory that several channels

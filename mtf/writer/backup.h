@@ -48,6 +48,9 @@ class Backup {
   bool add_source(const std::string& path);
   // Whether file content is read as backup records (the default) or as plain bytes.
   void backup_read(bool on) { opt_.backup_read = on; }
+  // Whether symbolic links, the further names of hard-linked files, devices and FIFOs are saved
+  // too; else (the default) each is left out with a line. No link is ever followed.
+  void save_links(bool on) { opt_.save_links = on; }
   // Directories that are left out with what is found in them, in either form; a file that is a
   // source is saved all the same. Not owned; must live until full() has begun. With no list, or an
   // empty one, the default list holds (source_list.h).

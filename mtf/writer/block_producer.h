@@ -24,6 +24,9 @@ class Block_Producer : public Task_Base {
  public:
   int svc_i() override;
 
+  // Lets FIFOs pass as devices (Backup_Option::save_links). Called ahead of the start.
+  void save_links(bool on) { save_links_ = on; }
+
   // What was left out and counted while there was no event handler to count it.
   unsigned long long untold_dirs() const { return untold_dirs_; }
   unsigned long long untold_files() const { return untold_files_; }
@@ -109,6 +112,7 @@ class Block_Producer : public Task_Base {
   std::string cur_dir_;
   Ref_Ptr<Writer_Hardlink_Map> hardlink_map_;
   Cat_Summary summary_;
+  bool save_links_ = false;
 
  private:
   // The walk of a directory: where it is, and each directory on the way there.
