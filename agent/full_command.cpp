@@ -74,6 +74,7 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
   for (const std::string& source : plan.sources) backup.add_source(source);
   backup.backup_read(!options.plain);
   backup.careful(!options.no_careful);
+  backup.save_links(!options.no_links);
   backup.exclude_list(&plan.excludes);
   const bool started = init(backup, options, plan, filter, pre_action, channels);
   if (started) {

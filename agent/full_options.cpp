@@ -69,6 +69,9 @@ void add_how(CLI::App& command, Full_Options& options) {
   command.add_flag("--no-careful", options.no_careful,
                    "Trust the dates of files: an incremental job looks neither at sizes nor for\n"
                    "changes within a second or with the date set back");
+  command.add_flag("--no-links", options.no_links,
+                   "Save files and directories alone: no symbolic links, further names of files,\n"
+                   "FIFOs and devices");
   command.add_option("--compression", options.compression, "How to compress")
       ->capture_default_str()
       ->check(CLI::IsMember({"none", "lz4", "zstd"}).description(""))
@@ -98,8 +101,9 @@ CLI::App* add_job(CLI::App& app, const char* name, const char* help,
 }
 
 constexpr const char* common_footer =
-    "Symbolic links, further names of hard-linked files, sockets, FIFOs and devices are named and\n"
-    "left out. The job gets the next free sequence number of its name. Ctrl-C takes the job back.\n"
+    "Sockets are named and left out, with --no-links also symbolic links, further names of\n"
+    "hard-linked files, FIFOs and devices. A link isn't followed. The job gets the next free "
+    "sequence number of its name. Ctrl-C takes the job back.\n"
     "Exit codes: 0 done, also if such were left out; 1 failed or cancelled, nothing is left of\n"
     "it, or, as a line then says, saved, but the output can't be written; 2 wrong use; 3 done,\n"
     "but other entries were skipped or went bad while they were read.";

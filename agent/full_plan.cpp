@@ -196,8 +196,7 @@ class Planner {
       std::string target;
       if (is_link(source, target)) {
         return fail("the source " + quoted(platform::display_path(source)) +
-                    " is a symbolic link to " + quoted(target) +
-                    "; links aren't saved: name what it leads to");
+                    " is a symbolic link to " + quoted(target) + ": name what it leads to");
       }
     }
     return true;

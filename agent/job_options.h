@@ -24,6 +24,7 @@ struct Full_Options {
   std::string pre_action;            // a path, `-` for standard input, empty for none
   bool plain = false;
   bool no_careful = false;  // trust the dates of files
+  bool no_links = false;
   bool json = false;
   bool quiet = false;
   bool incremental = false;

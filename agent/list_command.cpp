@@ -10,27 +10,43 @@
 #include "agent/text.h"
 #include "mtf/reader/wanted_paths.h"
 #include "platform/native_path.h"
+#include "services/json_spirit.h"
+#include "services/text.h"
 
 namespace agent {
 namespace {
 
 constexpr unsigned int most_depth = 65535;
 
-std::string entry_line(const MTF::Job_Entry& entry) {
+bool is_link(const MTF::Job_Entry& entry) {
+  return entry.type == MTF::block_slnk || entry.type == MTF::block_hlnk;
+}
+
+// Behind the path of a link, whose `target` may be unknown.
+std::string target_text(const MTF::Job_Entry& entry, const std::string& target) {
+  if (!is_link(entry) || target.empty()) return "";
+  return (entry.type == MTF::block_slnk ? " -> " : " link to ") + escape_name(target);
+}
+
+std::string entry_line(const MTF::Job_Entry& entry, const std::string& target) {
   char columns[80];
   std::snprintf(columns, sizeof columns, "%-8s %15llu  %-19s  ", type_text(entry.type), entry.size,
                 entry.dated ? date_text(entry.mtime).c_str() : "-");
-  return columns + escape_name(platform::display_path(entry.path));
+  return columns + escape_name(platform::display_path(entry.path)) + target_text(entry, target);
 }
 
-std::string entry_json(const MTF::Job_Entry& entry) {
-  return json_text({{"type", type_text(entry.type)},
-                    {"path", platform::display_path(entry.path)},
-                    {"size", entry.size},
-                    {"mtime", entry.mtime},
-                    {"seq", entry.seq},
-                    {"channel", entry.channel},
-                    {"address", entry.address}});
+std::string entry_json(const MTF::Job_Entry& entry, const std::string& target) {
+  json_spirit::Document document = {{"type", type_text(entry.type)},
+                                    {"path", platform::display_path(entry.path)},
+                                    {"size", entry.size},
+                                    {"mtime", entry.mtime},
+                                    {"seq", entry.seq},
+                                    {"channel", entry.channel},
+                                    {"address", entry.address}};
+  if (is_link(entry) && !target.empty()) {
+    document[entry.type == MTF::block_slnk ? "target" : "first_name"] = target;
+  }
+  return json_text(document);
 }
 
 int run_list(const List_Options& command, Console& console) {
@@ -50,9 +66,18 @@ int run_list(const List_Options& command, Console& console) {
     return exit_failed;
   }
   if (!choice.warning().empty()) console.note(choice.warning());
+  MTF::Link_Targets targets(choice.store(), choice.job());
+  bool whole = true;
   const auto on_entry = [&](const MTF::Job_Entry& entry) {
     if (!wanted.take(entry.path)) return;
-    console.line(options.json ? entry_json(entry) : entry_line(entry));
+    std::string target;
+    if (is_link(entry) && !targets.find(entry, target, error)) {
+      whole = false;
+      console.note("error: what " + escape_name(platform::display_path(entry.path)) +
+                   " leads to can't be read: " + escape_controls(error));
+    }
+    if (entry.type == MTF::block_hlnk) target = platform::display_path(target);
+    console.line(options.json ? entry_json(entry, target) : entry_line(entry, target));
   };
   const auto on_fault = [&](const MTF::Fault& fault) {
     console.note("error: " + fault_text(fault));
@@ -62,7 +87,7 @@ int run_list(const List_Options& command, Console& console) {
   for (const std::string& path : wanted.not_met()) {
     console.note("error: the job doesn't hold " + escape_controls(path));
   }
-  return sound && wanted.not_met().empty() ? exit_done : exit_failed;
+  return sound && whole && wanted.not_met().empty() ? exit_done : exit_failed;
 }
 
 }  // namespace
@@ -72,7 +97,8 @@ void add_list(CLI::App& app, Command& chosen) {
   CLI::App* command = app.add_subcommand("list", "Show what a job holds");
   command->footer(
       "One entry a line: type, bytes, date of the last change in UTC, native path. Control\n"
-      "characters in names are shown as \\n, \\t or \\xNN, and a backslash as \\\\.\n"
+      "characters in names are shown as \\n, \\t or \\xNN, and a backslash as \\\\. Behind a\n"
+      "symbolic link stands \" -> TARGET\", behind a further name of a file \" link to FIRST\".\n"
       "Exit codes: 0 done; 1 something could not be read; 2 wrong use.");
   add_storage(*command, options->job.storage);
   add_name(*command, options->job.stem)->required();

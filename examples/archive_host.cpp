@@ -122,6 +122,7 @@ Archive open_archive(const std::string& path) {
 
 struct Item {
   MTF::Callback_Stat stat;
+  std::string target;             // of a symbolic link
   std::size_t data_at = nowhere;  // counted from the first header of the archive
 };
 
@@ -196,6 +197,7 @@ MTF::Callback_Stat stat_of(archive* a, archive_entry* entry) {
   stat.atime = archive_entry_atime_is_set(entry) != 0 ? archive_entry_atime(entry) : stat.mtime;
   stat.ctime = archive_entry_ctime_is_set(entry) != 0 ? archive_entry_ctime(entry) : stat.mtime;
   if (archive_entry_filetype(entry) == AE_IFREG) stat.size = size_of(a, entry);
+  stat.rdev = static_cast<unsigned long long>(archive_entry_rdev(entry));
   stat.blocks = stat.size / 512 + (stat.size % 512 != 0 ? 1 : 0);
   return stat;
 }
@@ -226,14 +228,15 @@ void Index::add(archive* a, archive_entry* entry, std::size_t at) {
     if (!is_directory) leave_out(name, "its name leads out of the archive");
     return;
   }
-  Item item{stat_of(a, entry), at};
+  Item item{stat_of(a, entry), text(archive_entry_symlink(entry)), at};
+  item.stat.ino = at + 1;
   if (const char* link = archive_entry_hardlink(entry)) {
-    // A further name of a file is saved as a file of its own.
     std::string first;
     if (!to_system(link, first) || items.count(first) == 0) return leave_out(name, "broken link");
+    items[first].stat.nlink = 2;  // or more: what counts is that it isn't one
     item = items[first];
-  } else if (!is_directory && archive_entry_filetype(entry) != AE_IFREG) {
-    return leave_out(name, "neither a file nor a directory");
+  } else if (archive_entry_filetype(entry) == AE_IFSOCK) {
+    return leave_out(name, "nothing can bring back a socket");
   }
   put(system, item);
 }
@@ -266,6 +269,10 @@ const Item* Index::find(std::string system_path) const {
 
 bool is_directory(const Item& item) {
   return (item.stat.mode & 0xF000) == directory_mode;
+}
+
+bool is_file(const Item& item) {
+  return (item.stat.mode & 0xF000) == 0x8000;
 }
 
 // ------------------------------------------------------------------------------- the sources
@@ -335,7 +342,7 @@ class Lister : public MTF::ISrc_Lister {
       const std::string wanted = is_directory(item) ? path : parent_of(path);
       if (wanted != current_) return wanted.empty() ? volume(block) : step(wanted, block);
       ++at_;
-      if (!is_directory(item)) return file(name_of(path), item, block);
+      if (!is_directory(item)) return entry(path, item, block);
     }
     return block.alloc_buffer(MTF::Cat_Hdr::fixed_size) && (block.set_end(), true);
   }
@@ -362,10 +369,28 @@ class Lister : public MTF::ISrc_Lister {
     return block.alloc_buffer(MTF::Cat_Dir_Blk::buffer_need(name.size())) &&
            MTF::Cat_Dir_Blk(block.data(), block.capacity()).set(seq_, name);
   }
-  bool file(const std::string& name, const Item& item, MTF::Cat_Blk& block) {
-    return block.alloc_buffer(MTF::Cat_File_Blk::buffer_need(name.size())) &&
-           MTF::Cat_File_Blk(block.data(), block.capacity())
-               .set(seq_, name, item.stat.mtime, item.stat.size, 0, 0);
+  // Of a file with several names the first one is marked, and the others are further names.
+  bool entry(const std::string& path, const Item& item, MTF::Cat_Blk& block) {
+    const auto first = firsts_.find(item.stat.ino);
+    const std::string name = name_of(path);
+    if (first != firsts_.end()) {
+      return put<MTF::Cat_HLnk_Blk>(name, item, first->second.size(), 0, block);
+    }
+    unsigned short flags = 0;
+    if (item.stat.nlink > 1) {
+      firsts_[item.stat.ino] = path;
+      flags = MTF::cat_first_link;
+    }
+    if (is_file(item)) return put<MTF::Cat_File_Blk>(name, item, item.stat.size, flags, block);
+    if (item.target.empty()) return put<MTF::Cat_Devb_Blk>(name, item, 0, flags, block);
+    return put<MTF::Cat_SLnk_Blk>(name, item, item.target.size(), flags, block);
+  }
+  template <class Blk>
+  bool put(const std::string& name, const Item& item, unsigned long long size, unsigned short flags,
+           MTF::Cat_Blk& block) {
+    return block.alloc_buffer(static_cast<unsigned int>(Blk::buffer_need(name.size()))) &&
+           Blk(block.data(), block.capacity())
+               .set(seq_, name, item.stat.mtime, size, flags, item.stat.ino);
   }
 
   std::shared_ptr<const Index> index_;
@@ -374,6 +399,8 @@ class Lister : public MTF::ISrc_Lister {
   std::size_t at_ = 0;
   std::string current_;
   std::map<std::string, bool> given_;
+  std::map<unsigned long long, std::string>
+      firsts_;  // of files with several names, by their number
 };
 
 class Callback : public MTF::IBackup_Callback {
@@ -405,12 +432,17 @@ class Callback : public MTF::IBackup_Callback {
           index_->items.at(dir.empty() ? name : dir + ::separator + name).stat;
       oxbase::Directory_Entry_T<char> entry{name, {}};
       entry.stat.st_mode = static_cast<unsigned int>(from.mode);
+      entry.stat.st_ino = from.ino;
       entry.stat.st_nlink = from.nlink;
       entry.stat.st_size = static_cast<long long>(from.size);
       entry.stat.st_mtime = from.mtime;
       entries.push_back(entry);
     }
     return true;
+  }
+  bool link_target(const char* path, std::string& target) override {
+    const Item* item = index_->find(path);
+    return item != nullptr && !(target = item->target).empty();
   }
 
  private:
@@ -445,6 +477,7 @@ int main(int argc, char** argv) {
   MTF::Metadata metadata;
   MTF::Backup job(MTF::Ref_Ptr<MTF::Event_Handler>(new Events), metadata, nullptr);
   job.add_source("/");
+  job.save_links(true);
   const bool done = job.init(words[2].c_str(), nullptr, 0, 0,
                              words.size() == 4 ? std::strtoull(words[3].c_str(), nullptr, 10) : 1,
                              MTF::compression_none, MTF::sparse_default,

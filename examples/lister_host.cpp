@@ -7,8 +7,10 @@
 // beside the pieces.
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -103,8 +105,8 @@ bool is_directory(const _stat64& stat) {
   return (stat.st_mode & 0xF000) == 0x4000;
 }
 
-bool is_file(const _stat64& stat) {
-  return (stat.st_mode & 0xF000) == 0x8000;
+bool is_socket(const _stat64& stat) {
+  return (stat.st_mode & 0xF000) == 0xC000;
 }
 
 // Goes through the named paths, which are sorted, and gives the directories on the way to each.
@@ -119,7 +121,7 @@ class Lister : public MTF::ISrc_Lister {
     while (sound_ && at_ < paths_.size()) {
       const std::string& path = paths_[at_];
       const _stat64& stat = examined(at_);
-      if (!(is_directory(stat) || is_file(stat))) {
+      if (stat.st_mode == 0 || is_socket(stat)) {
         std::cerr << "left out: " << platform::display_path(path) << std::endl;
         ++at_;
         continue;
@@ -128,7 +130,7 @@ class Lister : public MTF::ISrc_Lister {
       const std::string wanted = is_directory(stat) ? path + separator : parent;
       if (wanted != current_) return take(step(wanted, block), block);
       ++at_;
-      if (is_file(stat)) return take(file(path.substr(parent.size()), stat, block), block);
+      if (!is_directory(stat)) return take(entry(path, parent.size(), stat, block), block);
     }
     return sound_ && list_.close() && block.alloc_buffer(MTF::Cat_Hdr::fixed_size) &&
            (block.set_end(), true);
@@ -142,7 +144,7 @@ class Lister : public MTF::ISrc_Lister {
       first_ = index;
       stats_.assign(std::min(batch, paths_.size() - first_), _stat64());
       for (std::size_t i = 0; i < stats_.size(); ++i) {
-        // What can't be examined is neither a file nor a directory.
+        // What can't be examined has no mode.
         if (platform::stat_link(paths_[first_ + i], stats_[i]) != 0) stats_[i] = _stat64();
       }
     }
@@ -167,11 +169,32 @@ class Lister : public MTF::ISrc_Lister {
     return block.alloc_buffer(MTF::Cat_Dir_Blk::buffer_need(name.size())) &&
            MTF::Cat_Dir_Blk(block.data(), block.capacity()).set(seq_, name);
   }
-  bool file(const std::string& name, const _stat64& stat, MTF::Cat_Blk& block) {
-    return block.alloc_buffer(MTF::Cat_File_Blk::buffer_need(name.size())) &&
-           MTF::Cat_File_Blk(block.data(), block.capacity())
-               .set(seq_, name, stat.st_mtime, static_cast<unsigned long long>(stat.st_size), 0,
-                    stat.st_ino);
+  // Of a file with several names the first one is marked, and the others are further names.
+  bool entry(const std::string& path, std::size_t name_at, const _stat64& stat,
+             MTF::Cat_Blk& block) {
+    const std::string name = path.substr(name_at);
+    unsigned short flags = 0;
+    if (stat.st_nlink > 1) {
+      const auto [first, is_new] = firsts_.try_emplace(stat.st_ino, path);
+      if (!is_new) return put<MTF::Cat_HLnk_Blk>(name, stat, first->second.size(), 0, block);
+      flags = MTF::cat_first_link;
+    }
+    const auto size = static_cast<unsigned long long>(stat.st_size);
+    switch (stat.st_mode & 0xF000) {
+      case 0x8000:
+        return put<MTF::Cat_File_Blk>(name, stat, size, flags, block);
+      case 0xA000:
+        return put<MTF::Cat_SLnk_Blk>(name, stat, size, flags, block);
+      default:
+        return put<MTF::Cat_Devb_Blk>(name, stat, 0, flags, block);
+    }
+  }
+  template <class Blk>
+  bool put(const std::string& name, const _stat64& stat, unsigned long long size,
+           unsigned short flags, MTF::Cat_Blk& block) {
+    return block.alloc_buffer(static_cast<unsigned int>(Blk::buffer_need(name.size()))) &&
+           Blk(block.data(), block.capacity())
+               .set(seq_, name, stat.st_mtime, size, flags, stat.st_ino);
   }
   bool take(bool made, const MTF::Cat_Blk& block) { return made && list_.write(block); }
 
@@ -185,6 +208,8 @@ class Lister : public MTF::ISrc_Lister {
   bool sound_ = false;
   std::size_t at_ = 0;
   std::string current_;  // with a separator at its end; empty before the first volume
+  std::map<unsigned long long, std::string>
+      firsts_;  // of files with several names, by their number
 };
 
 class Reader : public MTF::IFile_Reader {
@@ -249,6 +274,11 @@ class Callback : public MTF::IBackup_Callback {
   bool read_dir(const char*, std::list<oxbase::Directory_Entry_T<char>>&) override {
     return false;  // what is saved is what the list names
   }
+  bool link_target(const char* path, std::string& target) override {
+    std::error_code error;
+    target = std::filesystem::read_symlink(platform::display_path(path), error).native();
+    return !error;
+  }
 
  private:
   std::shared_ptr<const Job_Sources> sources_;
@@ -296,6 +326,7 @@ int main(int argc, char** argv) {
   MTF::Metadata metadata;
   MTF::Backup job(MTF::Ref_Ptr<MTF::Event_Handler>(new Events), metadata, nullptr);
   job.add_source("/");
+  job.save_links(true);
   const bool done =
       job.init(words[1].c_str(), nullptr, 0, 0,
                words.size() == 3 ? std::strtoull(words[2].c_str(), nullptr, 10) : 1,

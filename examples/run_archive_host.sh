@@ -28,6 +28,8 @@ printf 'bytes' >$'tree/\xff\xc3\xa4'
 : >tree/empty
 ln tree/empty tree/d000/linked
 ln -s empty tree/symbolic
+ln -P tree/symbolic tree/d000/symbolic
+mkfifo -m 640 tree/fifo
 mkdir -m 711 tree/nothing
 make_tree little 150
 tar czf t.tgz tree
@@ -43,7 +45,7 @@ perl -MIO::Compress::Zip=zip,:constants -e '
 # What a restored tree is held to: a directory stands for its time alone, as a plain job saves no
 # more of it.
 described() { # described DIRECTORY
-  (cd "$1" && find . -mindepth 1 \( -type f -printf '%P %m %Ts %U %G %s\n' -o -type d -printf '%P %Ts\n' \) | LC_ALL=C sort)
+  (cd "$1" && find . -mindepth 1 \( -type d -printf '%P %Ts\n' -o -type l -printf '%P %Ts %U %l\n' -o -printf '%P %m %Ts %U %G %s %n\n' \) | LC_ALL=C sort)
 }
 restored() { # restored NAME TO
   "$agent" verify --storage storage --name "$1" >/dev/null
@@ -51,21 +53,18 @@ restored() { # restored NAME TO
   "$agent" restore --storage storage --name "$1" --to "$2" >/dev/null
 }
 same() { # same DIRECTORY DIRECTORY
-  diff -r "$1" "$2"
+  diff -r --no-dereference "$1" "$2"
   diff <(described "$1") <(described "$2")
 }
 
 tar xf t.tgz -C unpacked
-find unpacked -type l -delete
-# Two names of one file are two files in an archive's tree.
-cp -p unpacked/tree/empty copy && mv copy unpacked/tree/empty
 touch -d @500000000 unpacked/tree
 touch -d @500000000 tree && tar czf t.tgz tree
 "$agent" full --plain --quiet --source "$work/unpacked" --storage storage --name plain >/dev/null
 restored plain from-plain
 for channels in 1 3; do
   "$host" t.tgz storage "tar$channels" $channels >out 2>err
-  grep -q "left out: tree/symbolic" err
+  [ ! -s err ]
   restored "tar$channels" "from-tar$channels"
   same "from-tar$channels" "from-plain$work/unpacked"
 done

@@ -18,8 +18,13 @@ echo 'a small file' >"$tree/file"
 echo hidden >"$tree/.hidden"
 echo linked >"$tree/hard1"
 ln "$tree/hard1" "$tree/hard2"
+ln "$tree/hard1" "$tree/link/below/hard3"
 ln -s file "$tree/symbolic"
+ln -s ../../../outside/directory "$tree/way-out"
+ln -P "$tree/symbolic" "$tree/many/symbolic"
 mkfifo "$tree/pipe"
+# Only root makes them.
+mknod "$tree/null" c 1 3 2>/dev/null || true
 echo below >"$tree/link/below/file"
 echo 'name' >"$tree/$(printf 'back\\slash \377\357\201\234 tab\t')"
 # Behind the 1024th byte a name has a stream of its own.

@@ -25,6 +25,12 @@ struct Restore_Attributes {
   bool exact_acl = false;
 };
 
+// What a name stands for.
+struct File_Identity {
+  unsigned long long device = 0;
+  unsigned long long inode = 0;
+};
+
 // Every step goes from an open directory to one of its own entries, and through no link, so that no
 // name can lead out of the tree. All operations return 0 or the errno; a name that is empty, `.`,
 // `..` or holds a slash or NUL gives EINVAL, a link or another non-directory in the way ENOTDIR or
@@ -68,6 +74,23 @@ class Restore_Tree {
   // Removes the new file, if there is one.
   void discard();
 
+  // Each makes an entry of the directory entered last, with its attributes, in place of what had
+  // the name; on failure that is still there. A link to the native path `target`, which is never
+  // followed; a device or FIFO, where `mode` says which, with the device number `number`. A mode is
+  // none of a link's.
+  int make_link(const std::string& name, const std::string& target,
+                const Restore_Attributes& attributes);
+  int make_node(const std::string& name, unsigned int mode, unsigned long long number,
+                const Restore_Attributes& attributes);
+
+  // Gives the file `first`, names below the root, a further name in the directory entered last.
+  // ESTALE if it isn't what `identity` says.
+  int make_further_name(const std::vector<std::string>& first, const File_Identity& identity,
+                        const std::string& name);
+
+  // What `name` stands for in the directory entered last.
+  int identify(const std::string& name, File_Identity& out) const;
+
   // The extended attributes that the last finish could not set, and why.
   const std::vector<std::string>& left_out() const { return left_out_; }
 
@@ -78,7 +101,12 @@ class Restore_Tree {
   int step(int from, const std::string& name, Make make, int& to);
   int give_owner(int fd, const Restore_Attributes::Owner& owner, unsigned int& mode);
   int set_attributes(int fd, const Restore_Attributes& attributes);
-  void set_extended(int fd, const Restore_Attributes& attributes);
+  int set_place_attributes(const Restore_Attributes& attributes, bool is_link);
+  void set_extended(int fd, const char* place, const Restore_Attributes& attributes);
+  template <class Make_Entry>
+  int make_temporary(Make_Entry make_entry);
+  int finish_place(const std::string& name, const Restore_Attributes& attributes, bool is_link);
+  int take_name(const std::string& name);
   void leave();
 
   int root_ = -1;
@@ -86,7 +114,7 @@ class Restore_Tree {
   std::vector<std::string> names_;
   int file_ = -1;
   std::string temporary_;
-  unsigned long long made_ = 0;  // numbers the temporary names
+  unsigned long long numbered_ = 0;  // the temporary names
   std::vector<std::string> left_out_;
   int owner_error_ = 0;
 };

@@ -1,16 +1,10 @@
 // The header of every catalog block, and the layouts behind it.
 #pragma once
 
+#include "mtf/common/format_words.h"
 #include "services/record.h"
 
 namespace MTF {
-
-// Bits of `flags` that an entry has of its own.
-enum Cat_Flag : unsigned short {
-  cat_first_link = 0x2,  // the first name of a hard-linked file
-  // On the queue of a careful job alone: the file may have changed though its date is the same.
-  cat_uncertain = 0x8000,
-};
 
 // A view of the first 64 bytes of a catalog block.
 class Cat_Hdr {

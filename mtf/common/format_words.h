@@ -27,6 +27,13 @@ enum Entry_Attribute : unsigned int {
   entry_modified = 0x800,
 };
 
+// Bits of `flags` that a catalog entry has of its own.
+enum Cat_Flag : unsigned short {
+  cat_first_link = 0x2,  // the first name of a hard-linked file
+  // On the queue of a careful job alone: the file may have changed though its date is the same.
+  cat_uncertain = 0x8000,
+};
+
 // Stream ids: four letters read as a little-endian word.
 enum Stream_Id : unsigned int {
   stream_stan = 0x4E415453,  // file content
@@ -43,6 +50,7 @@ enum Stream_Id : unsigned int {
   stream_pnam = 0x4D414E50,  // the same of a directory
   stream_stat = 0x54415453,
   stream_ctex = 0x58455443,  // ownership and inode data
+  stream_link = 0x4B4E494C,  // the first name of a file that has several; of the system's own
   stream_tfdd = 0x44444654,
   stream_tsmp = 0x504D5354,
   stream_meta = 0x4154454D,  // the job's metadata as text; an id of the system's own

@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include "mtf/reader/block_loader.h"
+#include "mtf/reader/content_reader.h"
+#include "mtf/reader/media_check.h"
 
 namespace MTF {
 namespace {
@@ -95,8 +97,30 @@ void Catalog_Match::take_entry() {
   ++entries_;
   if (record_.type == block_volb) volume_seen_ = true;
   if (!volume_seen_) fault("entry in front of the first volume");
+  take_place();
   waiting_ = record_.seq == seq_;
   if (!waiting_) check_earlier();
+}
+
+// The paths of first names are all that is kept.
+void Catalog_Match::take_place() {
+  const bool moves = record_.type == block_volb || record_.type == block_dirb;
+  const bool first = (record_.flags & cat_first_link) != 0;
+  if (!moves && !first) return;
+  Job_Entry entry;
+  if (!place_.find({record_.type, record_.string_type, record_.size, record_.date, record_.name},
+                   entry)) {
+    return;
+  }
+  if (first) first_names_.insert(hash_of(entry.path) ^ mixed(record_.ino));
+}
+
+// A further name must lead to a name that the same catalog has ahead of it. A catalog that was made
+// again from its media has no number for it, and doesn't mark first names.
+void Catalog_Match::check_first_name(std::string_view path) {
+  if (record_.type != block_hlnk || path.empty() || record_.ino == 0) return;
+  if (first_names_.count(hash_of(path) ^ mixed(record_.ino)) != 0) return;
+  fault("the first name of the entry isn't in the catalog");
 }
 
 void Catalog_Match::compare(const Media_Object& object) {
@@ -111,6 +135,7 @@ void Catalog_Match::compare(const Media_Object& object) {
   check(record_.size == object.size, "entry has another size than its block");
   check(same_date(record_.date, object.date), "entry has another date than its block");
   check(record_.string_type == object.string_type, "entry has another string type than its block");
+  check_first_name(object.target);
   if (!set_seen_) return;
   check(record_.sset_off == set_.position && record_.sset_fla == set_.address,
         "entry has a wrong position of its set");
@@ -132,7 +157,15 @@ void Catalog_Match::check_earlier() {
     tell("block of another date");
   }
   if (record_.name != name_of(media->window(), block)) tell("block of another name");
+  if (record_.type == block_hlnk) check_earlier_link(*media, block);
   check_set_of_earlier(*media);
+}
+
+void Catalog_Match::check_earlier_link(Media_File& media, const Media_Block& block) {
+  Content content;
+  std::string why;
+  if (read_description(media, block, content, why)) return check_first_name(content.target);
+  fault("in " + earlier_.name(record_.seq) + ": " + why);
 }
 
 void Catalog_Match::check_set_of_earlier(Media_File& media) {

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <unordered_set>
 
 #include "mtf/reader/catalog_walker.h"
 #include "mtf/reader/earlier_media.h"
 #include "mtf/reader/media_listener.h"
+#include "mtf/reader/tree_place.h"
 
 namespace MTF {
 
@@ -31,8 +34,11 @@ class Catalog_Match : public IMedia_Listener {
  private:
   bool next_current();
   void take_entry();
+  void take_place();
+  void check_first_name(std::string_view path);
   void compare(const Media_Object& object);
   void check_earlier();
+  void check_earlier_link(Media_File& media, const Media_Block& block);
   void check_set_of_earlier(Media_File& media);
   void compare_metadata(unsigned long long position);
   void fault(const std::string& text) { on_catalog_fault_(record_.position, text); }
@@ -53,6 +59,9 @@ class Catalog_Match : public IMedia_Listener {
   bool metadata_seen_ = false;
   Media_Set set_{};
   unsigned long long entries_ = 0;
+  Tree_Place place_;
+  // The first names of files that have several, each as a hash of its path and the file's number.
+  std::unordered_set<unsigned long long> first_names_;
   // The last set that was looked up in an earlier media.
   struct Known_Set {
     unsigned int seq;

@@ -144,6 +144,9 @@ bool Catalog_Walker::parse(const char* header, Catalog_Record& record) {
             load_le<unsigned long long>(bytes + 16),
             load_le<unsigned long long>(bytes + 24),
             load_le<unsigned long long>(bytes + 32),
+            load_le<unsigned short>(bytes + 40),
+            load_le<unsigned int>(bytes + 44) |
+                static_cast<unsigned long long>(load_le<unsigned int>(bytes + 56)) << 32,
             load_le<unsigned long long>(bytes + 48),
             load_le<unsigned char>(bytes + 60),
             load_le<signed char>(bytes + 61),

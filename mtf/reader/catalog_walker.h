@@ -17,6 +17,8 @@ struct Catalog_Record {
   unsigned long long size;
   unsigned long long sset_off;
   unsigned long long sset_fla;
+  unsigned short flags;
+  unsigned long long ino;
   unsigned long long space;
   unsigned char string_type;
   signed char time_zone;

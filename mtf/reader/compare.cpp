@@ -5,6 +5,7 @@
 
 #include "mtf/reader/content_reader.h"
 #include "mtf/reader/earlier_media.h"
+#include "mtf/reader/tree_place.h"
 #include "services/content_hash.h"
 
 namespace MTF {
@@ -15,10 +16,6 @@ struct Known {
   Job_Entry entry;  // without its path
   bool met = false;
 };
-
-std::size_t hash_of(const std::string& path) {
-  return std::hash<std::string>()(path);
-}
 
 bool same_place(const Job_Entry& a, const Job_Entry& b) {
   return a.seq == b.seq && a.channel == b.channel && a.address == b.address;

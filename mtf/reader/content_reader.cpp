@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "mtf/reader/link_view.h"
 #include "mtf/reader/security_view.h"
 
 namespace MTF {
@@ -14,9 +15,25 @@ constexpr std::size_t most_small_data = 0x40000;
 // Far more than a file system holds; the stream lies whole on the media in any case.
 constexpr std::size_t most_attribute_data = 0x40000000;
 
-// Streams that tell about the file, each small enough to be held.
-bool is_description(unsigned int id) {
+// Streams that tell about the file, each small enough to be held. What leads elsewhere belongs to
+// links alone.
+bool is_description(unsigned int id, unsigned int block_type) {
+  if (id == stream_ntrp) return block_type == block_slnk;
+  if (id == stream_link) return block_type == block_hlnk;
   return id == stream_ctex || id == stream_nacl || id == stream_ntea;
+}
+
+bool has_content(const Block_Header& header) {
+  // The size of a directory says nothing of its streams.
+  return header.displayable_size != 0 && (header.type == block_file || header.type == block_pdat);
+}
+
+// What a block of its type can't be restored without.
+const char* missing_of(unsigned int block_type, const Content& content) {
+  const bool leads = block_type == block_slnk || block_type == block_hlnk;
+  if (leads && content.target.empty()) return "block doesn't say what it leads to";
+  if (block_type == block_devb && !content.stat) return "block doesn't say what device it is of";
+  return nullptr;
 }
 
 // Streams whose loss takes content away, where nothing restores them.
@@ -40,9 +57,10 @@ bool holds_content(unsigned int id) {
 
 // How far the reading of one block has come.
 struct Content_Reader::Progress {
-  explicit Progress(Content& found) : content(found) {}
+  Progress(Content& found, unsigned int type) : content(found), block_type(type) {}
 
   Content& content;
+  const unsigned int block_type;
   unsigned long long offset = 0;  // in the file, of the next data
   bool main_stream = false;       // SPAR streams belong to the file's own content
   bool content_seen = false;
@@ -68,14 +86,14 @@ void Content_Reader::fault(unsigned long long position, const std::string& text)
 
 bool Content_Reader::read(const Media_Block& block, Content& content, std::string& why) {
   content = {};
-  Progress progress(content);
+  Progress progress(content, block.view.header.type);
   return read_streams(progress, block, why);
 }
 
 bool Content_Reader::map(const Media_Block& block, Content& content, Content_Map& map,
                          const std::function<bool()>& go_on, std::string& why) {
   content = {};
-  Progress progress(content);
+  Progress progress(content, block.view.header.type);
   progress.map = &map;
   const Stream_Watch watch{[&](unsigned long long position, unsigned long long offset) {
                              map.add_frame(position, offset);
@@ -91,7 +109,7 @@ bool Content_Reader::map(const Media_Block& block, Content& content, Content_Map
 
 bool Content_Reader::describe(const Media_Block& block, Content& content, std::string& why) {
   content = {};
-  Progress progress(content);
+  Progress progress(content, block.view.header.type);
   progress.describing = true;
   return read_streams(progress, block, why);
 }
@@ -99,14 +117,15 @@ bool Content_Reader::describe(const Media_Block& block, Content& content, std::s
 bool Content_Reader::read_streams(Progress& progress, const Media_Block& block, std::string& why) {
   first_fault_.clear();
   unsigned long long position = block.position + block.view.bytes.size();
-  // The size of a directory says nothing of its streams.
-  const bool has_content = block.view.header.displayable_size != 0 &&
-                           block.view.header.type != block_dirb && !progress.describing;
   bool going = true;
   for (bool last = false; going && !last;) going = read_stream(progress, position, last);
   if (going && progress.sum) fault(position, "stream has no CSUM stream");
   if (going && progress.chunk_open) fault(position, "the last chunk of a stream is missing");
-  if (going && has_content && !progress.content_seen) fault(block.position, "block has no content");
+  if (going && !progress.describing && has_content(block.view.header) && !progress.content_seen) {
+    fault(block.position, "block has no content");
+  }
+  const char* missing = missing_of(block.view.header.type, progress.content);
+  if (going && missing != nullptr) fault(block.position, missing);
   why = first_fault_;
   return going && first_fault_.empty() && !progress.stopped;
 }
@@ -126,7 +145,7 @@ bool Content_Reader::read_stream(Progress& progress, unsigned long long& positio
     return take_sum(progress, header, data_position);
   }
   if (progress.sum) return fault(position, "stream in front has no CSUM stream"), false;
-  if (progress.describing && !is_description(header.id)) {
+  if (progress.describing && !is_description(header.id, progress.block_type)) {
     // Rights that stand in a NACL stream stand in front of all content, and attributes too.
     last = progress.content.has_security && holds_content(header.id);
     progress.passed = header.is(mf_checksummed) || header.is(mf_variable_end);
@@ -170,7 +189,7 @@ bool Content_Reader::take_stream(Progress& progress, const Stream_Header& header
   };
   const bool main = header.id == stream_stan;
   const bool sparse = header.id == stream_spar && progress.main_stream;
-  const bool description = is_description(header.id);
+  const bool description = is_description(header.id, progress.block_type);
   if (main || header.id == stream_adat) progress.main_stream = main;
   if (main && !take_chunk(progress, header, position)) return false;
   if (sparse && header.length < sparse_offset_size) {
@@ -213,13 +232,16 @@ bool Content_Reader::take_description(Progress& progress, const Stream_Header& h
   Stat_Extent record;
   std::vector<Extended_Attribute> attributes;
   bool known = true;
-  const bool right = header.id == stream_ctex   ? read_stat_extent(progress.small, record)
+  const bool leads = header.id == stream_ntrp || header.id == stream_link;
+  const bool right = header.id == stream_ntrp   ? read_symbolic_link(progress.small, content.target)
+                     : header.id == stream_link ? read_first_name(progress.small, content.target)
+                     : header.id == stream_ctex ? read_stat_extent(progress.small, record)
                      : header.id == stream_nacl ? read_security(progress.small, record, known)
                                                 : read_attributes(progress.small, attributes);
   if (!right) return fault(position, stream_word(header.id) + " stream has a wrong layout"), false;
   if (header.id == stream_ntea) {
     content.attributes = std::move(progress.small);
-  } else if (known) {
+  } else if (known && !leads) {
     content.stat = record;
   }
   content.has_security = content.has_security || header.id == stream_nacl;
@@ -257,6 +279,12 @@ bool Content_Reader::advance(Progress& progress, unsigned long long size) {
   progress.offset += size;
   progress.content.length = std::max(progress.content.length, progress.offset);
   return true;
+}
+
+bool read_description(Media_File& media, const Media_Block& block, Content& content,
+                      std::string& why) {
+  const Content_Sink no_sink = [](unsigned long long, const char*, std::size_t) { return true; };
+  return Content_Reader(media, no_sink).read(block, content, why);
 }
 
 }  // namespace MTF

@@ -21,7 +21,8 @@ struct Content {
   std::optional<Stat_Extent> stat;  // of its CTEX or NACL stream
   bool has_security = false;        // it has a NACL stream, and so all its rights are here
   std::string attributes;           // the data of its NTEA stream
-  std::string left_out;             // kinds of streams that hold more content, not given
+  std::string target;    // of a link what it leads to, of a further name the path of the first one
+  std::string left_out;  // kinds of streams that hold more content, not given
 };
 
 class Content_Reader {
@@ -66,5 +67,9 @@ class Content_Reader {
   Stream_Data_Reader data_reader_;
   std::string first_fault_;
 };
+
+// Reads the streams of a block for what they say beside content, as Content_Reader::read().
+bool read_description(Media_File& media, const Media_Block& block, Content& content,
+                      std::string& why);
 
 }  // namespace MTF

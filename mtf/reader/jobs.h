@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,25 @@ bool list_job_from_media(IPiece_Store& store, const Job_Pieces& job,
                          const std::function<void(const Job_Entry&)>& on_entry,
                          const Fault_Sink& on_fault);
 
+// What the links of a job lead to, which a catalog doesn't say: each look reads a block of a media.
+// Used by one thread.
+class Link_Targets {
+ public:
+  // Keeps both references.
+  Link_Targets(IPiece_Store& store, const Job_Pieces& job);
+  ~Link_Targets();
+  Link_Targets(const Link_Targets&) = delete;
+  Link_Targets& operator=(const Link_Targets&) = delete;
+
+  // Gives the native target of a symbolic link (SLNK), or of a further name (HLNK) the system path
+  // of the first one. False, with `why` set, if it can't be read.
+  bool find(const Job_Entry& entry, std::string& target, std::string& why);
+
+ private:
+  struct Medias;
+  std::unique_ptr<Medias> medias_;
+};
+
 // The later jobs of the same name that can't do without `job`: they took files from it, or started
 // from it, or can't be read well enough to tell. In rising order; false, with `error` set, if the
 // jobs can't be found.
@@ -83,8 +103,9 @@ struct Verify_Summary {
 
 // Walks each media of a job block by block and stream by stream, checks it against the format,
 // walks each catalog in step with its media and checks the two against each other, and looks up the
-// entries of earlier jobs in the medias of those jobs. Memory doesn't grow with the pieces. Behind
-// damage it goes on with the next sound block or record. `on_fault` may be empty.
+// entries of earlier jobs in the medias of those jobs. Memory grows with the number of files that
+// have several names, by a few bytes each, and with nothing else. Behind damage it goes on with the
+// next sound block or record. `on_fault` may be empty.
 Verify_Summary verify_job(IPiece_Store& store, const Job_Pieces& job, const Fault_Sink& on_fault);
 
 struct Restore_Options {
@@ -99,7 +120,7 @@ struct Restore_Options {
 
 struct Restore_Summary {
   unsigned long long directories = 0;
-  unsigned long long files = 0;
+  unsigned long long files = 0;  // links, devices and further names among them
   unsigned long long bytes = 0;
   unsigned long long failed = 0;  // entries that could not be restored, each told to on_problem
   std::vector<std::string> not_found;    // paths asked for that the job doesn't hold
@@ -118,7 +139,10 @@ using Problem_Sink = std::function<void(const std::string& path, const std::stri
 // give is left out and counted. A directory whose mode is stored is the user's alone until all in
 // it is there. One that is made on the way to a path asked for gets its attributes too; where the
 // job doesn't hold them it is the user's alone. Of `/X` and a volume `X:` the one that comes first
-// is restored; the other is a problem. `on_fault` and `on_problem` may be empty.
+// is restored; the other is a problem. A link comes back as it is. A further name of a file becomes
+// one of what was restored of it in this run; where nothing was, or where the file system refuses,
+// it gets a copy of the content. A device that the user may not make is a problem. `on_fault` and
+// `on_problem` may be empty.
 Restore_Summary restore_job(IPiece_Store& store, const Job_Pieces& job,
                             const Restore_Options& options, const Fault_Sink& on_fault,
                             const Problem_Sink& on_problem);

@@ -288,6 +288,7 @@ void Media_Check::hold_object(const Media_Block& block) {
              header.string_type,
              {},
              {},
+             {},
              false};
   holding_ = true;
 }
@@ -299,6 +300,11 @@ void Media_Check::give_object(bool corrupt) {
   object_.corrupt = corrupt;
   object_.name = object_name_;
   object_.date = object_date_;
+  object_.target = streams_.target();
+  if (!gap_ && !object_.target.empty()) {
+    check(object_.size == object_.target.size(), object_.position,
+          "block has another size than what it leads to");
+  }
   if (!corrupt) count_object();
   if (listener_ != nullptr) listener_->on_object(object_);
 }

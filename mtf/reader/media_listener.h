@@ -14,7 +14,8 @@ struct Media_Object {
   unsigned char string_type;
   std::string_view date;  // of the last modification, 5 bytes; empty for a VOLB
   std::string_view name;
-  bool corrupt;  // a CFIL block follows: it must not be listed
+  std::string_view target;  // of a further name of a file the path of the first one
+  bool corrupt;             // a CFIL block follows: it must not be listed
 };
 
 // The set that the objects belong to.

@@ -32,6 +32,8 @@ std::size_t content_wanted(const Stream_Header& header) {
     case stream_csum:
     case stream_nacl:
     case stream_ntea:
+    case stream_ntrp:
+    case stream_link:
       return content_limit;
     case stream_spar:
       return sparse_offset_size;

@@ -44,12 +44,6 @@ struct Place {
   unsigned int id = 0;       // of the directory's block
 };
 
-bool read_directory(Media_File& media, const Media_Block& block, Content& content,
-                    std::string& why) {
-  const Content_Sink no_sink = [](unsigned long long, const char*, std::size_t) { return true; };
-  return Content_Reader(media, no_sink).read(block, content, why);
-}
-
 // `content` must outlive what it gives.
 platform::Restore_Attributes attributes_of(const Content& content) {
   platform::Restore_Attributes attributes;
@@ -65,6 +59,13 @@ platform::Restore_Attributes attributes_of(const Content& content) {
     attributes.extended.emplace_back(std::move(each.name), each.value);
   }
   return attributes;
+}
+
+// True for what further names may lead to. The blocks of a media alone don't tell it.
+bool may_be_first(const Tree_Entry& item) {
+  const unsigned int type = item.entry.type;
+  return item.first_name ||
+         (item.placed && (type == block_file || type == block_slnk || type == block_devb));
 }
 
 class Job_Restorer {
@@ -88,7 +89,12 @@ class Job_Restorer {
   void restore_directory(const Tree_Entry& item);
   bool is_place_right();
   bool is_in_last_directory(const Job_Entry& entry, const Media_Block& block) const;
-  void restore_file(const Tree_Entry& item);
+  void restore_entry(const Tree_Entry& item);
+  void restore_further_name(const Tree_Entry& item);
+  bool is_directory_known(const Tree_Entry& item, const Media_Block& block);
+  bool restore_as(const Tree_Entry& content, const Job_Entry& entry);
+  bool restore_node(const Content& content, const Job_Entry& entry, long long mtime);
+  void note_restored(const std::string& first);
   Media_File* find_block(const Tree_Entry& item, Media_Block& block, std::string& why);
   bool write_content(Media_File& media, const Media_Block& block, const Job_Entry& entry);
   Media_File* media_of(const Job_Entry& entry, std::string& why);
@@ -111,6 +117,14 @@ class Job_Restorer {
     ++summary_.failed;
     tell(entry, why);
   }
+  bool failed(const Job_Entry& entry, const std::string& why) { return fail(entry, why), false; }
+
+  // The first name of a file that has several.
+  struct First_Name {
+    Tree_Entry item;
+    std::vector<std::string> names;  // native, of what has the content by now; empty at first
+    platform::File_Identity identity;
+  };
 
   IPiece_Store& store_;
   const Job_Pieces& job_;
@@ -121,9 +135,12 @@ class Job_Restorer {
   Restore_Summary summary_;
   Place place_;
   platform::Restore_Tree tree_;
-  std::vector<std::string> names_;                      // native, of the entry at hand
-  std::map<unsigned long long, Earlier_Media> medias_;  // by channel
-  std::map<std::string, std::string> volumes_;          // by their name below the root
+  std::vector<std::string> names_;                        // native, of the entry at hand
+  std::map<unsigned long long, Earlier_Media> medias_;    // by channel
+  std::map<std::string, std::string> volumes_;            // by their name below the root
+  using First_Names = std::map<std::string, First_Name>;  // by path
+  First_Names::iterator find_first_name(const std::string& path);
+  First_Names first_names_;
   std::set<std::string> above_;  // directories above the paths asked for, missing ahead of the run
 };
 
@@ -149,6 +166,7 @@ Restore_Summary Job_Restorer::run() {
 void Job_Restorer::take(const Tree_Entry& item) {
   const Job_Entry& entry = item.entry;
   if (entry.type == block_volb || entry.type == block_dirb) place_ = Place{item};
+  if (may_be_first(item)) first_names_[entry.path] = {item, {}, {}};
   if (!wanted_.take(entry.path)) {
     if (entry.type == block_dirb && !item.again) note_above(entry);
     return;
@@ -161,7 +179,12 @@ void Job_Restorer::take(const Tree_Entry& item) {
       restore_directory(item);
       break;
     case block_file:
-      restore_file(item);
+    case block_slnk:
+    case block_devb:
+      restore_entry(item);
+      break;
+    case block_hlnk:
+      restore_further_name(item);
       break;
     case block_pdat:  // data for the host, no part of the tree
       break;
@@ -212,7 +235,7 @@ void Job_Restorer::restore_directory(const Tree_Entry& item) {
   Content content;
   std::string why;
   Media_File* media = find_block(item, block, why);
-  if (media == nullptr || !read_directory(*media, block, content, why)) {
+  if (media == nullptr || !read_description(*media, block, content, why)) {
     fail(entry, "its attributes: " + why);
   }
   if (enter(entry, true, content.stat ? Make::closed : Make::shared)) ++summary_.directories;
@@ -238,20 +261,103 @@ bool Job_Restorer::is_in_last_directory(const Job_Entry& entry, const Media_Bloc
          block.view.get<unsigned int>(file_at::directory_id) == place_.id;
 }
 
-void Job_Restorer::restore_file(const Tree_Entry& item) {
+bool Job_Restorer::is_directory_known(const Tree_Entry& item, const Media_Block& block) {
+  const Job_Entry& entry = item.entry;
+  if (item.placed || !place_.fault_since || is_in_last_directory(entry, block)) return true;
+  return failed(entry, "its directory can't be told from the catalog");
+}
+
+void Job_Restorer::restore_entry(const Tree_Entry& item) {
   const Job_Entry& entry = item.entry;
   if (!item.placed && !is_place_right()) return fail(entry, "its directory isn't known");
   std::string why;
   Media_Block block;
+  if (find_block(item, block, why) == nullptr) return fail(entry, why);
+  if (!is_directory_known(item, block) || !restore_as(item, entry)) return;
+  if (may_be_first(item)) note_restored(entry.path);
+}
+
+// Further names lead to what has the content by now.
+void Job_Restorer::note_restored(const std::string& first) {
+  First_Name& to = first_names_[first];
+  if (tree_.identify(names_.back(), to.identity) == 0) to.names = names_;
+}
+
+// A catalog that was made again from its media doesn't mark first names: then they are looked for.
+Job_Restorer::First_Names::iterator Job_Restorer::find_first_name(const std::string& path) {
+  if (first_names_.count(path) == 0) {
+    const Fault_Sink told_already;
+    walk_tree(
+        store_, job_, options_.from_media,
+        [&](const Tree_Entry& item) {
+          const unsigned int type = item.entry.type;
+          if (type != block_file && type != block_slnk && type != block_devb) return;
+          if (item.entry.path == path) first_names_[path] = {item, {}, {}};
+        },
+        told_already);
+  }
+  return first_names_.find(path);
+}
+
+// A file of which no name was restored yet comes back under this one.
+void Job_Restorer::restore_further_name(const Tree_Entry& item) {
+  const Job_Entry& entry = item.entry;
+  if (!item.placed && !is_place_right()) return fail(entry, "its directory isn't known");
+  std::string why;
+  Media_Block block;
+  Content content;
   Media_File* media = find_block(item, block, why);
-  if (media == nullptr) return fail(entry, why);
-  if (!item.placed && place_.fault_since && !is_in_last_directory(entry, block)) {
-    return fail(entry, "its directory can't be told from the catalog");
+  if (media == nullptr || !read_description(*media, block, content, why)) return fail(entry, why);
+  if (!is_directory_known(item, block)) return;
+  const auto first = find_first_name(content.target);
+  if (first == first_names_.end()) return fail(entry, "its first name isn't in the job");
+  if (first->second.names.empty()) {
+    if (restore_as(first->second.item, entry)) note_restored(first->first);
+    return;
   }
   if (!enter(entry, false, Make::closed)) return;
+  const int error =
+      tree_.make_further_name(first->second.names, first->second.identity, names_.back());
+  if (error == 0) {
+    ++summary_.files;
+  } else if (restore_as(first->second.item, entry)) {
+    tell(entry, std::string("restored as a file of its own: ") + std::strerror(error));
+  }
+}
+
+// Gives `entry` the content that belongs to `content`, itself or a first name.
+bool Job_Restorer::restore_as(const Tree_Entry& content, const Job_Entry& entry) {
+  std::string why;
+  Media_Block block;
+  Media_File* media = find_block(content, block, why);
+  if (media == nullptr) return failed(entry, why);
+  if (!enter(entry, false, Make::closed)) return false;
+  if (content.entry.type != block_file) {
+    Content found;
+    if (!read_description(*media, block, found, why)) return failed(entry, why);
+    return restore_node(found, entry, block_mtime(block.view));
+  }
   const int error = tree_.create();
-  if (error != 0) return fail(entry, std::strerror(error));
-  if (!write_content(*media, block, entry)) tree_.discard();
+  if (error != 0) return failed(entry, std::strerror(error));
+  if (write_content(*media, block, entry)) return true;
+  tree_.discard();
+  return false;
+}
+
+// A link, device or FIFO.
+bool Job_Restorer::restore_node(const Content& content, const Job_Entry& entry, long long mtime) {
+  platform::Restore_Attributes attributes = attributes_of(content);
+  attributes.exact_acl = true;
+  attributes.mtime = mtime;
+  const int error =
+      content.target.empty()
+          ? tree_.make_node(names_.back(), static_cast<unsigned int>(content.stat->mode),
+                            content.stat->rdev, attributes)
+          : tree_.make_link(names_.back(), content.target, attributes);
+  if (error != 0) return failed(entry, std::strerror(error));
+  ++summary_.files;
+  tell_left_out(entry);
+  return true;
 }
 
 // The block of an entry, and the media that it stands on; null, with `why` set, if it isn't there.
@@ -330,7 +436,7 @@ void Job_Restorer::finish_directory(const Tree_Entry& item) {
   Media_File* media = find_block(item, block, why);
   Content content;
   platform::Restore_Attributes attributes;
-  if (media != nullptr && read_directory(*media, block, content, why)) {
+  if (media != nullptr && read_description(*media, block, content, why)) {
     attributes = attributes_of(content);
   } else if (above_.count(entry.path) != 0) {
     fail(entry, "its attributes: " + why);

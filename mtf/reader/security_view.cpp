@@ -74,7 +74,7 @@ bool read_security(std::string_view data, Stat_Extent& out, bool& known) {
   if (group != 0 && !read_sid(data, group, unix_group, gid)) return false;
   if (dacl != 0 && !read_acl(data, dacl, mode)) return false;
   known = uid && gid && mode;
-  if (known) out = {*gid, *uid, *mode};
+  if (known) out = {*gid, *uid, *mode, 0};
   return true;
 }
 

@@ -1,5 +1,8 @@
 #include "mtf/reader/stream_check.h"
 
+#include <utility>
+
+#include "mtf/reader/link_view.h"
 #include "mtf/reader/security_view.h"
 #include "services/bytes.h"
 
@@ -11,7 +14,15 @@ constexpr unsigned int stat_fixed_size = 88;
 constexpr unsigned int stat_owner_at = 80;
 constexpr unsigned int stat_group_at = 84;
 constexpr unsigned int stat_short_size = 24;
+constexpr unsigned int stat_rdev_at = 48;
 constexpr unsigned int sparse_offset_size = 8;
+
+// A host may give a device of a system of its own.
+bool mode_fits(unsigned int block_type, unsigned long long mode) {
+  constexpr unsigned long long link = 0xA000;
+  if (block_type == block_slnk) return (mode & mode_type_mask) == link;
+  return block_type != block_devb || is_node_mode(mode);
+}
 
 }  // namespace
 
@@ -22,6 +33,12 @@ void Stream_Check::start(unsigned int block_type, bool name_in_stream) {
   count_ = 0;
   last_length_ = 0;
   name_.clear();
+  target_.clear();
+  missing_ = block_type == block_slnk   ? stream_ntrp
+             : block_type == block_hlnk ? stream_link
+             : block_type == block_devb ? stream_ctex
+                                        : 0U;
+  last_id_ = 0;
 }
 
 void Stream_Check::take(const Media_Stream& stream) {
@@ -29,6 +46,10 @@ void Stream_Check::take(const Media_Stream& stream) {
   if (id == stream_spad || id == stream_csum) return;
   ++count_;
   last_length_ = stream.header.length;
+  if (!check_place(stream)) {
+    on_fault_(stream.position, stream_word(id) + " stream has no place here");
+    return;
+  }
   switch (id) {
     case stream_fnam:
     case stream_pnam:
@@ -51,6 +72,10 @@ void Stream_Check::take(const Media_Stream& stream) {
     case stream_ntea:
       check_description(stream);
       break;
+    case stream_ntrp:
+    case stream_link:
+      check_link(stream);
+      break;
     default:
       break;
   }
@@ -59,7 +84,41 @@ void Stream_Check::take(const Media_Stream& stream) {
 void Stream_Check::end(unsigned long long position) {
   if (name_wanted_) on_fault_(position, "block has no name stream");
   if (chunk_open_) on_fault_(position, "the last chunk of a stream is missing");
+  if (missing_ != 0) on_fault_(position, "block has no " + stream_word(missing_) + " stream");
   name_wanted_ = chunk_open_ = false;
+  missing_ = 0;
+}
+
+// Links and devices have few streams, in one order, each once.
+bool Stream_Check::check_place(const Media_Stream& stream) {
+  const unsigned int id = stream.header.id;
+  const bool named = id == stream_fnam;  // has a check of its own
+  const unsigned int last = named ? last_id_ : std::exchange(last_id_, id);
+  const bool first = last == 0;
+  switch (block_type_) {
+    case block_slnk:
+      return named || (id == stream_ntrp && first) || (id == stream_ctex && last == stream_ntrp) ||
+             (id == stream_ntea && last == stream_ctex);
+    case block_hlnk:
+      return named || (id == stream_link && first);
+    case block_devb:
+      return named || (id == stream_ctex && first) || (id == stream_ntea && last == stream_ctex);
+    default:
+      return id != stream_link;
+  }
+}
+
+// Reparse data behind a file may be of any kind.
+void Stream_Check::check_link(const Media_Stream& stream) {
+  if (block_type_ != block_slnk && block_type_ != block_hlnk) return;
+  missing_ = 0;
+  const bool right =
+      stream.content.size() == stream.header.length &&
+      (stream.header.id == stream_link ? read_first_name(stream.content, target_)
+                                       : read_symbolic_link(stream.content, target_));
+  if (!right) {
+    on_fault_(stream.position, stream_word(stream.header.id) + " stream has a wrong layout");
+  }
 }
 
 void Stream_Check::check_name(const Media_Stream& stream) {
@@ -111,8 +170,11 @@ void Stream_Check::check_stat(const Media_Stream& stream) {
                          ? stream.header.length == stat_short_size
                          : stream.content.size() == stream.header.length &&
                                read_stat_extent(stream.content, record);
+  if (missing_ == stream.header.id) missing_ = 0;
   if (!right) {
     on_fault_(stream.position, stream_word(stream.header.id) + " stream has a wrong layout");
+  } else if (stream.header.id == stream_ctex && !mode_fits(block_type_, record.mode)) {
+    on_fault_(stream.position, "CTEX stream is that of another kind of entry");
   }
 }
 
@@ -145,6 +207,7 @@ bool read_stat_extent(std::string_view data, Stat_Extent& out) {
   out.gid = load_le<unsigned long long>(data.data());
   out.uid = load_le<unsigned long long>(data.data() + 8);
   out.mode = load_le<unsigned long long>(data.data() + 16);
+  out.rdev = load_le<unsigned long long>(data.data() + stat_rdev_at);
   return true;
 }
 

@@ -25,12 +25,17 @@ class Stream_Check {
   // The name in a PNAM or FNAM stream; empty if there is none.
   const std::string& name() const { return name_; }
 
+  // Of a symbolic link what it leads to, of a further name of a file the path of the first one.
+  const std::string& target() const { return target_; }
+
  private:
+  bool check_place(const Media_Stream& stream);
   void check_content(const Media_Stream& stream);
   void check_name(const Media_Stream& stream);
   void check_sparse(const Media_Stream& stream);
   void check_stat(const Media_Stream& stream);
   void check_description(const Media_Stream& stream);
+  void check_link(const Media_Stream& stream);
 
   const Fault_At& on_fault_;
   unsigned int block_type_ = 0;
@@ -41,6 +46,9 @@ class Stream_Check {
   unsigned int count_ = 0;
   unsigned long long last_length_ = 0;
   std::string name_;
+  std::string target_;
+  unsigned int missing_ = 0;  // the stream that tells what the block is, while it is still to come
+  unsigned int last_id_ = 0;
 };
 
 // The ownership record of a CTEX stream.
@@ -48,6 +56,7 @@ struct Stat_Extent {
   unsigned long long gid;
   unsigned long long uid;
   unsigned long long mode;
+  unsigned long long rdev;
 };
 
 // Reads the data of a CTEX stream; false if its lengths don't fit together.

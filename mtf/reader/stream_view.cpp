@@ -16,7 +16,7 @@ constexpr unsigned int frame_checksum_at = 22;
 constexpr unsigned int known_ids[] = {
     stream_stan, stream_spar, stream_spad, stream_nacl, stream_ntea, stream_ntoi,
     stream_ntpr, stream_ntrp, stream_adat, stream_csum, stream_fnam, stream_pnam,
-    stream_stat, stream_ctex, stream_tfdd, stream_tsmp, stream_meta,
+    stream_stat, stream_ctex, stream_link, stream_tfdd, stream_tsmp, stream_meta,
 };
 
 }  // namespace

@@ -8,15 +8,6 @@
 namespace MTF {
 namespace {
 
-// 64 bits of FNV-1a; the standard's hash of a string needn't have as many.
-unsigned long long hash_of(const std::string& text) {
-  unsigned long long hash = 0xCBF29CE484222325;
-  for (const char letter : text) {
-    hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001B3;
-  }
-  return hash;
-}
-
 bool holds_others(unsigned int type) {
   return type == block_volb || type == block_dirb;
 }
@@ -33,6 +24,15 @@ bool tree_text(unsigned int type, unsigned char string_type, std::string_view na
     if (!out.empty() && out.front() == '\\') out.erase(0, 1);
   }
   return true;
+}
+
+// FNV-1a; the standard's hash of a string needn't have as many bits.
+unsigned long long hash_of(std::string_view path) {
+  unsigned long long hash = 0xCBF29CE484222325;
+  for (const char letter : path) {
+    hash = (hash ^ static_cast<unsigned char>(letter)) * 0x100000001B3;
+  }
+  return hash;
 }
 
 void Tree_Place::begin_channel() {

@@ -9,6 +9,9 @@
 
 namespace MTF {
 
+// 64 bits that stand for a path.
+unsigned long long hash_of(std::string_view path);
+
 // What a catalog says of an entry.
 struct Tree_Item {
   unsigned int type;

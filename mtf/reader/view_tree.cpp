@@ -50,10 +50,6 @@ class Number_Table {
   std::size_t used_ = 0;
 };
 
-std::size_t hash_of(std::string_view text) {
-  return std::hash<std::string_view>()(text);
-}
-
 std::size_t hash_of(View_Tree::Number parent, unsigned int name) {
   return (parent * 0x9E3779B97F4A7C15ULL ^ name * 0xC2B2AE3D27D4EB4FULL) >> 16;
 }

@@ -202,6 +202,7 @@ bool Backup::make_callback_producer(Event_Handler* handler) {
       Callback_Source_Producer(static_cast<unsigned short>(seq_),
                                pre_action_data_ != no_pre_action_data, handler, log_callback_);
   if (!keep_producer(producer)) return false;
+  producer->save_links(opt_.save_links);
   const Ref_Ptr<IBackup_Callback> callback = callback_factory_->create();
   MTF_ASSERT_NOT_NULL(callback.get(), false);
   return producer_ready(producer->init(&sources_, filter_, hardlink_map_, callback));
@@ -212,6 +213,7 @@ bool Backup::make_file_system_producer(Event_Handler* handler) {
       Source_Producer(static_cast<unsigned short>(seq_), pre_action_data_ != no_pre_action_data,
                       handler, log_callback_);
   if (!keep_producer(producer)) return false;
+  producer->save_links(opt_.save_links);
   if (exclude_list_ != nullptr && !exclude_list_->empty()) producer->exclude_list(*exclude_list_);
   return producer_ready(producer->init(&sources_, filter_, hardlink_map_, volume_map_,
                                        opt_.job_tmp_dir, opt_.threads, reparse_point_types_));

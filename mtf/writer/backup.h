@@ -64,6 +64,9 @@ class Backup {
   // Sources of a host: what it lists has to have the size that it later gives; `st_ctime` counts
   // where the host gives one. A source by itself and the blocks of a host's lister have none.
   void careful(bool on) { careful_ = on; }
+  // Whether symbolic links, the further names of hard-linked files, devices and FIFOs are saved
+  // too; else (the default) each is left out with a line. No link is ever followed.
+  void save_links(bool on) { opt_.save_links = on; }
   // Directories that are left out with what is found in them, in either form; a file that is a
   // source is saved all the same. Not owned; must live until full() has begun. With no list, or an
   // empty one, the default list holds (source_list.h).

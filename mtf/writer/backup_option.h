@@ -33,6 +33,7 @@ struct Backup_Option {
   int compression_level = 1;
   bool backup_read = true;  // read file content as backup records, else as plain bytes
   int threads = 1;          // that scan the sources
+  bool save_links = false;  // symbolic links, further names of files, devices and FIFOs too
 };
 
 }  // namespace MTF

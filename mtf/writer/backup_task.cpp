@@ -12,6 +12,7 @@
 #include "mtf/writer/file_blk_writer_callback.h"
 #include "mtf/writer/file_blk_writer_unix.h"
 #include "mtf/writer/file_blk_writer_win.h"
+#include "mtf/writer/node_blk_writer.h"
 #include "mtf/writer/pdat_blk_writer.h"
 #include "mtf/writer/source_consumer.h"
 #include "mtf/writer/sset_blk_writer.h"
@@ -98,11 +99,32 @@ bool Backup_Task::write_media(Data_Set& data_set) {
 }
 
 bool Backup_Task::register_writers(Data_Set& data_set) {
-  return register_writer(data_set,
-                         new (std::nothrow) SSet_Blk_Writer(*metadata_, data_set.conf())) &&
-         register_writer(data_set, new (std::nothrow) Vol_Blk_Writer) &&
-         register_writer(data_set, make_dir_writer()) &&
-         register_writer(data_set, make_file_writer()) && register_pre_action_writer(data_set);
+  const auto add = [&](DBLK_Writer* writer) { return register_writer(data_set, writer); };
+  if (add(new (std::nothrow) SSet_Blk_Writer(*metadata_, data_set.conf())).get() == nullptr ||
+      add(new (std::nothrow) Vol_Blk_Writer).get() == nullptr ||
+      add(make_dir_writer()).get() == nullptr) {
+    return false;
+  }
+  const Ref_Ptr<DBLK_Writer> file = add(make_file_writer());
+  if (file.get() == nullptr) return false;
+  if (opt_->save_links && !register_link_writers(data_set, file)) return false;
+  return register_pre_action_writer(data_set);
+}
+
+std::unique_ptr<Node_Source> Backup_Task::make_node_source() const {
+  return callback_.get() != nullptr ? make_callback_node_source(callback_)
+                                    : make_local_node_source();
+}
+
+bool Backup_Task::register_link_writers(Data_Set& data_set, Ref_Ptr<DBLK_Writer> file) {
+  HLnk_Blk_Writer::Content_Writers content{file, null_ref<DBLK_Writer>, null_ref<DBLK_Writer>};
+  content.link = register_writer(
+      data_set, new (std::nothrow) SLnk_Blk_Writer(evt_handler_, make_node_source()));
+  content.device = register_writer(
+      data_set, new (std::nothrow) Devb_Blk_Writer(evt_handler_, make_node_source()));
+  if (content.link.get() == nullptr || content.device.get() == nullptr) return false;
+  auto* hlnk = new (std::nothrow) HLnk_Blk_Writer(evt_handler_, make_node_source(), content);
+  return register_writer(data_set, hlnk).get() != nullptr;
 }
 
 DBLK_Writer* Backup_Task::make_dir_writer() {
@@ -126,12 +148,14 @@ DBLK_Writer* Backup_Task::make_file_writer() {
 bool Backup_Task::register_pre_action_writer(Data_Set& data_set) {
   if (pre_action_data_ == Backup::no_pre_action_data) return true;
   const auto handle = static_cast<ACE_HANDLE>(reinterpret_cast<std::intptr_t>(pre_action_data_));
-  return register_writer(data_set, new (std::nothrow) PDat_Blk_Writer(handle, evt_handler_));
+  auto* writer = new (std::nothrow) PDat_Blk_Writer(handle, evt_handler_);
+  return register_writer(data_set, writer).get() != nullptr;
 }
 
-bool Backup_Task::register_writer(Data_Set& data_set, DBLK_Writer* writer) {
+Ref_Ptr<DBLK_Writer> Backup_Task::register_writer(Data_Set& data_set, DBLK_Writer* writer) {
   const Ref_Ptr<DBLK_Writer> shared = share(writer);
-  return shared.get() != nullptr && data_set.register_dblk_writer(shared);
+  if (shared.get() != nullptr) data_set.register_dblk_writer(shared);
+  return shared;
 }
 
 }  // namespace MTF

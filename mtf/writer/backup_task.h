@@ -15,6 +15,7 @@ namespace MTF {
 
 class Data_Set;
 class DBLK_Writer;
+class Node_Source;
 
 class Backup_Task : public Task_Base {
  public:
@@ -45,10 +46,13 @@ class Backup_Task : public Task_Base {
   bool run();
   bool write_media(Data_Set& data_set);
   bool register_writers(Data_Set& data_set);
-  bool register_writer(Data_Set& data_set, DBLK_Writer* writer);
+  // What was registered; null without memory.
+  Ref_Ptr<DBLK_Writer> register_writer(Data_Set& data_set, DBLK_Writer* writer);
   DBLK_Writer* make_dir_writer();
   bool register_pre_action_writer(Data_Set& data_set);
   DBLK_Writer* make_file_writer();
+  std::unique_ptr<Node_Source> make_node_source() const;
+  bool register_link_writers(Data_Set& data_set, Ref_Ptr<DBLK_Writer> file);
 
   const Backup_Option* opt_;
   const Metadata* metadata_;

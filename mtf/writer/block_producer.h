@@ -28,6 +28,8 @@ class Block_Producer : public Task_Base {
   // Marks as cat_uncertain what was changed at or behind this second, by its modification or its
   // status change, so far as it is known. Ahead of the task's start.
   void uncertain_since(long long second) { uncertain_since_ = second; }
+  // Lets FIFOs pass as devices (Backup_Option::save_links). Called ahead of the start.
+  void save_links(bool on) { save_links_ = on; }
 
   // What was left out and counted while there was no event handler to count it.
   unsigned long long untold_dirs() const { return untold_dirs_; }
@@ -117,6 +119,7 @@ class Block_Producer : public Task_Base {
   std::string cur_dir_;
   Ref_Ptr<Writer_Hardlink_Map> hardlink_map_;
   Cat_Summary summary_;
+  bool save_links_ = false;
 
  private:
   // The walk of a directory: where it is, and each directory on the way there.

@@ -93,7 +93,7 @@ bool Block_Producer::handle(Walk& walk, const Entry& entry) {
 
 bool Block_Producer::process_file(const _stat64& stat, const std::string& name,
                                   unsigned int reparse_type) {
-  unsigned int type = file_type(stat, reparse_type);
+  unsigned int type = file_type(stat, reparse_type, save_links_);
   if (type == no_type) {
     const std::string full = full_path(name);
     on_unsupported_file(full);

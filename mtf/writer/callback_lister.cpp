@@ -8,6 +8,7 @@
 
 #include "mtf/writer/callback_source_producer.h"
 #include "mtf/writer/leaf_name.h"
+#include "platform/native_path.h"
 #include "services/text.h"
 
 namespace MTF {
@@ -86,6 +87,9 @@ void Callback_Source_Producer::mark_uncertain(Cat_Blk& block) const {
 bool Callback_Source_Producer::put_listed_block(Cat_Blk& block) {
   const unsigned int type = block.hdr().type();
   const unsigned long long size = block.hdr().size();
+  bool left_out = false;
+  if (save_links_ && !note_link(block, left_out)) return false;
+  if (left_out) return true;
   std::unique_ptr<Cat_Blk> own = take(block);
   if (own != nullptr && is_file_like(type) && type != block_hlnk) mark_uncertain(*own);
   if (!put_block(std::move(own))) return false;
@@ -97,6 +101,40 @@ bool Callback_Source_Producer::put_listed_block(Cat_Blk& block) {
   if (!is_file_like(type)) return false;
   count_file(size);
   return true;
+}
+
+// Follows the lister's way, and keeps the first names of files that have several for the stages
+// that come behind.
+bool Callback_Source_Producer::note_link(const Cat_Blk& block, bool& left_out) {
+  const Cat_Hdr& hdr = block.hdr();
+  if (hdr.type() == block_volb || hdr.type() == block_dirb) return note_place(block);
+  std::string name;
+  if (!is_file_like(hdr.type()) || !block_name(block, name)) return true;
+  const std::string full = full_path(name);
+  std::string first;
+  if (hdr.type() != block_hlnk) {
+    return (hdr.flags() & cat_first_link) == 0 || hardlink_map_->add(hdr.ino(), full, seq_);
+  }
+  if (hardlink_map_->get(hdr.ino(), first)) return true;
+  if (callback_->link_target(full.c_str(), first) && !first.empty()) {
+    return hardlink_map_->add(hdr.ino(), first, seq_);
+  }
+  left_out = true;
+  ACE_ERROR_RETURN((LM_WARNING, ACE_TEXT("Left out further name of a file '%C'\n"),
+                    platform::display_path(full).c_str()),
+                   true);
+}
+
+bool Callback_Source_Producer::note_place(const Cat_Blk& block) {
+  if (block.hdr().type() == block_dirb) {
+    Cat_Dir_Blk view;
+    view.set_buffer(block);
+    return get_name_from_dir(view, '\\', cur_dir_);
+  }
+  Cat_Vol_Blk view;
+  view.set_buffer(block);
+  cur_dir_.clear();
+  return get_device_from_vol(view, '\\', cur_vol_);
 }
 
 }  // namespace MTF

@@ -47,6 +47,8 @@ class Callback_Source_Producer : public Block_Producer {
   bool take_listed();
   bool put_listed_block(Cat_Blk& block);
   void mark_uncertain(Cat_Blk& block) const;
+  bool note_link(const Cat_Blk& block, bool& left_out);
+  bool note_place(const Cat_Blk& block);
   const char* fault_of(const Cat_Blk& block) const;
 
   const std::list<std::string>* sources_ = nullptr;

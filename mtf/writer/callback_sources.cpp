@@ -42,10 +42,13 @@ void squeeze(std::string& path, char separator) {
   path.erase(std::unique(path.begin(), path.end(), doubled), path.end());
 }
 
-bool is_pipe(const _stat64& stat) {
-  constexpr unsigned int fifo = 0x1000;
+bool is_fifo(const _stat64& stat) {
+  return (stat.st_mode & 0xF000) == 0x1000;
+}
+
+bool is_socket(const _stat64& stat) {
   constexpr unsigned int socket = 0xC000;
-  return (stat.st_mode & 0xF000) == fifo || (stat.st_mode & socket) == socket;
+  return (stat.st_mode & socket) == socket;
 }
 
 }  // namespace
@@ -87,7 +90,7 @@ Callback_Source_Producer::Verdict Callback_Source_Producer::examine(const std::s
     return Verdict::skip;
   }
   copy_stat(stat, out.stat);
-  if (is_pipe(out.stat)) return Verdict::skip;
+  if ((is_fifo(out.stat) && !save_links_) || is_socket(out.stat)) return Verdict::skip;
   if (is_directory(out.stat) && source.back() != separator_) out.path += separator_;
   const std::size_t parent = parent_length(source, separator_);
   if (parent == no_parent) {

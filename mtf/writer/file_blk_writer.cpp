@@ -2,12 +2,11 @@
 
 #include <ace/ACE.h>
 #include <ace/Log_Msg.h>
-#include <ace/OS_NS_time.h>
 
 #include <cerrno>
 
-#include "mtf/common/fnam_stream.h"
 #include "mtf/writer/catalog_writer.h"
+#include "mtf/writer/file_shaped.h"
 #include "mtf/writer/imbc_writer.h"
 #include "services/json_spirit.h"
 
@@ -43,10 +42,7 @@ bool File_Blk_Writer::reset(char* buf, unsigned int size) {
   if (!block_name(cat_blk_, file_name_)) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Empty file name\n")), false);
   }
-  path_.clear();
-  path_ /= ctx_->cur_vol;
-  path_ /= ctx_->cur_dir;
-  path_ /= file_name_;
+  set_entry_path(*ctx_, file_name_, path_);
   return true;
 }
 
@@ -73,14 +69,26 @@ int File_Blk_Writer::write(IWriter& writer) {
 // Nothing looks at a file that didn't change, so only its directory can tell that it is gone. Its
 // entry would count as one of the directory before.
 int File_Blk_Writer::add_earlier_file() {
-  if (!ctx_->dir_missing) return catalog_->add_cat_file_blk(cat_blk_) ? 1 : -1;
-  errno = ctx_->dir_error;
-  report_skip("Failed to stat file");
+  if (ctx_->dir_missing) {
+    errno = ctx_->dir_error;
+    report_skip("Failed to stat file");
+    return 1;
+  }
+  if (!catalog_->add_cat_file_blk(cat_blk_)) return -1;
+  note_first_name();
   return 1;
 }
 
+// From here on further names may point here.
+void File_Blk_Writer::note_first_name() {
+  const Cat_Hdr& hdr = cat_blk_.hdr();
+  if (!opt_->save_links || (hdr.flags() & cat_first_link) == 0) return;
+  ctx_->hardlink_map->note_saved(hdr.ino(), path_.str());
+}
+
 int File_Blk_Writer::write_block_and_content(File_Blk& blk, IWriter& writer) {
-  if (!write_file_blk(blk, writer) || !write_name_stream(blk, writer)) {
+  if (!write_file_blk(blk, writer) ||
+      !write_file_name(*ctx_, buf_, blk, file_name_, stream_count_, writer)) {
     ctx_->write_failed(writer);
     return -1;
   }
@@ -101,41 +109,16 @@ int File_Blk_Writer::write_block_and_content(File_Blk& blk, IWriter& writer) {
 }
 
 bool File_Blk_Writer::set_file_blk(File_Blk& blk) {
-  blk.hdr().format_logical_address(ctx_->fla);
-  blk.hdr().control_block_id(++ctx_->control_block_id);
-  blk.backup_date(ACE_OS::time());
-  blk.directory_id(ctx_->dir_id);
-  blk.file_id(++ctx_->file_id);
-  unsigned int attributes = 0;
-  if (!blk.file_name(file_name_)) attributes |= attr_name_in_stream;
-  if (opt_->compression_method != 0) attributes |= attr_compression;
-  blk.hdr().attributes(attributes);
+  set_file_shape(*opt_, *ctx_, file_name_, blk);
   return true;
 }
 
 bool File_Blk_Writer::write_file_blk(File_Blk& blk, IWriter& writer) {
-  const unsigned long long written = blk.write(writer);
-  if (written == IWriter::failed) return false;
-  ctx_->add_length(written);
-  return true;
-}
-
-bool File_Blk_Writer::write_name_stream(const File_Blk& blk, IWriter& writer) {
-  if ((blk.hdr().attributes() & attr_name_in_stream) == 0) return true;
-  File_Name_Stream stream(buf_);
-  if (!stream.name(file_name_) || !write_small_stream(*ctx_, stream, writer)) return false;
-  ++stream_count_;
-  return true;
+  return write_shaped_blk(*ctx_, blk, writer);
 }
 
 void File_Blk_Writer::report_skip(const char* message) {
-  const int error = ACE_OS::last_error();
-  if (evt_handler_.get() == nullptr) return;
-  ++evt_handler_->skipped_files;
-  evt_handler_->handle_event(
-      event_skipped,
-      json_spirit::Document{
-          {"type", "file"}, {"name", path_.str()}, {"errno", error}, {"message", message}});
+  report_skipped_file(evt_handler_.get(), path_.str(), message);
 }
 
 int File_Blk_Writer::end_corrupt(IWriter& writer) {
@@ -159,6 +142,7 @@ int File_Blk_Writer::add_to_catalogs(const File_Blk& blk) {
   if (mbc_writer_->add_file_blk(blk, file_name_) &&
       catalog_->add_file_blk(blk, file_space_, cat_blk_.hdr().ino(), cat_blk_.hdr().flags(),
                              file_name_)) {
+    note_first_name();
     return 0;
   }
   ctx_->catalog_failed();

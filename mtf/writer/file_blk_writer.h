@@ -46,8 +46,8 @@ class File_Blk_Writer : public virtual DBLK_Writer {
 
  private:
   int add_earlier_file();
+  void note_first_name();
   int write_block_and_content(File_Blk& blk, IWriter& writer);
-  bool write_name_stream(const File_Blk& blk, IWriter& writer);
   void report_skip(const char* message);
   int end_corrupt(IWriter& writer);
   int add_to_catalogs(const File_Blk& blk);

@@ -26,4 +26,8 @@ int IBackup_Callback::max_file_count_percent() const {
   return 90;
 }
 
+bool IBackup_Callback::link_target(const char*, std::string&) {
+  return false;
+}
+
 }  // namespace MTF

@@ -68,10 +68,12 @@ class IBackup_Callback {
   // Null is a failure.
   virtual Ref_Ptr<IFile_Reader> create_file_reader() = 0;
   // Null where the host has no lister; the tree is walked through read_dir() then. A lister gives
-  // each name of a hard-linked file as a file: the job can't tell which names belong together. Its
-  // blocks have the number `seq`. In a chain of jobs each list has the order of a walk: files ahead
-  // of the directories of the same parent, both by the bytes of their names, a directory ahead of
-  // all below it. An incremental job fails where its base has another order.
+  // each name of a hard-linked file as a file: the job can't tell which names belong together.
+  // Where links are saved it may give the first name with cat_first_link and a file number of its
+  // own, and behind it each further name as HLNK with that number. Its blocks have the number
+  // `seq`. In a chain of jobs each list has the order of a walk: files ahead of the directories of
+  // the same parent, both by the bytes of their names, a directory ahead of all below it. An
+  // incremental job fails where its base has another order.
   virtual Ref_Ptr<ISrc_Lister> create_source_lister(const std::list<std::string>* sources,
                                                     unsigned short seq, Event_Handler* handler,
                                                     const IFilter* filter) = 0;
@@ -86,6 +88,12 @@ class IBackup_Callback {
   // end.
   virtual unsigned long long file_count_one_percent() const;
   virtual int max_file_count_percent() const;
+
+  // Where links are saved (Backup_Option::save_links): what a symbolic link leads to, as bytes with
+  // a slash between names; and of a further name that a lister gave with a file number of which it
+  // gave no first name, the path of the first name. False where the host can't tell, which is the
+  // default: the entry is left out.
+  virtual bool link_target(const char* path, std::string& target);
 };
 
 // Makes one callback for each task of a job; each is used by one thread, all at the same time.

@@ -22,6 +22,7 @@ using ADAT_Stream = Property_Stream<stream_adat>;
 using NTEA_Stream = Property_Stream<stream_ntea>;
 using NTPR_Stream = Property_Stream<stream_ntpr>;
 using NTRP_Stream = Property_Stream<stream_ntrp>;
+using LINK_Stream = Property_Stream<stream_link>;
 using NTOI_Stream = Property_Stream<stream_ntoi>;
 using NACL_Stream = Property_Stream<stream_nacl, fs_contains_security>;
 

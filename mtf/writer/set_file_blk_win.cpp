@@ -19,7 +19,7 @@ unsigned long long space_on_volume(const std::wstring& wide_path, unsigned int f
 
 }  // namespace
 
-int set_file_blk_win(File_Blk& blk, std::wstring& wide_path, unsigned long long& file_space,
+int set_file_blk_win(File_Shaped_Blk& blk, std::wstring& wide_path, unsigned long long& file_space,
                      int& error, Backup_Context* ctx, const std::string& name) {
   oxbase::Path_T<char> path('\\', false);
   if (!MTF_FS::replace_volume(ctx->cur_vol, ctx->cur_dir, name, ctx->shadow_vol, path)) return 0;

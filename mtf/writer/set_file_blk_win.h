@@ -12,7 +12,7 @@ namespace MTF {
 // volume where there is one. Gives the path for the platform's wide calls in `wide_path` and the
 // bytes that the file takes on its volume in `file_space`. Above 0 on success; else 0, with
 // `error` set where the file could not be examined.
-int set_file_blk_win(File_Blk& blk, std::wstring& wide_path, unsigned long long& file_space,
+int set_file_blk_win(File_Shaped_Blk& blk, std::wstring& wide_path, unsigned long long& file_space,
                      int& error, Backup_Context* ctx, const std::string& name);
 
 }  // namespace MTF

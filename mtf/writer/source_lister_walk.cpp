@@ -183,7 +183,7 @@ bool Source_Producer::filter_entry(const std::string& path, const Entry& entry) 
               with_number("Unsupported reparse type(%d)", entry.reparse_type).c_str());
     return false;
   }
-  if (!is_dir && file_type(entry.stat, entry.reparse_type) == no_type) {
+  if (!is_dir && file_type(entry.stat, entry.reparse_type, save_links_) == no_type) {
     ACE_ERROR((LM_WARNING, ACE_TEXT("Unsupported file type, path=%s, mode=0x%X\n"), path.c_str(),
                entry.stat.st_mode));
     send_skip("file", path, 0,

@@ -92,6 +92,12 @@ bool Callback_Stat_Stream::set_stat(const Callback_Stat& stat) {
   return true;
 }
 
+bool write_unix_stat(Backup_Context& ctx, const Ref_Ptr<Buffer>& buf, const _stat64& stat,
+                     IWriter& writer) {
+  Unix_Stat_Extent_Stream stream(buf, &ctx.id_mapper);
+  return stream.set_stat(stat) && write_small_stream(ctx, stream, writer);
+}
+
 bool write_callback_stat(Backup_Context& ctx, const Ref_Ptr<Buffer>& buf, const Callback_Stat& stat,
                          IWriter& writer) {
   Callback_Stat_Stream stream(buf);

@@ -40,7 +40,10 @@ class Callback_Stat_Stream : public Stream {
   bool set_stat(const Callback_Stat& stat);
 };
 
-// Writes it, alignment included, with the data in `buf`.
+// Write the long form, alignment included, with the data in `buf`. The code of a failure is the
+// caller's to set.
+bool write_unix_stat(Backup_Context& ctx, const Ref_Ptr<Buffer>& buf, const _stat64& stat,
+                     IWriter& writer);
 bool write_callback_stat(Backup_Context& ctx, const Ref_Ptr<Buffer>& buf, const Callback_Stat& stat,
                          IWriter& writer);
 

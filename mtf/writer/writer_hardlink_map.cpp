@@ -8,7 +8,7 @@ namespace MTF {
 
 bool Writer_Hardlink_Map::add(unsigned long long ino, const std::string& path, unsigned int seq) {
   ACE_GUARD_RETURN(ACE_Mutex, guard, lock_, false);
-  map_[ino] = Entry{path, seq};
+  map_[ino] = Entry{path, seq, false, {}};
   return true;
 }
 
@@ -32,6 +32,28 @@ bool Writer_Hardlink_Map::update(unsigned long long ino, unsigned int seq) {
   const auto found = map_.find(ino);
   if (found == map_.end()) return false;
   found->second.seq = seq;
+  return true;
+}
+
+bool Writer_Hardlink_Map::note_saved(unsigned long long ino, const std::string& path) {
+  ACE_GUARD_RETURN(ACE_Mutex, guard, lock_, false);
+  const auto found = map_.find(ino);
+  if (found == map_.end()) return false;
+  Entry& entry = found->second;
+  entry.saved = true;
+  if (path == entry.path) {
+    entry.saved_path.clear();
+  } else {
+    entry.saved_path = path;
+  }
+  return true;
+}
+
+bool Writer_Hardlink_Map::saved_path(unsigned long long ino, std::string& path) {
+  ACE_GUARD_RETURN(ACE_Mutex, guard, lock_, false);
+  const auto found = map_.find(ino);
+  if (found == map_.end() || !found->second.saved) return false;
+  path = found->second.saved_path.empty() ? found->second.path : found->second.saved_path;
   return true;
 }
 

@@ -25,6 +25,13 @@ class Writer_Hardlink_Map {
   // Sets the sequence number of an entry; false if there is none for `ino`.
   bool update(unsigned long long ino, unsigned int seq);
 
+  // Notes that the job's catalog has the content of `ino` under `path`: the first name, or a
+  // further one that took its place. False if there is no entry.
+  bool note_saved(unsigned long long ino, const std::string& path);
+
+  // The path noted; false if none was.
+  bool saved_path(unsigned long long ino, std::string& path);
+
   // The look-up behind get(). Takes no lock: the one operation that may not be called while another
   // thread changes the map.
   bool get_i(unsigned long long ino, std::string& path, unsigned int& seq);
@@ -33,6 +40,8 @@ class Writer_Hardlink_Map {
   struct Entry {
     std::string path;
     unsigned int seq;
+    bool saved = false;
+    std::string saved_path;  // empty where it is `path`
   };
 
   ACE_Mutex lock_;

@@ -13,8 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test_support;
 
-// The directories and regular files: a job that starts from another says nothing of what is
-// neither.
+// All but sockets: a job that starts from another says nothing of them.
 Snapshot saveable(const Snapshot& all) {
   Snapshot out;
   for (const auto& entry : all) {

@@ -33,7 +33,13 @@ bool is_named_or_below(const std::string& errors, std::string path) {
 std::multiset<std::string> listed_paths(const std::string& output) {
   constexpr std::size_t path_column = 47;
   std::multiset<std::string> paths;
-  for (const std::string& line : lines_of(output)) paths.insert(line.substr(path_column));
+  for (const std::string& line : lines_of(output)) {
+    // Behind the path of a link stands what it leads to.
+    const std::size_t end = line.compare(0, 7, "symlink") == 0    ? line.find(" -> ")
+                            : line.compare(0, 8, "hardlink") == 0 ? line.find(" link to ")
+                                                                  : line.size();
+    paths.insert(line.substr(path_column, end - path_column));
+  }
   return paths;
 }
 

@@ -3,13 +3,18 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <vector>
 
@@ -45,6 +50,13 @@ std::string content_of(const Held_Dir& dir, const std::string& name, long long s
          std::to_string(std::hash<std::string>()(data));
 }
 
+std::string target_of(const Held_Dir& dir, const std::string& name) {
+  std::string target(4096, '\0');
+  const ssize_t size = ::readlinkat(dir.fd(), name.c_str(), target.data(), target.size());
+  target.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+  return target;
+}
+
 // The extended attributes, those that hold access lists among them.
 std::string attributes_of(const Held_Dir& dir, const std::string& name) {
   const std::string path = "/proc/self/fd/" + std::to_string(dir.fd()) + '/' + name;
@@ -65,18 +77,23 @@ std::string describe(const Held_Dir& dir, const std::string& name, const struct 
   std::ostringstream text;
   text << "kind " << std::oct << (record.st_mode & S_IFMT) << std::dec;
   const bool regular = S_ISREG(record.st_mode);
-  if (!regular && !S_ISDIR(record.st_mode)) return text.str();
+  if (S_ISSOCK(record.st_mode)) return text.str();
   text << " date " << record.st_mtime;
-  if (regular || !plain) {
+  if (!S_ISDIR(record.st_mode) || !plain) {
     text << " mode " << std::oct << (record.st_mode & 07777) << std::dec;
     if (::geteuid() == 0) text << " owner " << record.st_uid << ':' << record.st_gid;
   }
+  if (S_ISCHR(record.st_mode) || S_ISBLK(record.st_mode)) text << " number " << record.st_rdev;
+  if (S_ISLNK(record.st_mode)) text << " to " << target_of(dir, name);
   if (regular) text << " size " << record.st_size << ' ' << content_of(dir, name, record.st_size);
   if (!plain) text << attributes_of(dir, name);
   return text.str();
 }
 
-void add(const Held_Dir& dir, const std::string& path, bool plain, Snapshot& all) {
+// The paths of each file that has several names, by its inode.
+using Names = std::map<std::pair<dev_t, ino_t>, std::set<std::string>>;
+
+void add(const Held_Dir& dir, const std::string& path, bool plain, Snapshot& all, Names& files) {
   DIR* stream = ::fdopendir(::openat(dir.fd(), ".", O_RDONLY | O_DIRECTORY));
   if (stream == nullptr) {
     all[path] += " unreadable";
@@ -90,7 +107,10 @@ void add(const Held_Dir& dir, const std::string& path, bool plain, Snapshot& all
     if (name == "." || name == "..") continue;
     EXPECT_EQ(::fstatat(dir.fd(), name.c_str(), &record, AT_SYMLINK_NOFOLLOW), 0) << name;
     all[path + '/' + name] = describe(dir, name, record, plain);
-    if (S_ISDIR(record.st_mode)) add(Held_Dir(dir, name), path + '/' + name, plain, all);
+    if (S_ISDIR(record.st_mode))
+      add(Held_Dir(dir, name), path + '/' + name, plain, all, files);
+    else if (!S_ISSOCK(record.st_mode))
+      files[{record.st_dev, record.st_ino}].insert(path + '/' + name);
   }
 }
 
@@ -112,6 +132,33 @@ void make_names(const Held_Dir& dir) {
     const Held_Dir below(dir, name.size() < 250 ? name + ".dir" : name.substr(1));
     below.write(name, "below " + std::to_string(number++));
   }
+}
+
+// Links to all kinds of targets, further names across directories, FIFOs and, as root, devices.
+void make_links(const Held_Dir& dir) {
+  const Held_Dir below(dir, "below");
+  int number = 0;
+  for (const std::string& target :
+       {std::string("first"), std::string("/"), std::string("//a//../b/"), std::string("below"),
+        std::string("\\back\\\xEF\x81\x9C\xEF\x81\x9B\xEF\x81\x9C\n"),
+        std::string("\xFF\xC3(\xED\xA0\x80"), std::string(3000, 'x'), std::string(4095, '\\')}) {
+    const std::string name = "to " + std::to_string(number++);
+    const timespec times[2] = {{0, 0}, {static_cast<time_t>(-1000000000LL * number), 0}};
+    EXPECT_EQ(::symlinkat(target.c_str(), dir.fd(), name.c_str()), 0);
+    EXPECT_EQ(::utimensat(dir.fd(), name.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+  }
+  dir.write("first", "content of three names");
+  EXPECT_EQ(::mkfifoat(dir.fd(), "fifo", 0640), 0);
+  if (::geteuid() == 0) {
+    EXPECT_EQ(::mknodat(dir.fd(), "character", S_IFCHR | 0606, makedev(1, 3)), 0);
+    EXPECT_EQ(::mknodat(dir.fd(), "block", S_IFBLK | 0600, makedev(7, 70000)), 0);
+    EXPECT_EQ(::fchownat(dir.fd(), "to 0", 70000, 3, AT_SYMLINK_NOFOLLOW), 0);
+    EXPECT_EQ(::fchownat(dir.fd(), "fifo", 0x7FFFFFFE, 4, 0), 0);
+  }
+  for (const char* name : {"first", "to 1", "fifo"}) {
+    EXPECT_EQ(::linkat(dir.fd(), name, below.fd(), name, 0), 0) << name;
+  }
+  EXPECT_EQ(::linkat(dir.fd(), "first", dir.fd(), "also", 0), 0);
 }
 
 }  // namespace
@@ -144,7 +191,13 @@ void Held_Dir::set(const std::string& name, unsigned int mode, long long mtime) 
 
 Snapshot snapshot(const std::string& top, bool plain) {
   Snapshot all;
-  add(Held_Dir(top), "", plain, all);
+  Names files;
+  add(Held_Dir(top), "", plain, all, files);
+  for (const auto& [file, paths] : files) {
+    for (auto path = std::next(paths.begin()); path != paths.end(); ++path) {
+      all[*path] += " one file with " + *paths.begin();
+    }
+  }
   return all;
 }
 
@@ -181,6 +234,7 @@ void make_many(const std::string& top, int count) {
 void make_hard_tree(const std::string& top) {
   const Held_Dir dir(top);
   make_names(Held_Dir(dir, "names"));
+  make_links(Held_Dir(dir, "links"));
   make_deep(top, 200, 20);
   const Held_Dir many(dir, "many");
   make_many(top + "/many", 2000);
@@ -208,6 +262,16 @@ void make_hard_tree(const std::string& top) {
     EXPECT_EQ(::fchownat(stats.fd(), "owner", 70000, 0x7FFFFFFE, 0), 0);
   }
   dir.set("empty", 0755, 1111111111);
+}
+
+int make_socket(const char* path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  std::string(path).copy(address.sun_path, sizeof address.sun_path - 1);
+  const int made = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  const int result = ::bind(made, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  ::close(made);
+  return result;
 }
 
 void make_sparse(const std::string& path, long long size) {

@@ -26,9 +26,10 @@ class Held_Dir {
 using Snapshot = std::map<std::string, std::string>;
 
 // Everything below `top` by its path from there, with all that a job brings back of it: kind, date,
-// mode, owner (as root only), attributes, and of a file size and content; with `plain` no
-// attributes, and of a directory only the date. Of a file above 64 MiB the first and last MiB and
-// one in the middle stand for the content.
+// mode, owner (as root only), attributes, of a file size and content, of a link its target, of a
+// device its number, and of a further name of a file the first one; of a socket the kind alone;
+// with `plain` no attributes, and of a directory only the date. Of a file above 64 MiB the first
+// and last MiB and one in the middle stand for the content.
 Snapshot snapshot(const std::string& top, bool plain = false);
 
 // The paths that differ, a line each, with both sides; empty if there are none.
@@ -40,8 +41,12 @@ void make_deep(const std::string& top, int depth, std::size_t length);
 // `count` files of different sizes.
 void make_many(const std::string& top, int count);
 
-// Files of every kind of name, size, date and mode, all of which can be saved.
+// Files of every kind of name, size, date and mode, and links, FIFOs and devices, all of which can
+// be saved.
 void make_hard_tree(const std::string& top);
+
+// A socket, which no job saves. 0 on success.
+int make_socket(const char* path);
 
 // A file of `size` bytes that holds a few, at its ends and in the middle.
 void make_sparse(const std::string& path, long long size);

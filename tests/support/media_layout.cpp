@@ -10,8 +10,8 @@ constexpr std::size_t frame_header = 24;
 constexpr unsigned compressed = 0x10;
 
 bool is_block(const std::string& id) {
-  static const char* const ids[] = {"TAPE", "SSET", "VOLB", "DIRB", "FILE",
-                                    "CFIL", "ESET", "EOTM", "PDAT"};
+  static const char* const ids[] = {"TAPE", "SSET", "VOLB", "DIRB", "FILE", "CFIL",
+                                    "ESET", "EOTM", "PDAT", "HLNK", "KNLS", "DEVB"};
   return std::find(std::begin(ids), std::end(ids), id) != std::end(ids);
 }
 

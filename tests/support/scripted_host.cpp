@@ -110,6 +110,10 @@ class Callback : public MTF::IBackup_Callback {
     script_->note("produced");
     return false;  // nobody looks
   }
+  bool link_target(const char* path, std::string& target) override {
+    const Script::Node* node = script_->find(path);
+    return node != nullptr && !(target = node->target).empty();
+  }
   unsigned long long file_count_one_percent() const override {
     return script_->per_percent ? script_->per_percent()
                                 : IBackup_Callback::file_count_one_percent();

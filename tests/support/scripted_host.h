@@ -18,6 +18,7 @@ struct Script {
   struct Node {
     MTF::Callback_Stat stat;
     std::string content;
+    std::string target;  // of a symbolic link; empty where the host can't tell
   };
   using Entries = std::list<oxbase::Directory_Entry_T<char>>;
 

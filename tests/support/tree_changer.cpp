@@ -1,15 +1,14 @@
 #include "tests/support/tree_changer.h"
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <filesystem>
 
+#include "tests/support/file_tree.h"
 #include "tests/support/temp_dir.h"
 
 namespace test_support {
@@ -23,16 +22,6 @@ constexpr unsigned int directory_names = 3;
 void remove(const std::string& path) {
   std::error_code error;
   std::filesystem::remove_all(path, error);
-}
-
-int make_socket(const char* at) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  std::string(at).copy(address.sun_path, sizeof address.sun_path - 1);
-  const int made = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  const int result = ::bind(made, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  ::close(made);
-  return result;
 }
 
 }  // namespace

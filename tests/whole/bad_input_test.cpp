@@ -30,7 +30,7 @@ TEST_F(Bad_Input, Sources) {
   const std::pair<std::string, const char*> cases[] = {
       {source("/missing"), ": No such file or directory"},
       {source("/f/below"), ": Not a directory"},
-      {source("/link"), " is a symbolic link to 'f'; links aren't saved: name what it leads to"},
+      {source("/link"), " is a symbolic link to 'f': name what it leads to"},
       {source("/fifo"), " is neither a directory nor a file"},
   };
   for (const auto& [path, fault] : cases) {
@@ -92,6 +92,8 @@ class Damage : public Agent_Run {
       write_file(source("/d/f" + std::to_string(i)), std::string(700 * i, 'a' + i));
     }
     write_file(source("/d/e/z"), "zzz");
+    fs::create_symlink("f1", source("/d/link"));
+    fs::create_hard_link(source("/d/f2"), source("/d/e/further"));
     EXPECT_EQ(save({"--channels", "2"}).code, 0);
     names_ = pieces();
     EXPECT_EQ(names_.size(), 4U);

@@ -20,7 +20,8 @@ class Program_Output : public Agent_Run {
   Program_Output() {
     write_file(source("/a"), std::string(100000, 'a'));
     write_file(source("/b\xFF"), "b");
-    EXPECT_EQ(::mkfifo(source("/fifo").c_str(), 0644), 0);
+    EXPECT_EQ(make_socket(source("/socket").c_str()), 0);
+    ::chmod(source("/socket").c_str(), 0644);
   }
 };
 
@@ -93,9 +94,9 @@ TEST_F(Program_Output, FailureAsJson) {
 TEST_F(Program_Output, PlainLinesWhereThereIsNoTerminal) {
   const Output output = save();
   EXPECT_EQ((output.out + output.err).find_first_of("\r\x1b"), std::string::npos);
-  EXPECT_EQ(output.err, "skipped: " + source("/fifo") + ": Unsupported file type(0x11a4)\n");
+  EXPECT_EQ(output.err, "skipped: " + source("/socket") + ": Unsupported file type(0xc1a4)\n");
   EXPECT_EQ(lines_of(output.out).size(), 1U) << output.out;
-  fs::remove(source("/fifo"));
+  fs::remove(source("/socket"));
   const Output quiet = save({"--quiet"});
   EXPECT_EQ(quiet.code, 0);
   EXPECT_EQ(quiet.out + quiet.err, "");

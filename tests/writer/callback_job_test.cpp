@@ -1,6 +1,8 @@
 // Whole jobs whose sources are the host's: what the media holds, and what becomes of its mistakes.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "mtf/reader/jobs.h"
 #include "mtf/writer/backup_context.h"
 #include "services/compression.h"
@@ -131,6 +133,96 @@ TEST_F(Callback_Job, AStreamThatCannotBeWrittenSetsNoCode) {
     without_code += job->backup.err_code() == 0 ? 1 : 0;
   }
   EXPECT_EQ(without_code, 6);
+}
+
+TEST_F(Callback_Job, Links) {
+  Callback_Stat& link = script->file("X:\\link", "");
+  link.mode = 0xA1FF;
+  script->nodes["X:\\link"].target = "/a\\\xFF";
+  script->file("X:\\unknown", "").mode = 0xA1FF;
+  Callback_Stat& null = script->file("X:\\null", "");
+  null.mode = 0x21B6;
+  null.rdev = 0x103;
+  for (const char* path : {"X:\\f1", "X:\\f2"}) {
+    Callback_Stat& file = script->file(path, "hello");
+    file.ino = 7;
+    file.nlink = 2;
+  }
+  job->backup.save_links(true);
+  ASSERT_TRUE(run());
+  EXPECT_EQ(order(),
+            "TAPE SSET META VOLB FILE STAN CSUM CTEX HLNK LINK CSUM KNLS NTRP CSUM CTEX DEVB CTEX");
+  // `\a`, U+F05C for the backslash, and the stray byte.
+  const std::string target("\\\0a\0\x5C\xF0\xFF\xDC", 8);
+  test::Bytes reparse;
+  reparse.le(0xA000000C, 4).le(12 + 16, 2).le(0, 2).le(0, 2).le(8, 2).le(8, 2).le(8, 2).le(0, 4);
+  EXPECT_EQ(stream("NTRP"), reparse.raw(target + target).data);
+  EXPECT_EQ(stream("LINK"), std::string("X\0:\0\\\0f\0001\0", 10));
+  EXPECT_EQ(number(block("KNLS"), 12, 8), 3U);
+  EXPECT_EQ(number(block("HLNK"), 12, 8), 5U);
+  EXPECT_EQ(number(block("DEVB"), 12, 8), 0U);
+  EXPECT_EQ(number(stream("CTEX", 2), 48, 8), 0x103U);
+  EXPECT_EQ(job->log->count("32 Left out symbolic link 'X:\\unknown'"), 1);
+  EXPECT_EQ(listed(1), (Texts{"X:", "X:\\f1", "X:\\f2", "X:\\link", "X:\\null"}));
+  EXPECT_EQ(job->backup.summary().file_count(), 4U);
+}
+
+// Whatever becomes of the first name, no other leads to nothing: neither in this job nor in the
+// next one, which takes over what it can.
+TEST_F(Callback_Job, AFurtherNameTakesThePlaceOfTheFirst) {
+  const std::string first = "X:\\a";
+  const auto prepare = [&](const std::string& fault) {
+    script = std::make_shared<Script>();
+    start();
+    script->dir("X:\\d");
+    script->dir("X:\\e");
+    for (const std::string& name : {first, std::string("X:\\d\\b"), std::string("X:\\e\\c")}) {
+      Callback_Stat& file = script->file(name, "content");
+      file = {0, 0, 0x81A4, 0, 7, 3, 0, 7, 0, 0, 0, 1000000000, 0, "", ""};
+    }
+    const auto broken = std::make_shared<bool>();
+    script->on_open = [=](const std::string& path) {
+      *broken = path == first && fault == "read";
+      return path == first && fault == "open" ? 1 : 0;
+    };
+    script->on_read = [=](Buffer& data, const std::string& content, std::size_t&) {
+      if (*broken) return 1;
+      content.copy(data.data(), content.size());
+      data.size(static_cast<unsigned>(content.size()));
+      return 0;
+    };
+    job->backup.save_links(true);
+  };
+  const auto expect_names = [&](unsigned channels, unsigned seq, bool with_first) {
+    EXPECT_EQ(listed(channels, seq).size(), with_first ? 6U : 5U);
+    test::Memory_Store store;
+    store.held = job->storage.pieces;
+    const Temp_Dir to;
+    const Job_Pieces pieces{"j", seq, channel_numbers(channels), true};
+    EXPECT_EQ(restore_job(store, pieces, {to.path(), {}}, nullptr, nullptr).files,
+              with_first ? 3U : 2U);
+    EXPECT_EQ(read_file(to / "X/d/b"), "content");
+    EXPECT_TRUE(std::filesystem::equivalent(to / "X/d/b", to / "X/e/c"));
+    EXPECT_EQ(std::filesystem::hard_link_count(to / "X/e/c"), with_first ? 3U : 2U);
+  };
+  const auto is_well = [](const std::string& fault) { return fault.empty(); };
+  for (const unsigned channels : {1U, 3U}) {
+    for (const char* fault : {"open", "read", ""}) {
+      for (const char* then : {fault, ""}) {
+        SCOPED_TRACE(std::to_string(channels) + " channels, " + fault + ", then " + then);
+        prepare(fault);
+        ASSERT_TRUE(run(channels));
+        expect_names(channels, 1, is_well(fault));
+        const std::map<std::string, std::string> earlier = job->storage.pieces;
+        prepare(then);
+        ASSERT_TRUE(job->run_second("X:", earlier, channels));
+        expect_names(channels, 2, is_well(then));
+        EXPECT_EQ(job->backup.summary().inc_file_count(), is_well(fault)  ? 0U
+                                                          : is_well(then) ? 3U
+                                                                         : 2U);
+      }
+    }
+  }
 }
 
 int put(Buffer& data, std::size_t n) {
