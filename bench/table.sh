@@ -5,6 +5,7 @@
 # --cold names a directory on a disk and adds the rows with a cold cache, which need root. BENCH_DIR
 # names another directory than /dev/shm for all else. The agent syncs its pieces, tar syncs nothing;
 # both write to memory, where that makes no difference.
+# shellcheck disable=SC2317  # the sides of a row are called by their names
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 runs=7
