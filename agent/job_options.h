@@ -26,6 +26,7 @@ struct Full_Options {
   bool no_careful = false;  // trust the dates of files
   bool json = false;
   bool quiet = false;
+  bool verbose = false;  // every line, however many of a kind
   bool incremental = false;
   unsigned int base = 0;  // the job that an incremental one starts from; 0 for the newest
 };
