@@ -109,7 +109,8 @@ void tell_cleared(const Storage& storage, const Work_Directory& work_dir, Consol
 
 int run_full(const Full_Options& options, Console& console) {
   const auto start = std::chrono::steady_clock::now();
-  auto log = std::make_shared<Job_Log>(console, !options.incremental);
+  Notes notes(console, options.verbose || options.json);
+  auto log = std::make_shared<Job_Log>(notes, !options.incremental);
   log->attach();
   const platform::Private_Files private_files;
   stop_asked = false;
@@ -125,7 +126,7 @@ int run_full(const Full_Options& options, Console& console) {
   if (!open_pre_action(options.pre_action, pre_action_file, pre_action)) {
     return report_refusal(options, exit_failed, error_text(options.pre_action, errno), console);
   }
-  auto* events = new (std::nothrow) Job_Events(console, options.json);
+  auto* events = new (std::nothrow) Job_Events(notes, options.json);
   const auto shared_events = MTF::share<MTF::Event_Handler>(events);
   if (shared_events.get() == nullptr) throw std::bad_alloc();
   running_events = events;
@@ -133,7 +134,7 @@ int run_full(const Full_Options& options, Console& console) {
   if (stop_asked) events->set_canceling();
   Full_Result result = save(options, plan, pre_action, storage, shared_events, log, console);
   running_events = nullptr;
-  log->flush();
+  notes.flush();
   if (!plan.work_dir.remove()) {
     console.note("warning: " + error_text("temporary files are left", errno));
   }

@@ -83,6 +83,8 @@ void add_how(CLI::App& command, Full_Options& options) {
   command.add_option("--tmp", options.tmp, "The directory for working files")->type_name("DIR");
   command.add_flag("--json", options.json, "Print events and summary as JSON, one object a line");
   command.add_flag("--quiet", options.quiet, "No progress and no summary");
+  command.add_flag("--verbose", options.verbose,
+                   "Name each entry that is left out; else ten of a kind, and how many more");
 }
 
 // The job that both commands carry out, with the options that both have.

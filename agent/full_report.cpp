@@ -68,7 +68,7 @@ void print_summary(const Full_Options& options, const Full_Result& result, const
   console.line("job " + std::to_string(result.seq) + " of '" + options.stem +
                "': " + count_text(number(summary, "inc_file_count"), "file") + " and " +
                directories_text(number(summary, "dir_count")) + ", " +
-               size_text(number(summary, "inc_size")) + " saved, " +
+               size_text(events.progress().done_size) + " saved, " +
                size_text(number(summary, "storage_size")) + " on the storage, in " +
                duration_text(result.seconds));
   const unsigned long long skipped = events.skipped_dirs + events.skipped_files;
@@ -113,7 +113,8 @@ int report_refusal(const Full_Options& options, int code, const std::string& mes
                    Console& console) {
   console.note((code == exit_usage ? "mtf-agent: " : "error: ") + message);
   if (options.json) {
-    console.line_now(summary_json(options, Job_Events(console, true), code, message, {}));
+    Notes notes(console, true);
+    console.line_now(summary_json(options, Job_Events(notes, true), code, message, {}));
   }
   return code;
 }

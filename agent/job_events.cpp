@@ -31,12 +31,6 @@ std::string message_of(const json_spirit::Value& document) {
   return number > 0 ? error_text(message, number) : message;
 }
 
-std::string entry_line(const char* what, const json_spirit::Value& document) {
-  const std::string name = escape_name(platform::display_path(text_of(document, "name")));
-  const std::string message = message_of(document);
-  return what + name + (message.empty() ? "" : ": " + escape_controls(message));
-}
-
 }  // namespace
 
 int Job_Events::handle_event(int code, const json_spirit::Value& document) {
@@ -61,13 +55,20 @@ void Job_Events::show(int code, const json_spirit::Value& document) {
     static_cast<json_spirit::Value&>(summary_) = document;
   }
   if (json_) {
-    console_.line_now("{\"code\":" + std::to_string(code) + ",\"document\":" + json_text(document) +
-                      '}');
+    notes_.console().line_now("{\"code\":" + std::to_string(code) +
+                              ",\"document\":" + json_text(document) + '}');
   } else if (code == MTF::event_skipped && !was_asked_for(document)) {
-    console_.note(entry_line("skipped: ", document));
+    note("skipped: ", document);
   } else if (code == MTF::event_corrupt) {
-    console_.note(entry_line("corrupt: ", document));
+    note("corrupt: ", document);
   }
+}
+
+void Job_Events::note(const char* what, const json_spirit::Value& document) {
+  const std::string name = escape_name(platform::display_path(text_of(document, "name")));
+  const std::string message = message_of(document);
+  const std::string why = message.empty() ? "" : ": " + escape_controls(message);
+  notes_.add(what + name + why, what + ("..." + why));
 }
 
 std::string json_text(const json_spirit::Value& value) {

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <mutex>
 
-#include "agent/console.h"
+#include "agent/notes.h"
 #include "services/event_handler.h"
 #include "services/json_spirit.h"
 
@@ -15,8 +15,8 @@ namespace agent {
 // but for what was excluded.
 class Job_Events final : public MTF::Event_Handler {
  public:
-  // `console` must outlive it.
-  Job_Events(Console& console, bool json) : console_(console), json_(json) {}
+  // `notes` must outlive it.
+  Job_Events(Notes& notes, bool json) : notes_(notes), json_(json) {}
 
   int handle_event(int code, const json_spirit::Value& document) override;
 
@@ -28,8 +28,9 @@ class Job_Events final : public MTF::Event_Handler {
 
  private:
   void show(int code, const json_spirit::Value& document);
+  void note(const char* what, const json_spirit::Value& document);
 
-  Console& console_;
+  Notes& notes_;
   const bool json_;
   std::atomic<unsigned long long> corrupt_{0};
   mutable std::mutex mutex_;

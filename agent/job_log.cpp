@@ -3,17 +3,15 @@
 #include <ace/Log_Msg.h>
 #include <ace/Log_Record.h>
 
-#include <cstddef>
 #include <cstring>
 #include <new>
 #include <string>
 
+#include "agent/log_text.h"
 #include "agent/text.h"
 
 namespace agent {
 namespace {
-
-constexpr std::size_t remembered_lines = 1000;
 
 // A failed check ends in a colon and the stack at that place, which only a developer reads.
 std::string without_stack(std::string text) {
@@ -30,11 +28,6 @@ bool starts_with(const std::string& text, const char* start) {
 
 Job_Log::~Job_Log() {
   if (ACE_LOG_MSG->msg_callback() == this) ACE_LOG_MSG->msg_callback(nullptr);
-  try {
-    flush();
-  } catch (const std::bad_alloc&) {
-    // The counts are lost; each line itself was shown.
-  }
 }
 
 void Job_Log::log(ACE_Log_Record& record) {
@@ -43,7 +36,7 @@ void Job_Log::log(ACE_Log_Record& record) {
     show(record);
   } catch (const std::bad_alloc&) {
     // Short enough to need no memory.
-    console_.note("out of memory");
+    notes_.console().note("out of memory");
   }
 }
 
@@ -59,27 +52,8 @@ void Job_Log::show(ACE_Log_Record& record) {
   if (is_told_better(text)) return;
   // Names hold any byte but NUL and a slash, line feeds included.
   const std::string line =
-      (record.type() == LM_WARNING ? "warning: " : "error: ") + escape_controls(text);
-  if (is_new(line)) console_.note(line);
-}
-
-void Job_Log::flush() {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  for (const auto& [line, count] : repeats_) {
-    if (count != 0) console_.note(line + " (" + count_text(count, "more time") + ")");
-  }
-  repeats_.clear();
-}
-
-bool Job_Log::is_new(const std::string& line) {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  const auto found = repeats_.find(line);
-  if (found != repeats_.end()) {
-    ++found->second;
-    return false;
-  }
-  if (repeats_.size() < remembered_lines) repeats_[line] = 0;
-  return true;
+      (record.type() == LM_WARNING ? "warning: " : "error: ") + escape_name(with_native_path(text));
+  notes_.add(line, kind_of(line));
 }
 
 void Job_Log::attach() {

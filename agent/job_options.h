@@ -27,6 +27,7 @@ struct Full_Options {
   bool no_links = false;
   bool json = false;
   bool quiet = false;
+  bool verbose = false;  // every line, however many of a kind
   bool incremental = false;
   unsigned int base = 0;  // the job that an incremental one starts from; 0 for the newest
 };

@@ -101,6 +101,12 @@ std::string count_text(unsigned long long count, const char* noun) {
   return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }
 
+std::string grouped_text(unsigned long long count) {
+  std::string text = std::to_string(count);
+  for (std::size_t at = text.size(); at > 3;) text.insert(at -= 3, 1, ',');
+  return text;
+}
+
 std::string directories_text(unsigned long long count) {
   return std::to_string(count) + (count == 1 ? " directory" : " directories");
 }

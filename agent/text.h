@@ -31,6 +31,9 @@ std::string cleared_text(const std::vector<std::string>& names);
 // "1 file", "2 files".
 std::string count_text(unsigned long long count, const char* noun);
 
+// "1,234".
+std::string grouped_text(unsigned long long count);
+
 // "1 directory", "2 directories".
 std::string directories_text(unsigned long long count);
 

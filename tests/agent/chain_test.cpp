@@ -71,7 +71,8 @@ TEST_P(Chain, RestoresEachJob) {
     for (int changes = seq == 1 ? 0 : 25; changes > 0; --changes) changer.change();
     ASSERT_NO_FATAL_FAILURE(date_changes());
     stood.push_back(saveable(snapshot(source())));
-    const Output saved = save({"--channels", GetParam()}, seq == 1 ? "full" : "incremental");
+    const Output saved =
+        save({"--verbose", "--channels", GetParam()}, seq == 1 ? "full" : "incremental");
     ASSERT_EQ(saved.code, 0) << saved.err;
     told.push_back(saved.err);
     expect_job(seq);

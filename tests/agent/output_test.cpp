@@ -9,8 +9,10 @@
 #include "agent/full_report.h"
 #include "agent/job_events.h"
 #include "agent/job_log.h"
+#include "agent/log_text.h"
 #include "agent/progress.h"
 #include "agent/text.h"
+#include "platform/native_path.h"
 
 namespace {
 
@@ -24,6 +26,7 @@ class Output : public testing::Test {
 
   std::ostringstream out_, err_;
   agent::Console console_{out_, err_};
+  agent::Notes notes_{console_, true};
 };
 
 TEST_F(Output, Text) {
@@ -41,6 +44,8 @@ TEST_F(Output, Text) {
   EXPECT_EQ(agent::date_text(1773075900), "2026-03-09 17:05:00");
   EXPECT_EQ(agent::duration_text(59.9), "0:59");
   EXPECT_EQ(agent::duration_text(3723), "1:02:03");
+  EXPECT_EQ(agent::grouped_text(999), "999");
+  EXPECT_EQ(agent::grouped_text(1234567), "1,234,567");
 }
 
 TEST_F(Output, Progress) {
@@ -56,7 +61,7 @@ TEST_F(Output, Progress) {
 }
 
 TEST_F(Output, Events) {
-  agent::Job_Events lines(console_, false), json(console_, true);
+  agent::Job_Events lines(notes_, false), json(notes_, true);
   lines.handle_event(MTF::event_skipped, {{"name", "/\\d\\a\nb"}, {"message", "not\n"}});
   lines.handle_event(MTF::event_corrupt, {{"name", 7}});
   EXPECT_EQ(err_.str(), "skipped: /d/a\\nb: not\ncorrupt: \n");
@@ -66,18 +71,60 @@ TEST_F(Output, Events) {
 }
 
 TEST_F(Output, LogLinesFromWarningsOn) {
-  agent::Job_Log job_log(console_, true);
+  agent::Job_Log job_log(notes_, true);
   log(job_log, LM_NOTICE, "no\n");
   for (const char* text : {"a\n", "a\n", "a\n", "odd name /\\a\nb\n", "a\n"}) {
     log(job_log, LM_WARNING, text);
   }
   log(job_log, LM_ERROR, "bad\n");
   log(job_log, LM_EMERGENCY, "Unexpected error in f.cpp:1, x is NULL:\n#0 f\n#1 g\n\n");
-  job_log.flush();
-  job_log.flush();
+  notes_.flush();
+  notes_.flush();
   EXPECT_EQ(err_.str(),
-            "warning: a\nwarning: odd name /\\a\\nb\nerror: bad\n"
+            "warning: a\nwarning: odd name /a\\nb\nerror: bad\n"
             "error: Unexpected error in f.cpp:1, x is NULL\nwarning: a (3 more times)\n");
+}
+
+// The library's lines, with a system path or a native one, and what others of their kind have too.
+TEST_F(Output, LogLinesShowNativePaths) {
+  platform::Volume_Roots::instance().set("X:", "/x");
+  const struct {
+    const char* line;
+    const char* shown;
+    const char* kind;
+  } cases[] = {
+      {"U path=/\\d\\f, mode=0x11A4", "U path=/d/f, mode=0x11A4", "U path=..., mode=0x11A4"},
+      {"S '/\\a, b=c'", "S '/a, b=c'", "S '...'"},
+      {"W '/\\d\\it's' is bad, why=x", "W '/d/it's' is bad, why=x", "W '...' is bad, why=x"},
+      {"W /\\d, errno=5, Input/output error.", "W /d, errno=5, Input/output error.",
+       "W ..., errno=5, Input/output error."},
+      {"P of '\\\\?\\X:\\d\xEF\x81\x9C'", "P of '/x/d\\'", "P of '...'"},
+      {"P path: X:\\d, and skipp", "P path: /x/d, and skipp", "P path: ..."},
+      {"N 'a\\b' of '/d\\ /\\x'", "N 'a\\b' of '/d\\ /\\x'", "N 'a\\b' of '...'"},
+      {"V: '/', d: 'Y:'", "V: '/', d: 'Y:'", "V: '...'"},
+      {"C: no path", "C: no path", "C: no path"},
+  };
+  for (const auto& each : cases) {
+    const std::string shown = agent::with_native_path(each.line);
+    EXPECT_EQ(shown, each.shown);
+    EXPECT_EQ(agent::kind_of(shown), each.kind);
+  }
+  platform::Volume_Roots::instance().clear();
+}
+
+TEST_F(Output, TenLinesOfAKind) {
+  for (const bool all : {false, true}) {
+    err_.str("");
+    agent::Notes notes(console_, all);
+    std::string lines;
+    for (int i = 0; i < 1244; ++i) {
+      notes.add(std::to_string(i), "a");
+      if (all || i < 10) lines += std::to_string(i) + '\n';
+    }
+    for (const char* line : {"b", "0"}) notes.add(line, line);
+    notes.flush();
+    EXPECT_EQ(err_.str(), lines + "b\n0 (1 more time)\n" + (all ? "" : "... and 1,234 more: a\n"));
+  }
 }
 
 TEST_F(Output, EndOfAJob) {
@@ -102,7 +149,7 @@ TEST_F(Output, EndOfAJob) {
   for (const auto& each : cases) {
     agent::Full_Options options;
     options.json = true;
-    agent::Job_Events events(console_, true);
+    agent::Job_Events events(notes_, true);
     for (unsigned int i = 0; i < each.corrupt; ++i) events.handle_event(MTF::event_corrupt, {});
     agent::Full_Result result;
     result.done = each.done;

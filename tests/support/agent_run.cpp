@@ -17,8 +17,9 @@ namespace fs = std::filesystem;
 
 // An entry may be missing if a line of the job ends with its path, quoted or in front of a reason.
 bool is_named(const std::string& errors, const std::string& path) {
-  return errors.find(" '" + agent::escape_controls(path) + "'\n") != std::string::npos ||
-         errors.find(": " + agent::escape_name(path) + ": ") != std::string::npos;
+  const std::string name = agent::escape_name(path);
+  return errors.find(" '" + name + "'\n") != std::string::npos ||
+         errors.find(": " + name + ": ") != std::string::npos;
 }
 
 // A directory that is named stands for all that it holds.
@@ -118,6 +119,7 @@ void Agent_Run::expect_restored(const Snapshot& before, const std::string& top,
 
 void Agent_Run::expect_round_trip(const Arguments& how, const Arguments& sources, int code) {
   Arguments arguments = how;
+  arguments.emplace_back("--verbose");
   std::vector<Snapshot> before;
   for (const std::string& each : sources) {
     arguments.insert(arguments.end(), {"--source", each});

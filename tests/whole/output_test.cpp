@@ -96,10 +96,27 @@ TEST_F(Program_Output, PlainLinesWhereThereIsNoTerminal) {
   EXPECT_EQ((output.out + output.err).find_first_of("\r\x1b"), std::string::npos);
   EXPECT_EQ(output.err, "skipped: " + source("/socket") + ": Unsupported file type(0xc1a4)\n");
   EXPECT_EQ(lines_of(output.out).size(), 1U) << output.out;
+  EXPECT_NE(output.out.find(", 97.7 KiB saved, "), std::string::npos) << "the bytes of the content";
+  const Output next = save({}, "incremental");
+  EXPECT_EQ(next.err,
+            "warning: Unsupported file type, path=" + source("/socket") + ", mode=0xC1A4\n");
+  EXPECT_NE(next.out.find(", 0 B saved, "), std::string::npos) << next.out;
   fs::remove(source("/socket"));
   const Output quiet = save({"--quiet"});
   EXPECT_EQ(quiet.code, 0);
   EXPECT_EQ(quiet.out + quiet.err, "");
+}
+
+TEST_F(Program_Output, TenOfAKind) {
+  for (char c = 'a'; c < 'l'; ++c) ASSERT_EQ(::mkfifo((source("/f") + c).c_str(), 0644), 0);
+  EXPECT_EQ(lines_of(save().err).size(), 11U);
+  const std::string err = save({}, "incremental").err;
+  const std::string last =
+      "... and 2 more: warning: Unsupported file type, path=..., mode=0x11A4\n";
+  EXPECT_EQ(err.substr(err.size() - last.size()), last);
+  for (const char* option : {"--verbose", "--json"}) {
+    EXPECT_EQ(lines_of(save({option}, "incremental").err).size(), 12U) << option;
+  }
 }
 
 TEST_F(Program_Output, ListAsJson) {
