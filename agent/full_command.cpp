@@ -35,14 +35,18 @@ void stop_running_job(int) {
   if (MTF::Event_Handler* events = running_events.load()) events->set_canceling();
 }
 
-bool init(MTF::Backup& backup, const Full_Options& options, const Full_Plan& plan,
-          const Exclude_Filter& filter, void* pre_action,
-          MTF::Ref_Ptr<MTF::Channel_Factory> channels) {
-  return backup.init(options.stem.c_str(), &filter, plan.base_seq, plan.seq, options.channels,
-                     plan.compression, MTF::sparse_default, channels,
-                     MTF::Ref_Ptr<MTF::IBackup_Callback_Factory>(),
-                     plan.shadows.empty() ? nullptr : &plan.shadows, pre_action, options.level,
-                     plan.work_dir.path().c_str(), options.threads);
+MTF::Job_Settings job_settings(const Full_Options& options, const Full_Plan& plan) {
+  MTF::Job_Settings settings;
+  settings.minor_resource_id = options.stem.c_str();
+  settings.base_seq = plan.base_seq;
+  settings.seq = plan.seq;
+  settings.channels = options.channels;
+  settings.compression_method = plan.compression;
+  if (!plan.shadows.empty()) settings.volume_map = &plan.shadows;
+  settings.compression_level = options.level;
+  settings.cache_dir = plan.work_dir.path().c_str();
+  settings.threads = options.threads;
+  return settings;
 }
 
 // Opens the pre-action data and gives its handle; `file` keeps it open.
@@ -66,17 +70,20 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
   metadata.set("host", MTF::Host_Manager::instance()->name());
   if (options.incremental) metadata.set(MTF::base_seq_key, std::to_string(plan.base_seq));
   Piece_Namer pieces(storage.directory());
-  // A job without a factory says so.
-  const auto channels = MTF::share<MTF::Channel_Factory>(
-      new (std::nothrow) Directory_Channel_Factory(pieces, events.get()));
   const Exclude_Filter filter(plan.user_excludes, options.exclude_globs);
+  MTF::Job_Settings settings = job_settings(options, plan);
+  // A job without a factory says so.
+  settings.channel_factory = MTF::share<MTF::Channel_Factory>(
+      new (std::nothrow) Directory_Channel_Factory(pieces, events.get()));
+  settings.filter = &filter;
+  settings.pre_action_data = pre_action;
   MTF::Backup backup(events, metadata, log);
   for (const std::string& source : plan.sources) backup.add_source(source);
   backup.backup_read(!options.plain);
   backup.careful(!options.no_careful);
   backup.save_links(!options.no_links);
   backup.exclude_list(&plan.excludes);
-  const bool started = init(backup, options, plan, filter, pre_action, channels);
+  const bool started = backup.init(settings);
   if (started) {
     const Progress progress(*events, console, !options.quiet && !options.json);
     result.done = options.incremental ? backup.incremental() : backup.full();

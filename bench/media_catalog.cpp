@@ -64,11 +64,11 @@ bool run_job(const char* tree, const char* work_dir) {
   backup.exclude_list(&excludes);
   backup.add_source(tree);
   backup.backup_read(false);
-  const bool done =
-      backup.init("bench", nullptr, 0, 0, 1, 0, sparse_default,
-                  Ref_Ptr<Channel_Factory>(new Factory), Ref_Ptr<IBackup_Callback_Factory>(),
-                  nullptr, Backup::no_pre_action_data, 1, work_dir, 1) &&
-      backup.full();
+  Job_Settings settings;
+  settings.minor_resource_id = "bench";
+  settings.channel_factory = Ref_Ptr<Channel_Factory>(new Factory);
+  settings.cache_dir = work_dir;
+  const bool done = backup.init(settings) && backup.full();
   backup.clean();
   return done;
 }

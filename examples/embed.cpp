@@ -49,11 +49,10 @@ int main(int argc, char** argv) {
   MTF::Metadata metadata;
   MTF::Backup job(MTF::Ref_Ptr<MTF::Event_Handler>(new Events), metadata, nullptr);
   job.add_source(argv[1]);
-  const bool done = job.init("demo", nullptr, 0, 0, 1, MTF::compression_none, MTF::sparse_default,
-                             MTF::Ref_Ptr<MTF::Channel_Factory>(new Factory),
-                             MTF::Ref_Ptr<MTF::IBackup_Callback_Factory>(), nullptr,
-                             MTF::Backup::no_pre_action_data, 1, nullptr, 1) &&
-                    job.full();
+  MTF::Job_Settings settings;
+  settings.minor_resource_id = "demo";
+  settings.channel_factory = MTF::Ref_Ptr<MTF::Channel_Factory>(new Factory);
+  const bool done = job.init(settings) && job.full();
   job.clean();
   if (!done) job.remove_storage_file();
   return done ? 0 : 1;

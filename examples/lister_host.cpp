@@ -327,14 +327,13 @@ int main(int argc, char** argv) {
   MTF::Backup job(MTF::Ref_Ptr<MTF::Event_Handler>(new Events), metadata, nullptr);
   job.add_source("/");
   job.save_links(true);
-  const bool done =
-      job.init(words[1].c_str(), nullptr, 0, 0,
-               words.size() == 3 ? std::strtoull(words[2].c_str(), nullptr, 10) : 1,
-               MTF::compression_none, MTF::sparse_default,
-               MTF::Ref_Ptr<MTF::Channel_Factory>(new Storage_Factory(words[0])),
-               MTF::Ref_Ptr<MTF::IBackup_Callback_Factory>(new Callback_Factory(sources)), nullptr,
-               MTF::Backup::no_pre_action_data, 1, nullptr, 1) &&
-      job.full();
+  MTF::Job_Settings settings;
+  settings.minor_resource_id = words[1].c_str();
+  if (words.size() == 3) settings.channels = std::strtoull(words[2].c_str(), nullptr, 10);
+  settings.channel_factory = MTF::Ref_Ptr<MTF::Channel_Factory>(new Storage_Factory(words[0]));
+  settings.callback_factory =
+      MTF::Ref_Ptr<MTF::IBackup_Callback_Factory>(new Callback_Factory(sources));
+  const bool done = job.init(settings) && job.full();
   const bool whole = job.err_code() == 0;
   job.clean();
   if (!done) job.remove_storage_file();

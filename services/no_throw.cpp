@@ -18,7 +18,7 @@ void log_exception(const char* who, const std::exception& error) noexcept {
   } catch (...) {
     // The host's log has failed as well.
   }
-  if (short_memory) errno = ENOMEM;
+  errno = short_memory ? ENOMEM : EIO;
 }
 
 void log_unknown_exception(const char* who) noexcept {
@@ -27,6 +27,7 @@ void log_unknown_exception(const char* who) noexcept {
   } catch (...) {
     // The host's log has failed as well.
   }
+  errno = EIO;
 }
 
 }  // namespace MTF

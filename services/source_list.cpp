@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "oxbase/directory_iterator.h"
 #include "oxbase/path.h"
@@ -103,15 +104,16 @@ bool walked_before(const source_entry& a, const source_entry& b, char sep) {
 
 // A directory that is excluded, or what is none, is a source by itself alone.
 void drop_covered(std::list<source_entry>& list, char separator,
-                  const std::list<std::string>& exclude_list) {
+                  const std::list<std::string>& exclude_list, Source_Paths* covered) {
   auto top = list.begin();
   if (top == list.end()) return;
   // All that lies below a directory follows it at once.
   for (auto entry = std::next(top); entry != list.end(); entry = std::next(top)) {
-    const bool covered =
+    const bool drop =
         lies_below(entry->path, top->path, separator) &&
         (entry->path == top->path || (is_directory(*top) && !is_exclude(exclude_list, top->path)));
-    if (covered) {
+    if (drop) {
+      if (covered != nullptr) covered->insert(entry->path);
       list.erase(entry);
     } else {
       top = entry;
@@ -124,7 +126,7 @@ void drop_covered(std::list<source_entry>& list, char separator,
 bool to_source_list_type(const std::list<std::string>& sources,
                          std::list<std::string>& exclude_list, const IFilter*,
                          const std::map<std::string, std::string>* volume_map,
-                         std::list<source_entry>& out) {
+                         std::list<source_entry>& out, Source_Paths* covered) {
   if (!normalise(exclude_list)) return false;
   std::list<source_entry> all;
   for (const std::string& source : sources) {
@@ -133,9 +135,21 @@ bool to_source_list_type(const std::list<std::string>& sources,
     all.push_back(entry);
   }
   sort(all, separator);
-  drop_covered(all, separator, exclude_list);
+  drop_covered(all, separator, exclude_list, covered);
   out.swap(all);
   return true;
+}
+
+std::vector<std::string> names_in(const Source_Paths& paths, const std::string& dir) {
+  std::vector<std::string> names;
+  const std::string top = dir.back() == separator ? dir : dir + separator;
+  for (auto path = paths.upper_bound(top);
+       path != paths.end() && path->compare(0, top.size(), top) == 0; ++path) {
+    const std::size_t end = path->find(separator, top.size());
+    std::string name = path->substr(top.size(), end == path->npos ? end : end + 1 - top.size());
+    if (names.empty() || names.back() != name) names.push_back(std::move(name));
+  }
+  return names;
 }
 
 void sort(std::list<source_entry>& list, char separator) {
@@ -145,7 +159,7 @@ void sort(std::list<source_entry>& list, char separator) {
 }
 
 void drop_covered(std::list<source_entry>& list, char separator) {
-  drop_covered(list, separator, {});
+  drop_covered(list, separator, {}, nullptr);
 }
 
 void generate_exclude_list(std::list<std::string>& out) {

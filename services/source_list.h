@@ -3,7 +3,9 @@
 
 #include <list>
 #include <map>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "platform/stat.h"
 #include "services/filter.h"
@@ -17,15 +19,22 @@ struct source_entry {
   _stat64 stat;      // of the path, under its shadow volume where it has one
 };
 
+// Paths of sources in system form; that of a directory has a separator at its end.
+using Source_Paths = std::set<std::string>;
+
 // Resolves `sources`, native or system paths, to entries in the order in which they are saved. A
 // source that lies under a directory that is a source is left out, as it is saved with that one,
-// unless that one is excluded. Brings `exclude_list` to system form as well. False, with a line at
-// LM_ERROR that names the path, for one that can't be resolved or examined. `filter` judges what
-// the walk finds, not what is named here.
+// unless that one is excluded; `covered`, which may be null, gets its path. Brings `exclude_list`
+// to system form as well. False, with a line at LM_ERROR that names the path, for one that can't be
+// resolved or examined. `filter` judges what the walk finds, not what is named here.
 bool to_source_list_type(const std::list<std::string>& sources,
                          std::list<std::string>& exclude_list, const IFilter* filter,
                          const std::map<std::string, std::string>* volume_map,
-                         std::list<source_entry>& out);
+                         std::list<source_entry>& out, Source_Paths* covered = nullptr);
+
+// The names in the directory `dir` that lead to a path of `paths`; that of a directory has a
+// separator at its end.
+std::vector<std::string> names_in(const Source_Paths& paths, const std::string& dir);
 
 // Puts sources into the order of the walk: depth first, in a directory the non-directories ahead of
 // the directories.

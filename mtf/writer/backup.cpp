@@ -51,36 +51,53 @@ bool Backup::init(const char* minor_resource_id, const IFilter* filter, unsigned
                   Ref_Ptr<IBackup_Callback_Factory> callback_factory,
                   const std::map<std::string, std::string>* volume_map, void* pre_action_data,
                   int compression_level, const char* cache_dir, int threads) {
+  return init({minor_resource_id, filter, base_seq, seq, channels, compression_method,
+               sparse_method, channel_factory, callback_factory, volume_map, pre_action_data,
+               compression_level, cache_dir, threads});
+}
+
+bool Backup::init(const Job_Settings& settings) {
   return safely([&] {
+    const char* const minor_resource_id = settings.minor_resource_id;
+    const Ref_Ptr<Channel_Factory>& channel_factory = settings.channel_factory;
     MTF_ASSERT_NOT_NULL(minor_resource_id, false);
     MTF_ASSERT_NOT_EMPTY(std::string_view(minor_resource_id), "minor_resource_id", false);
     MTF_ASSERT_NOT_NULL(channel_factory.get(), false);
-    opt_.minor_resource_id = minor_resource_id;
-    filter_ = filter;
-    base_seq_ = base_seq;
-    seq_ = seq;
-    opt_.compression_method = compression_method;
-    opt_.sparse_method = sparse_method;
-    opt_.compression_level = compression_level;
-    if (cache_dir != nullptr && *cache_dir != '\0') opt_.job_tmp_dir = cache_dir;
-    opt_.threads = threads;
+    filter_ = settings.filter;
+    base_seq_ = settings.base_seq;
+    seq_ = settings.seq;
+    channel_factory_ = channel_factory;
+    callback_factory_ = settings.callback_factory;
+    volume_map_ = settings.volume_map;
+    pre_action_data_ = settings.pre_action_data;
+    set_options(settings);
     hardlink_map_ = make_writer_hardlink_map();
     MTF_ASSERT_NOT_NULL(hardlink_map_.get(), false);
-    channel_factory_ = channel_factory;
-    callback_factory_ = callback_factory;
-    volume_map_ = volume_map;
-    pre_action_data_ = pre_action_data;
     channel_factory_->bytes_per_blk(opt_.physical_block_size);
-    if (channels > 1) {
-      channel_num_ = channels;
-      metadata_.set_channels(static_cast<long long>(channel_num_));
-      metadata_.set_hash_algorithm(hash_algorithm_vale_to_name(hash_xxh32));
-    } else {
-      metadata_.set_channels(0);
-    }
-    if (evt_handler_.get() != nullptr) evt_handler_->set_channels(channels == 0 ? 1 : channels);
+    set_channels(settings.channels);
     return true;
   });
+}
+
+void Backup::set_options(const Job_Settings& settings) {
+  opt_.minor_resource_id = settings.minor_resource_id;
+  opt_.compression_method = settings.compression_method;
+  opt_.sparse_method = settings.sparse_method;
+  opt_.compression_level = settings.compression_level;
+  const char* const dir = settings.cache_dir;
+  if (dir != nullptr && *dir != '\0') opt_.job_tmp_dir = dir;
+  opt_.threads = settings.threads;
+}
+
+void Backup::set_channels(unsigned long long channels) {
+  if (channels > 1) {
+    channel_num_ = channels;
+    metadata_.set_channels(static_cast<long long>(channel_num_));
+    metadata_.set_hash_algorithm(hash_algorithm_vale_to_name(hash_xxh32));
+  } else {
+    metadata_.set_channels(0);
+  }
+  if (evt_handler_.get() != nullptr) evt_handler_->set_channels(channels == 0 ? 1 : channels);
 }
 
 bool Backup::full() {

@@ -23,6 +23,8 @@ class ACE_Log_Msg_Callback;
 
 namespace MTF {
 
+struct Job_Settings;
+
 // Calling order: construct, the setters, init, full or incremental, then seq, summary, err_code and
 // err_msg, then clean, and remove_storage_file if the job is to be undone. All of it runs on the
 // host's thread. An object runs one job. Nothing throws but the constructor, which does when memory
@@ -32,7 +34,7 @@ namespace MTF {
 // by err_code. A storage that fails does.
 class Backup {
  public:
-  // For `pre_action_data` of init(): there is none.
+  // For Job_Settings::pre_action_data: there is none.
   static void* const no_pre_action_data;
 
   // `metadata` is the host's and must outlive the object. `log` gets the lines of the job's
@@ -74,21 +76,8 @@ class Backup {
   void reparse_point_types(unsigned int mask) { reparse_point_types_ = mask; }
 
   // Takes what the job needs; false, with a line in the log, for what it can't work with.
-  //   minor_resource_id   name stem of everything that the job stores; neither null nor empty
-  //   filter              may be null; not owned
-  //   base_seq            the job to compare with, for an incremental job
-  //   seq                 number of the last job; this one gets seq + 1, up to 65535: full() and
-  //                       incremental() refuse to start a job with a higher number
-  //   channels            number of parallel streams; 0 counts as 1
-  //   compression_method  a Compression_Method
-  //   channel_factory     must not be null
-  //   callback_factory    null for sources of the file system
-  //   volume_map          volume to shadow volume; may be null; not owned
-  //   pre_action_data     an open handle (on POSIX the descriptor, as a pointer) whose data is read
-  //                       to its end and stored; stays open; no_pre_action_data for none
-  //   compression_level   of the method
-  //   cache_dir           native directory for working files; null or empty for the default
-  //   threads             that scan the sources
+  bool init(const Job_Settings& settings);
+  // The same, one by one, in the order of the record.
   bool init(const char* minor_resource_id, const IFilter* filter, unsigned int base_seq,
             unsigned int seq, unsigned long long channels, unsigned short compression_method,
             Sparse_Method sparse_method, Ref_Ptr<Channel_Factory> channel_factory,
@@ -139,6 +128,8 @@ class Backup {
     return no_throw("Job", false, step);
   }
 
+  void set_options(const Job_Settings& settings);
+  void set_channels(unsigned long long channels);
   bool run(bool incremental);
   bool make_one_task(unsigned long long index, unsigned long long channel);
   bool make_callback_producer(Event_Handler* handler);
@@ -193,6 +184,38 @@ class Backup {
   std::string err_msg_;
   bool sources_whole_ = true;  // false once there was no memory for a source
   bool numbered_ = false;      // seq_ is the number of this object's own job
+};
+
+// What a job needs beside its sources. Only the name and the channels have to be set. The pointers
+// are not owned; what they point to must outlive the job, but for the two strings.
+struct Job_Settings {
+  // Name stem of everything that the job stores; neither null nor empty.
+  const char* minor_resource_id = nullptr;
+  const IFilter* filter = nullptr;
+  // The job to compare with, for an incremental job.
+  unsigned int base_seq = 0;
+  // Number of the last job; this one gets seq + 1, up to 65535: full() and incremental() refuse to
+  // start a job with a higher number.
+  unsigned int seq = 0;
+  // Number of parallel streams; 0 counts as 1.
+  unsigned long long channels = 1;
+  // A Compression_Method.
+  unsigned short compression_method = 0;
+  Sparse_Method sparse_method = sparse_default;
+  // Must not be null.
+  Ref_Ptr<Channel_Factory> channel_factory;
+  // Null for sources of the file system.
+  Ref_Ptr<IBackup_Callback_Factory> callback_factory;
+  // Volume to shadow volume.
+  const std::map<std::string, std::string>* volume_map = nullptr;
+  // An open handle (on POSIX the descriptor, as a pointer) whose data is read to its end and
+  // stored; stays open.
+  void* pre_action_data = Backup::no_pre_action_data;
+  int compression_level = 1;
+  // Native directory for working files; null or empty for the default.
+  const char* cache_dir = nullptr;
+  // That scan the sources.
+  int threads = 1;
 };
 
 }  // namespace MTF

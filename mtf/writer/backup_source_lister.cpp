@@ -3,11 +3,10 @@
 #include <ace/Log_Msg.h>
 #include <ace/OS_NS_errno.h>
 
-#include <exception>
-#include <new>
 #include <utility>
 
 #include "services/file_path.h"
+#include "services/no_throw.h"
 #include "services/thread_log.h"
 
 namespace MTF {
@@ -16,29 +15,28 @@ namespace {
 constexpr int no_flags = 0;
 constexpr char separator = '\\';
 
-// What `body` returns, or the errno for the exception that left it.
-template <class Body>
-int guarded(Body body) {
-  try {
-    return body();
-  } catch (const std::bad_alloc&) {
-    return ENOMEM;
-  } catch (const std::exception& error) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Scanning failed: %C\n"), error.what()), EIO);
-  } catch (...) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Scanning failed\n")), EIO);
-  }
+// What `step` returns, or the errno for the exception that left it.
+template <class Step>
+int error_of(Step step) {
+  constexpr int thrown = -1;
+  const int result = no_throw("Scanning", thrown, step);
+  return result != thrown ? result : errno;
+}
+
+std::string with_separator(const std::string& path) {
+  return path.empty() || path.back() == separator ? path : path + separator;
 }
 
 }  // namespace
 
 Backup_Source_Lister::Backup_Source_Lister(std::unique_ptr<Impl> impl, int threads, Filter filter,
-                                           On_Error on_error, Map_Path map_path)
+                                           On_Error on_error, Map_Path map_path, Named_In named_in)
     : impl_(std::move(impl)),
       threads_(threads < 1 ? 1 : threads),
       filter_(std::move(filter)),
       on_error_(std::move(on_error)),
-      map_path_(std::move(map_path)) {}
+      map_path_(std::move(map_path)),
+      named_in_(std::move(named_in)) {}
 
 Backup_Source_Lister::~Backup_Source_Lister() {
   if (!read_to_end_) stopped_ = true;
@@ -90,18 +88,19 @@ int Backup_Source_Lister::svc() {
 
 int Backup_Source_Lister::walk_dir(const std::string& path) {
   const int error = read_dir(path);
+  const bool kept = error == 0 || error_of([&] { return add_named(path); }) == 0;
   // Directories that nobody waits for any more are handed back unread, so that the walk comes to
   // its end as ever.
   const bool stopped = stopped_;
-  impl_->walk_end(path, error == 0 && !stopped);
+  impl_->walk_end(path, kept && !stopped);
   if (stopped) return 0;
-  if (error != 0 && on_error_) guarded([&] { return on_error_(path, error) ? 0 : error; });
+  if (error != 0 && on_error_) error_of([&] { return on_error_(path, error) ? 0 : error; });
   return error;
 }
 
 // An exception here must not keep the walk from being counted as ended.
 int Backup_Source_Lister::read_dir(const std::string& path) {
-  return guarded([&] { return add_entries(path); });
+  return error_of([&] { return add_entries(path); });
 }
 
 int Backup_Source_Lister::add_entries(const std::string& path) {
@@ -110,24 +109,35 @@ int Backup_Source_Lister::add_entries(const std::string& path) {
   oxbase::Directory_Iterator_T<char> it(map_path_ ? map_path_(path) : path, false, 0,
                                         MTF_FS::is_root_path(path));
   const oxbase::Directory_Iterator_T<char> end;
-  std::string full = path;
-  if (!full.empty() && full.back() != separator) full += separator;
-  const std::size_t dir_size = full.size();
+  std::string top = with_separator(path);
   for (; it != end && !stopped_; ++it) {
-    if (!is_wanted(full, dir_size, *it)) continue;
-    if (impl_->add_entry(path, *it) < 0) return ENOMEM;
+    if (!add_wanted(path, top, *it)) return ENOMEM;
   }
   return it.ec();
 }
 
-// `full` begins with the directory's path, of `dir_size` bytes, and is used for each of its
-// entries.
-bool Backup_Source_Lister::is_wanted(std::string& full, std::size_t dir_size,
-                                     const Entry& entry) const {
-  if (!filter_) return true;
-  full.resize(dir_size);
-  full += entry.name;
-  return filter_(full, entry);
+int Backup_Source_Lister::add_named(const std::string& path) {
+  if (stopped_ || !named_in_) return ENOENT;
+  const std::vector<Entry> entries = named_in_(path);
+  std::string top = with_separator(path);
+  for (const Entry& entry : entries) {
+    if (!add_wanted(path, top, entry)) return ENOMEM;
+  }
+  return entries.empty() ? ENOENT : 0;
+}
+
+// Adds an entry that the filter keeps. `top` is the directory with a separator behind it, and the
+// room for the entry's path: it is the same afterwards.
+bool Backup_Source_Lister::add_wanted(const std::string& path, std::string& top,
+                                      const Entry& entry) {
+  if (filter_) {
+    const std::size_t size = top.size();
+    top += entry.name;
+    const bool wanted = filter_(top, entry);
+    top.resize(size);
+    if (!wanted) return true;
+  }
+  return impl_->add_entry(path, entry) >= 0;
 }
 
 }  // namespace MTF

@@ -7,6 +7,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "oxbase/directory_iterator.h"
 #include "services/source_list.h"
@@ -21,7 +22,7 @@ namespace MTF {
 // first. Walkers don't wait for the reader. The order doesn't depend on their timing.
 //
 // A directory that can't be read to its end, or for which the store has no room, is left out with
-// all in it.
+// all in it, unless Named_In leads on from there.
 class Backup_Source_Lister : public Safe_Start<ACE_Task_Base> {
  public:
   using Entry = oxbase::Directory_Entry_T<char>;
@@ -33,17 +34,20 @@ class Backup_Source_Lister : public Safe_Start<ACE_Task_Base> {
     at_end = 4,  // nothing is left and nothing can come
   };
 
-  // All three may be empty. They run on the walker threads, several at once.
+  // All of them may be empty. They run on the walker threads, several at once.
   //   Filter    gets the full path of an entry; false drops the entry with all in it
   //   On_Error  is told of a directory that failed, with the errno
   //   Map_Path  gives the path to open for a directory
+  //   Named_In  gives entries of a directory that failed which are known without reading it; with
+  //             one or more, the directory and what was read of it are kept
   using Filter = std::function<bool(const std::string&, const Entry&)>;
   using On_Error = std::function<bool(const std::string&, int)>;
   using Map_Path = std::function<std::string(const std::string&)>;
+  using Named_In = std::function<std::vector<Entry>(const std::string&)>;
 
   // `threads` below 1 counts as 1.
   Backup_Source_Lister(std::unique_ptr<Impl> impl, int threads, Filter filter, On_Error on_error,
-                       Map_Path map_path);
+                       Map_Path map_path, Named_In named_in = {});
   // Waits for all threads. They go to the end of the tree, unless the reader stopped before its own
   // end: then each ends with the entry that it is at.
   ~Backup_Source_Lister() override;
@@ -66,7 +70,8 @@ class Backup_Source_Lister : public Safe_Start<ACE_Task_Base> {
  private:
   int read_dir(const std::string& path);
   int add_entries(const std::string& path);
-  bool is_wanted(std::string& full, std::size_t dir_size, const Entry& entry) const;
+  int add_named(const std::string& path);
+  bool add_wanted(const std::string& path, std::string& top, const Entry& entry);
 
   std::unique_ptr<Impl> impl_;
   const int threads_;
@@ -76,6 +81,7 @@ class Backup_Source_Lister : public Safe_Start<ACE_Task_Base> {
   ACE_Log_Msg_Callback* log_ = nullptr;
   bool read_to_end_ = false;
   std::atomic<bool> stopped_{false};
+  const Named_In named_in_;
 };
 
 // The store of what the walkers find, and the order in which it is given. Every operation but

@@ -3,11 +3,13 @@
 #include <ace/ACE.h>
 #include <ace/Log_Msg.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "mtf/writer/catalog_writer.h"
 #include "mtf/writer/file_shaped.h"
 #include "mtf/writer/imbc_writer.h"
+#include "mtf/writer/nt_stream.h"
 #include "services/json_spirit.h"
 
 namespace MTF {
@@ -115,6 +117,43 @@ bool File_Blk_Writer::set_file_blk(File_Blk& blk) {
 
 bool File_Blk_Writer::write_file_blk(File_Blk& blk, IWriter& writer) {
   return write_shaped_blk(*ctx_, blk, writer);
+}
+
+int File_Blk_Writer::write_data_stream(Standard_Data_Stream& stream, unsigned long long size,
+                                       const Read& read, IWriter& writer) {
+  if (!write_to_stream_align(*ctx_, writer)) return -1;
+  stream.reset_stream(size, opt_->compression_method, opt_->compression_level);
+  if (!stream.write_hdr(writer) || !copy_data(stream, size, read, writer)) return -1;
+  if (stream.current_size() != stream.stream_length()) return close_out(stream, writer);
+  if (!stream.end_stream(writer)) return -1;
+  ctx_->add_length(stream.written_size());
+  ++stream_count_;
+  return 0;
+}
+
+bool File_Blk_Writer::copy_data(Standard_Data_Stream& stream, unsigned long long size,
+                                const Read& read, IWriter& writer) {
+  while (stream.current_size() < size) {
+    if (!read()) return false;
+    if (data_buffer_.size() == 0) break;
+    const unsigned long long wanted = size - stream.current_size();
+    data_buffer_.size(
+        static_cast<unsigned int>(std::min<unsigned long long>(data_buffer_.size(), wanted)));
+    if (!stream.write_data(data_buffer_, writer)) return false;
+  }
+  return true;
+}
+
+int File_Blk_Writer::close_out(Standard_Data_Stream& stream, IWriter& writer) {
+  corrupt_offset_ = stream.current_size();
+  if (corrupt_attributes_ == 0) corrupt_attributes_ = corrupt_length_change;
+  return fill_stream(*ctx_, stream, data_buffer_, writer) ? content_corrupt : -1;
+}
+
+bool File_Blk_Writer::write_checksum_stream(unsigned int checksum, IWriter& writer) {
+  if (!write_csum_stream(*ctx_, buf_, checksum, writer)) return false;
+  ++stream_count_;
+  return true;
 }
 
 void File_Blk_Writer::report_skip(const char* message) {

@@ -2,12 +2,16 @@
 // CFIL block of a file that could not be read to its end.
 #pragma once
 
+#include <functional>
+
 #include "mtf/catalog/catalog_helper.h"
 #include "mtf/writer/dblk_writer.h"
 #include "oxbase/path.h"
 #include "services/event_handler.h"
 
 namespace MTF {
+
+class Standard_Data_Stream;
 
 // Fixes what happens around a file; a derived class examines, opens and reads it.
 class File_Blk_Writer : public virtual DBLK_Writer {
@@ -33,6 +37,15 @@ class File_Blk_Writer : public virtual DBLK_Writer {
   // For init() of a derived class; false without memory.
   bool make_buffers();
 
+  // Puts the next bytes of the file into data_buffer_, none at its end; false ends the job. Where
+  // reading fails it may set corrupt_attributes_.
+  using Read = std::function<bool()>;
+  // Writes the content as one stream that declares `size` bytes: 0, -1 or content_corrupt. A file
+  // that has more is cut there; with one that has less the stream is filled up and closed.
+  int write_data_stream(Standard_Data_Stream& stream, unsigned long long size, const Read& read,
+                        IWriter& writer);
+  bool write_checksum_stream(unsigned int checksum, IWriter& writer);
+
   Cat_File_Blk cat_blk_;
   oxbase::Path_T<char> path_;
   std::string file_name_;
@@ -45,6 +58,9 @@ class File_Blk_Writer : public virtual DBLK_Writer {
   Ref_Ptr<Event_Handler> evt_handler_;
 
  private:
+  bool copy_data(Standard_Data_Stream& stream, unsigned long long size, const Read& read,
+                 IWriter& writer);
+  int close_out(Standard_Data_Stream& stream, IWriter& writer);
   int add_earlier_file();
   void note_first_name();
   int write_block_and_content(File_Blk& blk, IWriter& writer);

@@ -2,7 +2,6 @@
 
 #include <ace/Log_Msg.h>
 
-#include <algorithm>
 #include <cerrno>
 
 #include "mtf/writer/callback_block.h"
@@ -55,54 +54,26 @@ bool File_Blk_Writer_Callback::write_file_blk(File_Blk& blk, IWriter& writer) {
 }
 
 int File_Blk_Writer_Callback::write_content(File_Blk& blk, IWriter& writer) {
-  if (!write_to_stream_align(*ctx_, writer)) return -1;
-  const unsigned long long length = blk.hdr().displayable_size();
-  data_stream_.reset_stream(length, opt_->compression_method, opt_->compression_level);
-  if (!data_stream_.write_hdr(writer) || !copy_data(length, writer)) return -1;
-  if (data_stream_.current_size() != data_stream_.stream_length()) return close_out(writer);
-  if (!data_stream_.end_stream(writer)) return -1;
-  ctx_->add_length(data_stream_.written_size());
-  ++stream_count_;
+  const int result = write_data_stream(
+      data_stream_, blk.hdr().displayable_size(), [this] { return read(); }, writer);
+  if (result != 0) return result;
   if (data_stream_.checksummed() && !write_checksum_stream(data_stream_.checksum(), writer)) {
     return -1;
   }
   return write_stat_stream(writer) ? 0 : -1;
 }
 
-// A file that has more than its block declares is cut there; one that has less leaves the stream
-// short.
-bool File_Blk_Writer_Callback::copy_data(unsigned long long length, IWriter& writer) {
-  while (data_stream_.current_size() < length) {
-    const int result = read();
-    if (result == -1) return false;
-    if (result == 1 || data_buffer_.size() == 0) break;
-    const unsigned long long wanted = length - data_stream_.current_size();
-    data_buffer_.size(
-        static_cast<unsigned int>(std::min<unsigned long long>(data_buffer_.size(), wanted)));
-    if (!data_stream_.write_data(data_buffer_, writer)) return false;
-  }
-  return true;
-}
-
-int File_Blk_Writer_Callback::read() {
+bool File_Blk_Writer_Callback::read() {
   data_buffer_.size(0);
   const int result = reader_->read(data_buffer_);
-  if (result == -1 || data_buffer_.size() <= data_buffer_.capacity()) return result;
-  ACE_ERROR_RETURN(
-      (LM_ERROR, ACE_TEXT("File reader gave %u bytes where there is room for %u, path='%s'\n"),
-       data_buffer_.size(), data_buffer_.capacity(), path_.str().c_str()),
-      -1);
-}
-
-int File_Blk_Writer_Callback::close_out(IWriter& writer) {
-  corrupt_offset_ = data_stream_.current_size();
-  corrupt_attributes_ = corrupt_length_change;
-  return fill_stream(*ctx_, data_stream_, data_buffer_, writer) ? content_corrupt : -1;
-}
-
-bool File_Blk_Writer_Callback::write_checksum_stream(unsigned int checksum, IWriter& writer) {
-  if (!write_csum_stream(*ctx_, buf_, checksum, writer)) return false;
-  ++stream_count_;
+  if (result == -1) return false;
+  if (data_buffer_.size() > data_buffer_.capacity()) {
+    ACE_ERROR_RETURN(
+        (LM_ERROR, ACE_TEXT("File reader gave %u bytes where there is room for %u, path='%s'\n"),
+         data_buffer_.size(), data_buffer_.capacity(), path_.str().c_str()),
+        false);
+  }
+  if (result == 1) data_buffer_.size(0);
   return true;
 }
 

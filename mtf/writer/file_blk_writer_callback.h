@@ -23,12 +23,10 @@ class File_Blk_Writer_Callback : public File_Blk_Writer {
             IMBC_Writer* mbc_writer, Catalog_Writer* catalog) override;
 
   bool write_stat_stream(IWriter& writer);
-  bool write_checksum_stream(unsigned int checksum, IWriter& writer);
+  using File_Blk_Writer::write_checksum_stream;
 
  private:
-  bool copy_data(unsigned long long length, IWriter& writer);
-  int read();
-  int close_out(IWriter& writer);
+  bool read();
 
   Standard_Data_Stream data_stream_;
   Ref_Ptr<IBackup_Callback> callback_;

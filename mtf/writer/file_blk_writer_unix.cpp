@@ -1,6 +1,5 @@
 #include "mtf/writer/file_blk_writer_unix.h"
 
-#include <algorithm>
 #include <cerrno>
 
 #include "mtf/writer/set_file_blk_win.h"
@@ -57,57 +56,30 @@ int File_Blk_Writer_Unix::open_file() {
 int File_Blk_Writer_Unix::write_content(File_Blk& blk, IWriter& writer) {
   const unsigned long long size = blk.hdr().displayable_size();
   if (size != 0) {
-    const int result = write_data_stream(size, writer);
+    const int result = write_data(size, writer);
     if (result != 0) return result;
   }
   return write_stat_stream(writer) ? 0 : -1;
 }
 
-int File_Blk_Writer_Unix::write_data_stream(unsigned long long size, IWriter& writer) {
-  if (!write_to_stream_align(*ctx_, writer)) return -1;
-  data_stream_.reset_stream(size, opt_->compression_method, opt_->compression_level);
-  if (!data_stream_.write_hdr(writer) || !copy_data(size, writer)) {
-    ctx_->write_failed(writer);
-    return -1;
-  }
-  if (data_stream_.current_size() != data_stream_.stream_length()) return close_out(writer);
-  if (!data_stream_.end_stream(writer)) {
-    ctx_->write_failed(writer);
-    return -1;
-  }
-  ctx_->add_length(data_stream_.written_size());
-  ++stream_count_;
-  if (!data_stream_.checksummed()) return 0;
+int File_Blk_Writer_Unix::write_data(unsigned long long size, IWriter& writer) {
+  const int result = write_data_stream(
+      data_stream_, size, [this] { return read(); }, writer);
+  if (result == -1) ctx_->write_failed(writer);
+  if (result != 0 || !data_stream_.checksummed()) return result;
   return write_checksum_stream(data_stream_.checksum(), writer) ? 0 : -1;
 }
 
-// A file that grew is cut at the size that its block declares; one that shrank or fails to read
-// leaves the stream short.
-bool File_Blk_Writer_Unix::copy_data(unsigned long long size, IWriter& writer) {
-  while (data_stream_.current_size() < size) {
-    const std::streamsize n = file_.sgetn(data_buffer_.data(), data_buffer_.capacity());
-    if (n < 0) corrupt_attributes_ = read_error_attributes(file_.last_error());
-    if (n <= 0) break;
-    const unsigned long long wanted = size - data_stream_.current_size();
-    data_buffer_.size(
-        static_cast<unsigned int>(std::min(static_cast<unsigned long long>(n), wanted)));
-    if (!data_stream_.write_data(data_buffer_, writer)) return false;
-  }
+// A file that fails to read is closed out like one that ends early.
+bool File_Blk_Writer_Unix::read() {
+  const std::streamsize n = file_.sgetn(data_buffer_.data(), data_buffer_.capacity());
+  if (n < 0) corrupt_attributes_ = read_error_attributes(file_.last_error());
+  data_buffer_.size(n > 0 ? static_cast<unsigned int>(n) : 0);
   return true;
-}
-
-int File_Blk_Writer_Unix::close_out(IWriter& writer) {
-  corrupt_offset_ = data_stream_.current_size();
-  if (corrupt_attributes_ == 0) corrupt_attributes_ = corrupt_length_change;
-  if (fill_stream(*ctx_, data_stream_, data_buffer_, writer)) return content_corrupt;
-  ctx_->write_failed(writer);
-  return -1;
 }
 
 bool File_Blk_Writer_Unix::write_checksum_stream(unsigned int checksum, IWriter& writer) {
-  if (!write_csum_stream(*ctx_, buf_, checksum, writer)) return ctx_->write_failed(writer);
-  ++stream_count_;
-  return true;
+  return File_Blk_Writer::write_checksum_stream(checksum, writer) || ctx_->write_failed(writer);
 }
 
 bool File_Blk_Writer_Unix::write_stat_stream(IWriter& writer) {

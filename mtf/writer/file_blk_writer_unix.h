@@ -21,9 +21,8 @@ class File_Blk_Writer_Unix : public File_Blk_Writer {
   bool write_checksum_stream(unsigned int checksum, IWriter& writer);
 
  private:
-  int write_data_stream(unsigned long long size, IWriter& writer);
-  bool copy_data(unsigned long long size, IWriter& writer);
-  int close_out(IWriter& writer);
+  int write_data(unsigned long long size, IWriter& writer);
+  bool read();
 
   Standard_Data_Stream data_stream_;
   Sparse_Data_Stream sparse_stream_;  // gets no ranges: holes are read as zeros

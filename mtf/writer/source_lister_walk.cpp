@@ -57,7 +57,8 @@ int Source_Producer::lister_walk(const std::list<source_entry>& list) {
       Backup_Source_Lister_Factory::create("mmap", cache_dir_), threads_,
       [this](const std::string& path, const Entry& entry) { return filter_entry(path, entry); },
       [this](const std::string& path, int error) { return on_walk_error(path, error); },
-      [this](const std::string& path) { return map_path(path); });
+      [this](const std::string& path) { return map_path(path); },
+      [this](const std::string& path) { return named_entries(path); });
   if (!lister.open(without_found(list, filter_))) {
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Failed to open source liseter with cache dir: %s, %d threads.\n"),

@@ -28,7 +28,7 @@ int Source_Producer::init(const std::list<std::string>* sources, const IFilter* 
 int Source_Producer::produce() {
   if (exclude_list_.empty()) generate_exclude_list(exclude_list_);
   std::list<source_entry> list;
-  if (!to_source_list_type(*sources_, exclude_list_, filter_, volume_map_, list)) {
+  if (!to_source_list_type(*sources_, exclude_list_, filter_, volume_map_, list, &covered_)) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to convert sources to source_list_type\n")), -1);
   }
   guard(list);

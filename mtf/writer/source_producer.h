@@ -52,6 +52,9 @@ class Source_Producer : public Block_Producer {
   bool on_walk_error(const std::string& path, int error);
   std::string map_path(const std::string& path) const;
   bool fits_block(const std::string& path);
+  // Of a directory that can't be read, what there is of the sources named below it, in no order.
+  // What can't be examined is told and counted. Runs on the lister's threads as well.
+  std::vector<Entry> named_entries(const std::string& dir);
 
   bool read_dir(const std::string& path, std::vector<Entry>& entries) override;
   bool is_wanted(const std::string& dir, const std::string& path, const Entry& entry) override;
@@ -65,6 +68,7 @@ class Source_Producer : public Block_Producer {
   std::string shadow_vol_;
   const std::list<std::string>* sources_ = nullptr;
   std::list<std::string> exclude_list_;
+  Source_Paths covered_;  // sources that are saved with a larger one
   const IFilter* filter_ = nullptr;
   const std::map<std::string, std::string>* volume_map_ = nullptr;
   unsigned int reparse_point_types_ = 0;

@@ -29,28 +29,52 @@ std::string Source_Producer::path_to_open(const std::string& path) const {
   return path;
 }
 
-// Reads a directory to its end before anything in it is handled. False where it is left out or
-// can't be opened, which the host is told of. One that fails further on counts as skipped, as some
-// of it may be missing.
+// Reads a directory to its end before anything in it is handled. False where it is left out. The
+// host is told of one that can't be opened; one that fails further on counts as skipped, as some of
+// it may be missing. Either still leads to what is named below it.
 bool Source_Producer::read_dir(const std::string& path, std::vector<Entry>& entries) {
   if (is_excluded(path) || is_filtered(path, true)) return false;
   // The root of a volume, or the shadow in its place, may be a link.
   oxbase::Directory_Iterator_T<char> it(path_to_open(path), reparse_point_types_ != 0,
                                         reparse_point_types_, MTF_FS::is_root_path(path));
-  if (!it.has_handle()) {
-    count_skipped_dir(path, it.ec(), "Failed to open directory.");
-    return false;
-  }
   const oxbase::Directory_Iterator_T<char> end;
+  const bool opened = it.has_handle();
   for (; it != end; ++it) entries.push_back(std::move(*it));
-  if (it.ec() != 0) {
+  if (!opened) {
+    count_skipped_dir(path, it.ec(), "Failed to open directory.");
+  } else if (it.ec() != 0) {
     ++skipped_dirs();
     errno = it.ec();
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to read directory to its end, path=%C, errno=%d, %m\n"),
                path.c_str(), it.ec()));
   }
+  if (!opened || it.ec() != 0) {
+    for (Entry& entry : named_entries(path)) entries.push_back(std::move(entry));
+  }
   oxbase::put_in_order(entries);
   return true;
+}
+
+std::vector<Block_Producer::Entry> Source_Producer::named_entries(const std::string& dir) {
+  std::vector<Entry> entries;
+  for (std::string& name : names_in(covered_, dir)) {
+    const bool is_dir = name.back() == '\\';
+    if (is_dir) name.pop_back();
+    oxbase::Path_T<char> full('\\', false);
+    full /= dir;
+    full /= name;
+    Entry entry{std::move(name), {}};
+    const int error = platform::stat_link(map_path(full.str()), entry.stat);
+    if (error == 0) {
+      entries.push_back(std::move(entry));
+    } else if (is_dir) {
+      count_skipped_dir(full.str(), error, "Failed to open directory.");
+    } else {
+      ++skipped_files();
+      tell_skip("file", full.str(), error, "Failed to stat file");
+    }
+  }
+  return entries;
 }
 
 bool Source_Producer::is_wanted(const std::string&, const std::string& path, const Entry& entry) {

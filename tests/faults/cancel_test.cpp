@@ -6,6 +6,7 @@
 
 #include "services/hash.h"
 #include "tests/support/chain.h"
+#include "tests/support/media_bytes.h"
 #include "tests/support/media_layout.h"
 #include "tests/support/scripted_host.h"
 
@@ -179,13 +180,12 @@ INSTANTIATE_TEST_SUITE_P(Kinds, Cancel,
 // Gives more files than the queues hold, all of them for channel 2.
 class Many_Files : public ISrc_Lister {
  public:
+  explicit Many_Files(unsigned seq) : seq_(seq) {}
   using ISrc_Lister::next;
   bool next(Cat_Blk& block) override {
-    constexpr unsigned files = 70000;
-    ++given_;
-    if (given_ == 1) return give(block, test_support::vol_block("X:"));
+    if (++given_ == 1) return give(block, test_support::vol_block("X:"));
     if (given_ == 2) return give(block, test_support::dir_block("d\\"));
-    if (given_ > files) return give(block, test_support::end_block());
+    if (given_ > 70000) return give(block, test_support::end_block());
     std::string name;
     do {
       name = std::to_string(++name_);
@@ -194,14 +194,16 @@ class Many_Files : public ISrc_Lister {
   }
 
  private:
-  static bool give(Cat_Blk& block, const std::string& bytes) {
+  bool give(Cat_Blk& block, std::string bytes) const {
+    test::set_le(bytes, 6, seq_, 2);
+    test::seal_record(bytes, 0);
     if (!block.alloc_buffer(static_cast<unsigned int>(bytes.size()))) return false;
     std::copy(bytes.begin(), bytes.end(), block.data());
     return true;
   }
 
-  unsigned given_ = 0;
-  unsigned name_ = 0;
+  const unsigned seq_;
+  unsigned given_ = 0, name_ = 0;
 };
 
 // Runs the job `seq` of these files, of which the first has none.
@@ -219,8 +221,8 @@ TEST(Cancel_Queue, AFullOneOfAChannelThatStops) {
   Test_Job base;
   auto script = std::make_shared<test_support::Script>();
   run_many(base, script, false);
-  script->lister = [] { return new Many_Files; };
   for (bool incremental : {false, true}) {
+    script->lister = [incremental] { return new Many_Files(incremental ? 2 : 1); };
     Test_Job job;
     job.storage.pieces = base.storage.pieces;
     std::atomic<bool> idle{false};

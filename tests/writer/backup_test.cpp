@@ -33,9 +33,7 @@ TEST_F(Backup_Job, ChannelsInTheMetadataAndTheEvents) {
     const bool one = channels < 2;
     EXPECT_EQ(stream_data(job.media(one ? 0 : 1), "META"),
               one ? R"({"channels":0,"seq":1})" : many);
-    if (!one) {
-      EXPECT_EQ(stream_data(job.media(2), "META"), many);
-    }
+    EXPECT_EQ(one ? many : stream_data(job.media(2), "META"), many);
     EXPECT_EQ(job.storage.pieces.size(), one ? 2U : 4U);
     Texts made{R"({"channel":1,"message":"Success","name":"backup","result":true})"};
     Texts started{R"({"name":"full_source_producer","result":true})"};
@@ -252,23 +250,31 @@ TEST_F(Backup_Job, WhatCannotBeReadIsNamedAndCounted) {
 TEST_F(Backup_Job, ADirectoryThatCannotBeListedIsSaved) {
   const As_Nobody nobody;
   const Temp_Dir own;
-  ::mkdir((own / "d").c_str(), 0700);
-  write_file(own / "d/f", "x");
-  write_file(own / "g", "x");
-  ::chmod((own / "d").c_str(), 0311);
+  for (const char* dir : {"d", "d/e", "d/e/x"}) ::mkdir((own / dir).c_str(), 0700);
+  for (const char* file : {"g", "d/f", "d/h", "d/e/f", "d/e/h"}) write_file(own / file, "x");
+  for (const char* dir : {"d/e", "d"}) ::chmod((own / dir).c_str(), 0311);
   platform::Volume_Roots::instance().set("X:", own.path());
-  for (const char* source : {"X:\\d\\f", "X:\\"}) {
-    Test_Job job;
-    job.backup.backup_read(true);
-    EXPECT_TRUE(job.run(source));
-    const bool listed = source[3] == '\0';
-    EXPECT_EQ(catalog_entries(job.catalog()),
-              listed ? (Texts{"VOLB X:", "FILE g", "DIRB d\\", "FEND"})
-                     : (Texts{"VOLB X:", "DIRB d\\", "FILE f", "FEND"}));
-    EXPECT_EQ(job.events.all(event_skipped).size(), listed ? 1U : 0U);
-    EXPECT_EQ(job.log->count("32 Extended attribute"), 0);
+  const struct {
+    Texts sources, entries;
+    std::size_t skips;
+  } rows[] = {{{"X:\\d\\f"}, {"VOLB X:", "DIRB d\\", "FILE f", "FEND"}, 0},
+              {{"X:\\", "X:\\d\\f"}, {"VOLB X:", "FILE g", "DIRB d\\", "FILE f", "FEND"}, 1},
+              {{"X:\\d", "X:\\d\\e\\x", "X:\\d\\e\\h", "X:\\d\\h"},
+               {"VOLB X:", "DIRB d\\", "FILE h", "DIRB d\\e\\", "FILE h", "DIRB d\\e\\x\\", "FEND"},
+               2}};
+  for (const auto& row : rows) {
+    for (const int way : {0, 1, 2, 3}) {
+      Test_Job job;
+      job.threads = way / 2 + 1;
+      job.backup.backup_read(way % 2 == 0);
+      for (const std::string& source : row.sources) job.backup.add_source(source);
+      EXPECT_TRUE(job.run(""));
+      EXPECT_EQ(catalog_entries(job.catalog()), row.entries);
+      EXPECT_EQ(job.events.all(event_skipped).size(), row.skips);
+      EXPECT_EQ(job.log->count("32 Extended attribute"), 0);
+    }
   }
-  ::chmod((own / "d").c_str(), 0700);
+  for (const char* dir : {"d", "d/e"}) ::chmod((own / dir).c_str(), 0700);
 }
 
 // Files that change between the walk and the last byte, from inside the storage.
