@@ -53,7 +53,7 @@ restored() { # restored NAME TO
   "$agent" restore --storage storage --name "$1" --to "$2" >/dev/null
 }
 same() { # same DIRECTORY DIRECTORY
-  diff -r --no-dereference "$1" "$2"
+  diff -r --no-dereference --exclude=fifo "$1" "$2"
   diff <(described "$1") <(described "$2")
 }
 
@@ -64,7 +64,7 @@ touch -d @500000000 tree && tar czf t.tgz tree
 restored plain from-plain
 for channels in 1 3; do
   "$host" t.tgz storage "tar$channels" $channels >out 2>err
-  [ ! -s err ]
+  if grep -v '^Summary: ' err; then exit 1; fi
   restored "tar$channels" "from-tar$channels"
   same "from-tar$channels" "from-plain$work/unpacked"
 done

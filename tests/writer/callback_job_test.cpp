@@ -158,7 +158,7 @@ TEST_F(Callback_Job, Links) {
   reparse.le(0xA000000C, 4).le(12 + 16, 2).le(0, 2).le(0, 2).le(8, 2).le(8, 2).le(8, 2).le(0, 4);
   EXPECT_EQ(stream("NTRP"), reparse.raw(target + target).data);
   EXPECT_EQ(stream("LINK"), std::string("X\0:\0\\\0f\0001\0", 10));
-  EXPECT_EQ(number(block("KNLS"), 12, 8), 3U);
+  EXPECT_EQ(number(block("KNLS"), 12, 8), 4U);
   EXPECT_EQ(number(block("HLNK"), 12, 8), 5U);
   EXPECT_EQ(number(block("DEVB"), 12, 8), 0U);
   EXPECT_EQ(number(stream("CTEX", 2), 48, 8), 0x103U);
