@@ -137,7 +137,8 @@ void add_diff(CLI::App& app, Command& chosen) {
   command->footer(
       "One line for each entry, by its path: A added, D removed, M changed, with what about it:\n"
       "type, content, attributes (date, owner, mode, extended attributes; of a directory not its\n"
-      "date). A closing line has the sums. What both jobs take from one place isn't read again.\n"
+      "date). The content of a link is what it leads to, that of a device its number. A closing\n"
+      "line has the sums. What both jobs take from one place isn't read again.\n"
       "Exit codes: 0 done, whatever was found; 1 something could not be read; 2 wrong use.");
   add_storage(*command, options->job.storage);
   add_name(*command, options->job.stem)->required();

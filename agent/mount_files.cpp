@@ -4,6 +4,7 @@
 
 #include "agent/text.h"
 #include "platform/host.h"
+#include "services/text.h"
 
 namespace agent {
 namespace {
@@ -19,6 +20,13 @@ constexpr unsigned int file_mode = 0600;
 constexpr unsigned int link_mode = 0777;
 constexpr std::size_t most_told = 10000;
 constexpr unsigned int seq_shift = 32;
+
+// The mode of an entry of which the catalogs alone are known; without a type where they don't tell.
+unsigned int mode_of(const MTF::View_Node& node) {
+  if (node.is_directory) return S_IFDIR | directory_mode;
+  if (node.type == MTF::block_slnk) return S_IFLNK | link_mode;
+  return node.type == MTF::block_file ? S_IFREG | file_mode : file_mode;
+}
 
 fuse_ino_t inode_of(unsigned int seq, View_Tree::Number number) {
   if (number == View_Tree::root) return job_key(seq);
@@ -79,8 +87,10 @@ void Mount_Files::describe(const Root_Entry& entry, fuse_entry_param& out) {
 
 void Mount_Files::name(const Mount_Place& place, fuse_entry_param& out) {
   out = {};
-  out.attr.st_ino = inode_of(place.seq, place.number);
-  out.attr.st_mode = place.node().is_directory ? S_IFDIR | directory_mode : S_IFREG | file_mode;
+  const MTF::View_Tree& tree = place.view->tree();
+  const View_Tree::Number content = tree.content_of(place.number);
+  out.attr.st_ino = inode_of(place.seq, content);
+  out.attr.st_mode = mode_of(tree.node(content));
 }
 
 int Mount_Files::describe(const Mount_Place& place, fuse_entry_param& out) {
@@ -91,8 +101,10 @@ int Mount_Files::describe(const Mount_Place& place, fuse_entry_param& out) {
   struct stat& stat = out.attr;
   out.ino = stat.st_ino;
   out.attr_timeout = out.entry_timeout = tree_timeout;
-  stat.st_nlink = 1;
+  stat.st_nlink = attributes->names;
   stat.st_uid = platform::current_uid();
+  stat.st_mode |= attributes->node_type;
+  stat.st_rdev = attributes->rdev;
   if (attributes->owner) {
     stat.st_mode = (stat.st_mode & S_IFMT) | attributes->owner->mode;
     stat.st_uid = static_cast<uid_t>(attributes->owner->uid);
@@ -142,10 +154,17 @@ int Mount_Files::attributes(fuse_ino_t inode, struct stat& out) {
 }
 
 int Mount_Files::target(fuse_ino_t inode, std::string& out) {
-  Root_Entry entry;
-  if (inode >> seq_shift != 0 || !find_root(inode, entry) || !entry.is_link) return EINVAL;
-  out = std::to_string(entry.seq);
-  return 0;
+  if (inode >> seq_shift == 0) {
+    Root_Entry entry;
+    if (!find_root(inode, entry) || !entry.is_link) return EINVAL;
+    out = std::to_string(entry.seq);
+    return 0;
+  }
+  std::shared_ptr<const MTF::View_Attributes> attributes;
+  const int error = extended(inode, attributes);
+  if (error != 0) return error;
+  out = attributes->target;
+  return out.empty() ? EINVAL : 0;
 }
 
 int Mount_Files::extended(fuse_ino_t inode, std::shared_ptr<const MTF::View_Attributes>& out) {

@@ -18,6 +18,11 @@ using MTF::View_Tree;
 constexpr std::size_t longest_list = 20;
 constexpr std::size_t most_faults = 20;
 
+// What the size of an entry counts for: links have no content of their own.
+unsigned long long content_bytes(unsigned int type, unsigned long long size) {
+  return type == MTF::block_slnk || type == MTF::block_hlnk ? 0 : size;
+}
+
 // Bytes and files of a directory with all below it, by its number.
 struct Sums {
   std::vector<unsigned long long> bytes, files;
@@ -27,7 +32,7 @@ struct Sums {
     for (View_Tree::Number number = tree.size(); number-- > 1;) {
       const MTF::View_Node& node = tree.node(number);
       if (!node.is_directory) {
-        bytes[number] = node.size;
+        bytes[number] = content_bytes(node.type, node.size);
         files[number] = 1;
       }
       bytes[node.parent] += bytes[number];
@@ -128,12 +133,13 @@ Job_Facts facts_of(MTF::IPiece_Store& store, const MTF::Job_Pieces& job) {
   }
   const auto take = [&facts](const MTF::Job_Entry& entry) {
     if (entry.type == MTF::block_volb || entry.type == MTF::block_dirb) return;
+    const unsigned long long bytes = content_bytes(entry.type, entry.size);
     ++facts.files;
-    facts.bytes += entry.size;
-    facts.held_by[entry.seq] += entry.size;
+    facts.bytes += bytes;
+    facts.held_by[entry.seq] += bytes;
     if (entry.seq != facts.seq) return;
     ++facts.saved_files;
-    facts.saved_bytes += entry.size;
+    facts.saved_bytes += bytes;
   };
   const auto on_fault = [&facts](const MTF::Fault& fault) {
     if (facts.faults.size() < most_faults) facts.faults.push_back(fault_text(fault));

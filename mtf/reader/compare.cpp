@@ -2,9 +2,11 @@
 
 #include <map>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "mtf/reader/content_reader.h"
 #include "mtf/reader/earlier_media.h"
+#include "mtf/reader/link_view.h"
 #include "mtf/reader/tree_place.h"
 #include "services/content_hash.h"
 
@@ -25,6 +27,13 @@ bool same_owner(const Content& a, const Content& b) {
   if (a.stat.has_value() != b.stat.has_value()) return false;
   return !a.stat ||
          (a.stat->uid == b.stat->uid && a.stat->gid == b.stat->gid && a.stat->mode == b.stat->mode);
+}
+
+// What both lead to, and which device they are of.
+bool same_node(const Content& a, const Content& b) {
+  return a.target == b.target &&
+         (!a.stat || !b.stat ||
+          (a.stat->rdev == b.stat->rdev && ((a.stat->mode ^ b.stat->mode) & mode_type_mask) == 0));
 }
 
 class Comparison {
@@ -63,6 +72,7 @@ class Comparison {
   const Fault_Sink& on_fault_;
   bool sound_ = true;
   std::unordered_map<std::size_t, Known> known_;  // by the hash of the path
+  std::unordered_set<std::size_t> changed_;       // of files whose further names come behind them
   std::map<unsigned long long, Earlier_Media> medias_;
 };
 
@@ -91,6 +101,7 @@ void Comparison::take(const Job_Entry& entry) {
   if (found == known_.end()) return on_change_({Job_Change::Kind::added, entry});
   found->second.met = true;
   const Job_Change change = compare(found->second.entry, entry);
+  if (change.type || change.content) changed_.insert(hash_of(entry.path));
   change.type || change.content || change.attributes ? on_change_(change) : void(++same_);
 }
 
@@ -108,7 +119,12 @@ Job_Change Comparison::compare(const Job_Entry& before, const Job_Entry& after) 
     change.content = true;
     return change;
   }
-  if (file && old_state.digest != new_state.digest) change.content = true;
+  const std::string& target = new_state.content.target;
+  if (file && (old_state.digest != new_state.digest ||
+               (after.type != block_file && !same_node(old_state.content, new_state.content)) ||
+               (after.type == block_hlnk && changed_.count(hash_of(target)) != 0))) {
+    change.content = true;
+  }
   if (!same_owner(old_state.content, new_state.content) ||
       old_state.content.attributes != new_state.content.attributes) {
     change.attributes = true;

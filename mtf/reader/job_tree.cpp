@@ -41,6 +41,7 @@ void Job_Tree::walk_catalog(unsigned long long channel,
     entry.address = record.address;
     item.name = record.name;
     item.space = record.space;
+    item.ino = record.ino;
     item.first_name = (record.flags & cat_first_link) != 0;
     on_entry(item);
   }

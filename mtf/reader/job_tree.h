@@ -18,7 +18,8 @@ struct Tree_Entry {
   // It has its path whatever was lost in front of it: that doesn't hang on the entry before.
   bool placed = false;
   unsigned long long space = 0;  // bytes that it took on its disk
-  bool first_name = false;  // of a file that has several
+  unsigned long long ino = 0;    // of a file its number, of a further name that of the first one
+  bool first_name = false;       // of a file that has several
 };
 
 // Gives every entry of a job's catalogs, channel by channel. A directory that several channels

@@ -21,7 +21,11 @@ struct View_Attributes {
     unsigned int mode;  // the permission bits
   };
   std::optional<Owner> owner;    // none where the job doesn't say
-  unsigned long long size = 0;   // of the content; 0 for a directory
+  unsigned int node_type = 0;    // of a device or FIFO, the bits of its mode that tell which
+  unsigned long long rdev = 0;   // of a device its number
+  std::string target;            // native, of a symbolic link
+  unsigned int names = 1;        // of its file in the job
+  unsigned long long size = 0;   // of the content, or of the target; 0 for a directory
   unsigned long long space = 0;  // bytes that it took on its disk
   long long mtime = 0;           // seconds since 1970
   long long atime = 0;
@@ -68,13 +72,13 @@ class Job_View {
 
   virtual const View_Tree& tree() const = 0;
 
-  // The attributes of an entry, from its media or from a cache of bounded size. Null, with `why`
-  // set, on failure.
+  // The attributes of an entry, from its media or from a cache of bounded size. A further name has
+  // those of the first one; see View_Tree::content_of(). Null, with `why` set, on failure.
   virtual std::shared_ptr<const View_Attributes> attributes(View_Tree::Number number,
                                                             std::string& why) = 0;
 
-  // The content of a file; null, with `why` set, if it is no file or its block can't be found. The
-  // view must outlive it.
+  // The content of a file by any of its names; null, with `why` set, if it is no file or its block
+  // can't be found. The view must outlive it.
   virtual std::shared_ptr<View_File> open_file(View_Tree::Number number, std::string& why) = 0;
 };
 

@@ -4,6 +4,7 @@
 
 #include "mtf/reader/block_loader.h"
 #include "mtf/reader/content_reader.h"
+#include "mtf/reader/link_view.h"
 #include "mtf/reader/security_view.h"
 #include "mtf/reader/tree_place.h"
 #include "platform/native_path.h"
@@ -28,13 +29,18 @@ bool native_text(const Block_Header& header, const std::string& name, std::strin
   return true;
 }
 
-std::shared_ptr<View_Attributes> attributes_of(const Content& content) {
+std::shared_ptr<View_Attributes> attributes_of(const Content& content, unsigned int type) {
   auto attributes = std::make_shared<View_Attributes>();
   if (content.stat) {
     constexpr unsigned int permission_bits = 07777;
     attributes->owner = {content.stat->uid, content.stat->gid,
                          static_cast<unsigned int>(content.stat->mode) & permission_bits};
+    if (type == block_devb) {
+      attributes->node_type = static_cast<unsigned int>(content.stat->mode & mode_type_mask);
+      attributes->rdev = content.stat->rdev;
+    }
   }
+  attributes->target = content.target;
   std::vector<Extended_Attribute> extended;
   if (!content.attributes.empty()) read_attributes(content.attributes, extended);
   for (Extended_Attribute& each : extended) {
@@ -44,7 +50,7 @@ std::shared_ptr<View_Attributes> attributes_of(const Content& content) {
 }
 
 unsigned long long memory_of(const View_Attributes& attributes) {
-  unsigned long long bytes = sizeof attributes;
+  unsigned long long bytes = sizeof attributes + attributes.target.size();
   for (const auto& [name, value] : attributes.extended) bytes += name.size() + value.size();
   return bytes;
 }
@@ -69,7 +75,8 @@ std::shared_ptr<const View_Attributes> Job_Viewer::attributes(View_Tree::Number 
       return known_.front().attributes;
     }
   }
-  const std::shared_ptr<View_Attributes> loaded = load(number, why);
+  const bool further = tree_.node(number).type == block_hlnk;
+  const auto loaded = further ? load_further(number, why) : load(number, why);
   if (loaded != nullptr) remember(number, loaded);
   return loaded;
 }
@@ -88,7 +95,25 @@ void Job_Viewer::remember(View_Tree::Number number,
   }
 }
 
-std::shared_ptr<View_Attributes> Job_Viewer::load(View_Tree::Number number, std::string& why) {
+// Its block must lead to the first name that the catalogs give it.
+std::shared_ptr<const View_Attributes> Job_Viewer::load_further(View_Tree::Number number,
+                                                                std::string& why) {
+  Content content;
+  {
+    Media_Block block;
+    const View_Medias::Loan media = find_block(number, block, why);
+    if (media == nullptr || !read_description(*media, block, content, why)) return nullptr;
+  }
+  const View_Tree::Number first = tree_.node(number).first;
+  if (first != View_Tree::root && tree_.find(content.target) == first) {
+    return attributes(first, why);
+  }
+  why = "its first name isn't in the job";
+  return nullptr;
+}
+
+std::shared_ptr<const View_Attributes> Job_Viewer::load(View_Tree::Number number,
+                                                        std::string& why) {
   const View_Node& node = tree_.node(number);
   if (node.seq == 0) return std::make_shared<View_Attributes>();  // no catalog says more
   Media_Block block;
@@ -97,13 +122,18 @@ std::shared_ptr<View_Attributes> Job_Viewer::load(View_Tree::Number number, std:
   const Content_Sink no_sink;
   Content content;
   if (!Content_Reader(*media, no_sink).describe(block, content, why)) return nullptr;
-  std::shared_ptr<View_Attributes> attributes = attributes_of(content);
+  if (node.type == block_devb && !is_node_mode(content.stat->mode)) {
+    why = "its block doesn't say what device it is of";
+    return nullptr;
+  }
+  const std::shared_ptr<View_Attributes> attributes = attributes_of(content, node.type);
   const long long atime = mtf_date_time_to_time(
       reinterpret_cast<const unsigned char*>(block.view.date(file_at::last_access_date).data()));
   attributes->mtime = block_mtime(block.view);
   attributes->atime = atime != 0 ? atime : attributes->mtime;
   if (node.is_directory) return attributes;
-  attributes->size = node.size;
+  attributes->names += node.further;
+  attributes->size = node.type == block_slnk ? content.target.size() : node.size;
   attributes->space = node.space * space_unit;
   return attributes;
 }
@@ -161,6 +191,10 @@ bool Job_Viewer::is_place_right(View_Tree::Number number, const Media_Block& blo
 }
 
 std::shared_ptr<View_File> Job_Viewer::open_file(View_Tree::Number number, std::string& why) {
+  const View_Tree::Number content = tree_.content_of(number);
+  if (content != number) {
+    return attributes(number, why) != nullptr ? open_file(content, why) : nullptr;
+  }
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (auto each = files_.begin(); each != files_.end(); ++each) {

@@ -33,7 +33,8 @@ class Job_Viewer final : public Job_View {
   View_Medias::Loan find_block(View_Tree::Number number, Media_Block& block, std::string& why);
   bool is_block_of(View_Tree::Number number, Media_File& media, const Media_Block& block) const;
   bool is_place_right(View_Tree::Number number, const Media_Block& block, std::string& why);
-  std::shared_ptr<View_Attributes> load(View_Tree::Number number, std::string& why);
+  std::shared_ptr<const View_Attributes> load(View_Tree::Number number, std::string& why);
+  std::shared_ptr<const View_Attributes> load_further(View_Tree::Number number, std::string& why);
   void remember(View_Tree::Number number, const std::shared_ptr<const View_Attributes>& attributes);
 
   struct Known {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <unordered_map>
 
 #include "mtf/reader/job_tree.h"
 #include "platform/native_path.h"
@@ -96,6 +97,7 @@ class View_Tree_Builder {
   void take_file(const Tree_Entry& item);
   bool enter(const Tree_Entry& item, const std::string& name, Number& number);
   Number step(Number parent, const std::string& name);
+  void take_name(const Tree_Entry& item, Number number);
   unsigned int intern(std::string_view text);
   View_Node node_of(const Tree_Entry& item, Number parent, unsigned int name) const;
   Number add(const View_Node& node);
@@ -110,6 +112,9 @@ class View_Tree_Builder {
   Number_Table names_;
   Number_Table directories_;
   std::map<std::string, std::string> volumes_;  // by the first name below the root
+  // First names of the channel by the numbers of their files; the root for a number of two files.
+  std::unordered_map<unsigned long long, Number> first_names_;
+  unsigned long long channel_ = 0;
 };
 
 unsigned int View_Tree_Builder::intern(std::string_view text) {
@@ -125,7 +130,6 @@ View_Node View_Tree_Builder::node_of(const Tree_Entry& item, Number parent,
   const unsigned long long space = std::min<unsigned long long>(item.space / space_unit, ~0U);
   View_Node node{};
   node.address = entry.address;
-  node.mtime = entry.mtime;
   node.type = entry.type;
   node.name = name;
   node.parent = parent;
@@ -205,7 +209,21 @@ void View_Tree_Builder::take_file(const Tree_Entry& item) {
   const std::string name = platform::native_name(path.substr(path.rfind('\\') + 1));
   const char* why = tree_.is_full() ? tree_full : name_fault(name);
   if (why != nullptr) return refuse(item, why);
-  add(node_of(item, place_, intern(name)));
+  take_name(item, add(node_of(item, place_, intern(name))));
+}
+
+// A further name stands behind the first one, in the catalog of the same channel.
+void View_Tree_Builder::take_name(const Tree_Entry& item, Number number) {
+  if (item.entry.channel != channel_) first_names_.clear();
+  channel_ = item.entry.channel;
+  if (item.ino == 0) return;
+  if (item.entry.type == block_hlnk) {
+    const auto first = first_names_.find(item.ino);
+    if (first != first_names_.end()) tree_.nodes_[number].first = first->second;
+  } else if (item.first_name) {
+    const auto [place, added] = first_names_.try_emplace(item.ino, number);
+    if (!added) place->second = View_Tree::root;
+  }
 }
 
 View_Tree::View_Tree() {
@@ -227,6 +245,7 @@ void View_Tree::build(IPiece_Store& store, const Job_Pieces& job, const Fault_Si
     Job_Tree(store, job, on_damage).walk([&](const Tree_Entry& item) { builder.take(item); });
   }
   order_children();
+  join_names(store, job);
 }
 
 bool View_Tree::is_full() const {
@@ -291,6 +310,42 @@ void View_Tree::drop_doubles(Number directory) {
     }
   }
   node.space = static_cast<unsigned int>(kept - begin);
+}
+
+// The media tells what the catalogs don't: one that was made again from its media has no numbers of
+// files, and files of two file systems may have the same one.
+void View_Tree::join_names(IPiece_Store& store, const Job_Pieces& job) {
+  Link_Targets targets(store, job);
+  for (Number number = 1; number < size(); ++number) {
+    View_Node& node = nodes_[number];
+    if (node.type != block_hlnk) continue;
+    if (node.first == root) node.first = read_first_name(targets, node);
+    const bool shown = find(node.parent, name(number)) == number;
+    if (shown && node.first != root) ++nodes_[node.first].further;
+  }
+}
+
+View_Tree::Number View_Tree::read_first_name(Link_Targets& targets, const View_Node& node) const {
+  const Job_Entry entry{node.type, {}, node.size, 0, node.seq, node.channel, node.address};
+  std::string path;
+  std::string why;
+  if (!targets.find(entry, path, why)) return root;
+  const Number first = find(path);
+  const bool fits =
+      first != none && !nodes_[first].is_directory && nodes_[first].type != block_hlnk;
+  return fits ? first : root;
+}
+
+View_Tree::Number View_Tree::find(const std::string& system_path) const {
+  std::size_t end = system_path.find('\\');
+  const std::string volume = system_path.substr(0, end);
+  Number number = volume == "/" ? root : find(root, volume.substr(0, 1));
+  while (end != std::string::npos && number != none) {
+    const std::size_t start = end + 1;
+    end = system_path.find('\\', start);
+    number = find(number, platform::native_name(system_path.substr(start, end - start)));
+  }
+  return number;
 }
 
 View_Tree::Number View_Tree::find(Number directory, std::string_view wanted) const {

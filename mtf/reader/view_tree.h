@@ -14,14 +14,15 @@ namespace MTF {
 struct View_Node {
   unsigned long long address;  // format logical address on the media
   unsigned long long size;     // of a file; of a directory, the place of its first child
-  long long mtime;             // seconds since 1970; 0 without a date
   unsigned int type;           // a Block_Type; block_volb for the root and for volumes
   unsigned int name;           // place of its native name
   unsigned int parent;         // the root is its own
   unsigned int channel;
-  unsigned int space;  // of a file, KiB on its disk; of a directory, how many children it has
-  unsigned short seq;  // the job whose media holds it; 0 for one that no catalog names
-  bool uncertain;      // the catalog is damaged in front of it: its directory may be another
+  unsigned int space;    // of a file, KiB on its disk; of a directory, how many children it has
+  unsigned int first;    // of a further name (HLNK) the first one's number; the root if not known
+  unsigned int further;  // of a first name, how many others the file has
+  unsigned short seq;    // the job whose media holds it; 0 for one that no catalog names
+  bool uncertain;        // the catalog is damaged in front of it: its directory may be another
   bool is_directory;
 };
 
@@ -38,7 +39,7 @@ class View_Tree {
 
   // Reads the catalogs of a job. What is damaged is told to `on_fault`; an entry that no directory
   // can hold, and one whose volume has no place, is told to `on_problem` and left out. Both may be
-  // empty.
+  // empty. A further name whose first one the catalogs don't tell costs a look at its media.
   void build(IPiece_Store& store, const Job_Pieces& job, const Fault_Sink& on_fault,
              const Problem_Sink& on_problem);
 
@@ -47,8 +48,17 @@ class View_Tree {
   // Valid as long as the tree.
   std::string_view name(Number number) const { return text(nodes_[number].name); }
 
+  // The number of what has the content of an entry: of a further name that is the first one, where
+  // it is known.
+  Number content_of(Number number) const {
+    return nodes_[number].first != root ? nodes_[number].first : number;
+  }
+
   // The entry `name` of a directory; `none` if it has none.
   Number find(Number directory, std::string_view name) const;
+
+  // The entry of a path in system form; `none` if it has no place.
+  Number find(const std::string& system_path) const;
 
   // The child at `place` of a directory, in the order of the names; `none` behind the last one.
   Number child(Number directory, unsigned int place) const;
@@ -67,6 +77,8 @@ class View_Tree {
   unsigned int add_text(std::string_view text);
   void order_children();
   void drop_doubles(Number directory);
+  void join_names(IPiece_Store& store, const Job_Pieces& job);
+  Number read_first_name(Link_Targets& targets, const View_Node& node) const;
 
   std::deque<View_Node> nodes_;
   std::vector<Number> children_;  // of one directory after the other

@@ -66,21 +66,11 @@ TEST_F(Report, NoNameIsMarkup) {
   EXPECT_NE(text.find("What grew from job 1 to job 2"), std::string::npos);
   EXPECT_EQ(fs::status(dir_ / "page.html").permissions(), fs::perms(0600));
   EXPECT_EQ(report({"--seq", "7"}).err, "error: there is no job 7 of 'demo'\n");
-}
-
-TEST_F(Report, DamageAndGaps) {
-  write_file(source("/f"), "f");
-  ASSERT_EQ(save().code, 0);
-  ASSERT_EQ(save().code, 0);
-  ASSERT_EQ(save().code, 0);
+  fs::resize_file(storage("demo.1.0.cat"), fs::file_size(storage("demo.1.0.cat")) - 10);
   fs::remove(storage("demo.2.0.mtf"));
-  std::string bytes = read_file(storage("demo.1.0.cat"));
-  bytes.resize(bytes.size() - 10);
-  write_file(storage("demo.1.0.cat"), bytes);
   ASSERT_EQ(report().code, 0);
   EXPECT_NE(page().find("Job 1: demo.1.0.cat:"), std::string::npos);
   EXPECT_NE(page().find("Job 2: pieces of it are missing"), std::string::npos);
-  EXPECT_EQ(page().find("Job 3: "), std::string::npos);
 }
 
 // Errors of the page show in the browser's log; a script that ran would change the title.

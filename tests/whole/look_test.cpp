@@ -1,5 +1,7 @@
 // Finding a name in jobs, and what changed between them.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -15,11 +17,14 @@ class Looking : public Agent_Run {
   // Between two full jobs one file of each kind changes; `turned` becomes a directory.
   Looking() {
     fs::create_directories(source("/d/e"));
+    make_link("one");
     for (const char* name : {"/same", "/d/bytes", "/d/longer", "/d/mode", "/gone", "/turned"}) {
       write_file(source(name), "one");
       fs::last_write_time(source(name), {});
     }
+    fs::create_hard_link(source("/d/bytes"), source("/name"));
     EXPECT_EQ(save().code, 0);
+    make_link("two");
     write_file(source("/d/bytes"), "two");
     write_file(source("/d/longer"), "longer");
     write_file(source("/d/e/new"), "new");
@@ -31,6 +36,13 @@ class Looking : public Agent_Run {
     for (const char* name : {"/d/bytes", "/d/longer"}) fs::last_write_time(source(name), {});
     EXPECT_EQ(save().code, 0);
     EXPECT_EQ(save({}, "incremental").code, 0);
+  }
+
+  void make_link(const char* target) {
+    const timespec times[2] = {};
+    ::unlink(source("/link").c_str());
+    fs::create_symlink(target, source("/link"));
+    ::utimensat(AT_FDCWD, source("/link").c_str(), times, AT_SYMLINK_NOFOLLOW);
   }
 
   // The lines of an output without the source's own path.
@@ -50,13 +62,14 @@ TEST_F(Looking, AtWhatChanged) {
   EXPECT_EQ(output.code, 0);
   Arguments lines = short_lines(output);
   EXPECT_EQ(lines.back().substr(0, 63),
-            "1 added, 1 removed, 5 changed (2 in content, 2 in attributes), ")
+            "1 added, 1 removed, 7 changed (4 in content, 2 in attributes), ")
       << lines.back();
   lines.pop_back();
   const Arguments wanted = {
-      "M  file      content             /d/bytes", "M  dir       attributes          /d/e",
+      "M  hardlink  content             /d/bytes", "M  dir       attributes          /d/e",
       "A  file                          /d/e/new", "M  file      content             /d/longer",
       "M  file      attributes          /d/mode",  "D  file                          /gone",
+      "M  symlink   content             /link",    "M  file      content             /name",
       "M  dir       type                /turned"};
   EXPECT_EQ(lines, wanted);
   EXPECT_EQ(lines_of(run(on_storage("diff", {"2", "3"})).out).size(), 1u);
