@@ -219,7 +219,7 @@ TEST_F(Callback_Job, AFurtherNameTakesThePlaceOfTheFirst) {
         expect_names(channels, 2, is_well(then));
         EXPECT_EQ(job->backup.summary().inc_file_count(), is_well(fault)  ? 0U
                                                           : is_well(then) ? 3U
-                                                                         : 2U);
+                                                                          : 2U);
       }
     }
   }
