@@ -1,7 +1,6 @@
 #include "mtf/reader/view_tree.h"
 
 #include <algorithm>
-#include <cstring>
 #include <map>
 #include <unordered_map>
 
@@ -266,7 +265,7 @@ unsigned int View_Tree::add_text(std::string_view text) {
   const unsigned int place = texts_end_;
   char* bytes = texts_.back().get() + (place & (text_chunk - 1));
   bytes[0] = static_cast<char>(text.size());
-  std::memcpy(bytes + 1, text.data(), text.size());
+  text.copy(bytes + 1, text.size());
   texts_end_ += static_cast<unsigned int>(text.size() + 1);
   return place;
 }
