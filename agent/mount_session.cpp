@@ -6,6 +6,9 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
 
 #include "agent/exit_code.h"
 #include "agent/mount_files.h"
@@ -35,6 +38,20 @@ void log_line(fuse_log_level, const char* format, va_list arguments) {
 struct Session {
   Mount_Files& files;
   fuse_session* session = nullptr;
+  std::mutex lock{};  // guards what follows
+  // Those that are still open when the mount ends go with it.
+  std::unordered_map<const Mount_File*, std::unique_ptr<Mount_File>> open_files{};
+
+  void keep(std::unique_ptr<Mount_File> file) {
+    const std::lock_guard<std::mutex> locked(lock);
+    const Mount_File* const key = file.get();
+    open_files[key] = std::move(file);
+  }
+
+  void drop(const Mount_File& file) {
+    const std::lock_guard<std::mutex> locked(lock);
+    open_files.erase(&file);
+  }
 };
 
 Session& session_of(fuse_req_t request) {
@@ -93,8 +110,12 @@ void on_open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info) {
     return;
   }
   info->keep_cache = 1;
-  info->fh = reinterpret_cast<std::uintptr_t>(file.get());
-  if (fuse_reply_open(request, info) == 0) file.release();
+  const Mount_File& opened = *file;
+  info->fh = reinterpret_cast<std::uintptr_t>(&opened);
+  Session& session = session_of(request);
+  // Ahead of the answer, behind which it may be closed at once.
+  session.keep(std::move(file));
+  if (fuse_reply_open(request, info) != 0) session.drop(opened);
 }
 
 const Mount_File& file_of(const fuse_file_info* info) {
@@ -121,7 +142,7 @@ void on_lseek(fuse_req_t request, fuse_ino_t, off_t offset, int whence, fuse_fil
 }
 
 void on_release(fuse_req_t request, fuse_ino_t, fuse_file_info* info) {
-  delete &file_of(info);
+  session_of(request).drop(file_of(info));
   fuse_reply_err(request, 0);
 }
 
