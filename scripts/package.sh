@@ -9,7 +9,7 @@ install_packages "$root/scripts/packages.txt" "$root/scripts/packages-lint.txt"
 if [ ! -f "$root/build/release/build.ninja" ]; then
   configure release -DMTF_TESTS=OFF -DMTF_BENCH=OFF
 fi
-for target in mtf_static mtf_shared mtf-agent; do build release "$target"; done
+for target in mtf_static mtf_shared mtf-agent mtf_agent_pages; do build release "$target"; done
 cd "$root/build/release"
 rm -rf packages
 quietly cpack -G DEB
