@@ -5,7 +5,7 @@
 
 #include "agent/commands.h"
 #include "agent/exit_code.h"
-#include "agent/storage.h"
+#include "agent/stem.h"
 #include "agent/text.h"
 
 namespace agent {

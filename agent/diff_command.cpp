@@ -8,6 +8,7 @@
 #include "agent/exit_code.h"
 #include "agent/job_choice.h"
 #include "agent/job_events.h"
+#include "agent/stem.h"
 #include "agent/text.h"
 #include "mtf/reader/compare.h"
 #include "platform/native_path.h"

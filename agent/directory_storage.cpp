@@ -1,107 +1,183 @@
 #include "agent/directory_storage.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <new>
+#include <cstring>
 #include <utility>
 
 #include "agent/text.h"
+#include "services/piece_name.h"
 
 namespace agent {
+namespace {
 
-Directory_Channel::Directory_Channel(Piece_Namer& pieces, unsigned int physical_block_size,
-                                     const MTF::Event_Handler* events)
-    : directory_(pieces.directory()),
-      pieces_(pieces),
-      events_(events),
-      writer_(physical_block_size) {}
+// What the name of a piece ends in until it gets its own.
+constexpr const char* part_ending = ".part";
 
-Directory_Channel::~Directory_Channel() {
-  disconnect();
-}
-
-void Directory_Channel::disconnect() {
-  if (mode_ == mode_write) drop();
-  if (mode_ == mode_read) reader_.finish();
-  mode_ = 0;
-}
-
-bool Directory_Channel::open(const char* name, int mode, int) {
-  error_.clear();
-  const std::string wanted = name ? name : "";
-  const bool known_mode = mode == mode_write || mode == mode_read;
-  if (mode_ != 0 || !known_mode || !platform::Storage_Directory::is_plain(wanted)) {
-    errno = mode_ != 0 ? EBUSY : EINVAL;
-    return fail(wanted);
+bool is_unfinished(const std::string& name, const std::string& stem) {
+  const std::size_t ending = std::strlen(part_ending);
+  if (name.size() <= ending || name.compare(name.size() - ending, ending, part_ending) != 0) {
+    return false;
   }
-  name_ = wanted;
-  if (mode == mode_write ? !open_write() : !open_read()) return false;
-  mode_ = mode;
+  MTF::Piece_Name piece;
+  return MTF::parse_piece_name(name.substr(0, name.size() - ending), piece) && piece.stem == stem;
+}
+
+bool fail(std::string& error, const std::string& object) {
+  error = error_text(object, errno);
+  return false;
+}
+
+class File_Sink final : public IPiece_Sink {
+ public:
+  File_Sink(const platform::Storage_Directory& directory, platform::Piece_File file,
+            std::string part)
+      : directory_(directory), file_(std::move(file)), part_(std::move(part)) {}
+
+  ~File_Sink() override {
+    if (kept_) return;
+    file_.close();
+    directory_.remove(part_);
+  }
+
+  bool write(const char* data, std::size_t size) override {
+    return file_.write_all(data, size) || fail(error_, part_);
+  }
+
+  bool finish() override {
+    kept_ = file_.sync() || fail(error_, part_);
+    if (!file_.close() && kept_) kept_ = fail(error_, part_);
+    return kept_;
+  }
+
+  const std::string& error() const override { return error_; }
+
+ private:
+  const platform::Storage_Directory& directory_;
+  platform::Piece_File file_;
+  const std::string part_;
+  std::string error_;
+  bool kept_ = false;
+};
+
+class File_Reader final : public MTF::IRandom_Reader {
+ public:
+  File_Reader(platform::Piece_File file, unsigned long long size)
+      : file_(std::move(file)), size_(size) {}
+
+  unsigned long long size() const override { return size_; }
+
+  long long read_at(unsigned long long offset, char* data, unsigned long long size) override {
+    // What was appended since the piece was opened doesn't count.
+    if (offset >= size_) return 0;
+    return file_.read_at(offset, data, std::min(size, size_ - offset));
+  }
+
+ private:
+  platform::Piece_File file_;
+  unsigned long long size_;
+};
+
+}  // namespace
+
+std::string Directory_Storage::title() const {
+  return "storage '" + escape_name(path_) + '\'';
+}
+
+bool Directory_Storage::open_for_reading(std::string& error) {
+  return directory_.open(path_, false) || fail(error);
+}
+
+bool Directory_Storage::open_for_job(const std::string& stem, bool make, std::string& error) {
+  if (!directory_.open(path_, make) || !directory_.is_writable()) {
+    const bool nothing_above = make && errno == ENOENT;
+    fail(error);
+    if (nothing_above) error += "; the directory above it isn't there either";
+    return false;
+  }
+  if (directory_.lock('.' + stem + ".lock", lock_)) return remove_unfinished(stem, error);
+  if (errno != EWOULDBLOCK) return fail(error);
+  error = "a job of '" + stem + "' is running";
+  return false;
+}
+
+bool Directory_Storage::identity(std::string& out, std::string& error) const {
+  return directory_.identity(out) || fail(error);
+}
+
+bool Directory_Storage::list(std::vector<Stored_Piece>& pieces, std::string& error) {
+  pieces.clear();
+  std::vector<std::string> names;
+  if (!directory_.names(names)) return fail(error);
+  for (const std::string& name : names) {
+    MTF::Piece_Name piece;
+    if (!MTF::parse_piece_name(name, piece)) continue;
+    const long long size = directory_.size(name);
+    pieces.push_back({name, size < 0 ? 0 : static_cast<unsigned long long>(size)});
+  }
   return true;
 }
 
-bool Directory_Channel::open_write() {
-  if (directory_.exists(name_)) {
-    errno = EEXIST;
-    return fail(name_);
-  }
-  const std::string part = name_ + part_ending;
+std::unique_ptr<MTF::IRandom_Reader> Directory_Storage::open(const std::string& name,
+                                                             std::string& error) {
   platform::Piece_File file;
-  if (!directory_.create(part, file)) return fail(part);
-  if (writer_.start(std::move(file), part)) return true;
-  error_ = writer_.err_msg();
-  drop();
-  return false;
+  long long size = -1;
+  if (directory_.open_read(name, file)) size = file.size();
+  if (size >= 0) {
+    return std::make_unique<File_Reader>(std::move(file), static_cast<unsigned long long>(size));
+  }
+  agent::fail(error, name);
+  return nullptr;
 }
 
-bool Directory_Channel::open_read() {
+std::unique_ptr<IPiece_Sink> Directory_Storage::create(const std::string& name,
+                                                       std::string& error) {
+  const std::string part = name + part_ending;
   platform::Piece_File file;
-  if (!directory_.open_read(name_, file)) return fail(name_);
-  reader_.start(std::move(file));
+  if (!platform::Storage_Directory::is_plain(name) || directory_.exists(name)) {
+    errno = platform::Storage_Directory::is_plain(name) ? EEXIST : EINVAL;
+    agent::fail(error, name);
+    return nullptr;
+  }
+  if (directory_.create(part, file)) {
+    return std::make_unique<File_Sink>(directory_, std::move(file), part);
+  }
+  agent::fail(error, part);
+  return nullptr;
+}
+
+bool Directory_Storage::name_pieces(const std::vector<std::string>& names, std::string& error) {
+  for (const std::string& name : names) {
+    if (!directory_.rename(name + part_ending, name)) return agent::fail(error, name);
+  }
+  return directory_.sync() || agent::fail(error, "the storage");
+}
+
+bool Directory_Storage::remove(const std::vector<std::string>& names, std::string& error) {
+  for (const std::string& name : names) {
+    if (!remove(name)) return agent::fail(error, name);
+  }
+  return directory_.sync() || fail(error);
+}
+
+bool Directory_Storage::remove(const std::string& name) const {
+  const bool had_part = directory_.remove(name + part_ending);
+  return directory_.remove(name) || (had_part && errno == ENOENT);
+}
+
+bool Directory_Storage::remove_unfinished(const std::string& stem, std::string& error) {
+  std::vector<std::string> names;
+  if (!directory_.names(names)) return fail(error);
+  for (const std::string& name : names) {
+    if (!is_unfinished(name, stem)) continue;
+    if (!directory_.remove(name)) return agent::fail(error, name);
+    cleared_.push_back(name);
+  }
   return true;
 }
 
-bool Directory_Channel::close() {
-  const int mode = std::exchange(mode_, 0);
-  if (mode == mode_read) return reader_.finish() || fail(name_);
-  if (mode != mode_write) return true;
-  if (events_ && events_->is_canceling() && !writer_.has_failed()) {
-    drop();
-    return true;
-  }
-  if (writer_.finish()) {
-    pieces_.add(name_);
-    return true;
-  }
-  error_ = writer_.err_msg();
-  directory_.remove(name_ + part_ending);
-  return false;
-}
-
-void Directory_Channel::drop() {
-  writer_.discard();
-  directory_.remove(name_ + part_ending);
-}
-
-bool Directory_Channel::remove(const char* name) {
-  error_.clear();
-  const std::string piece = name ? name : "";
-  if (!platform::Storage_Directory::is_plain(piece)) {
-    errno = EINVAL;
-    return fail(piece);
-  }
-  const bool had_part = directory_.remove(piece + part_ending);
-  if (!directory_.remove(piece) && !(had_part && errno == ENOENT)) return fail(piece);
-  return directory_.sync() || fail(piece);
-}
-
-bool Directory_Channel::fail(const std::string& object) {
-  error_ = error_text(object, errno);
-  return false;
-}
-
-MTF::Ref_Ptr<MTF::Channel> Directory_Channel_Factory::create() {
-  return MTF::share<MTF::Channel>(new (std::nothrow)
-                                      Directory_Channel(pieces_, bytes_per_blk_, events_));
+bool Directory_Storage::fail(std::string& error) const {
+  return agent::fail(error, title());
 }
 
 }  // namespace agent

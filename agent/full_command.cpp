@@ -6,7 +6,6 @@
 #include <new>
 
 #include "agent/commands.h"
-#include "agent/directory_storage.h"
 #include "agent/exclude_filter.h"
 #include "agent/exit_code.h"
 #include "agent/full_plan.h"
@@ -14,6 +13,7 @@
 #include "agent/job_events.h"
 #include "agent/job_log.h"
 #include "agent/progress.h"
+#include "agent/storage_channel.h"
 #include "agent/text.h"
 #include "mtf/writer/backup.h"
 #include "mtf/writer/backup_context.h"
@@ -62,19 +62,19 @@ bool open_pre_action(const std::string& path, platform::File& file, void*& handl
 
 // One job from the first setter to the clean storage of one that failed.
 Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_action,
-                 const Storage& storage, MTF::Ref_Ptr<MTF::Event_Handler> events,
+                 IStorage& storage, MTF::Ref_Ptr<MTF::Event_Handler> events,
                  std::shared_ptr<Job_Log> log, Console& console) {
   Full_Result result;
   MTF::Metadata metadata;
   metadata.set("name", options.stem);
   metadata.set("host", MTF::Host_Manager::instance()->name());
   if (options.incremental) metadata.set(MTF::base_seq_key, std::to_string(plan.base_seq));
-  Piece_Namer pieces(storage.directory());
+  Piece_Namer pieces(storage);
   const Exclude_Filter filter(plan.user_excludes, options.exclude_globs);
   MTF::Job_Settings settings = job_settings(options, plan);
   // A job without a factory says so.
   settings.channel_factory = MTF::share<MTF::Channel_Factory>(
-      new (std::nothrow) Directory_Channel_Factory(pieces, events.get()));
+      new (std::nothrow) Storage_Channel_Factory(pieces, events.get()));
   settings.filter = &filter;
   settings.pre_action_data = pre_action;
   MTF::Backup backup(events, metadata, log);
@@ -106,7 +106,7 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
   return result;
 }
 
-void tell_cleared(const Storage& storage, const Work_Directory& work_dir, Console& console) {
+void tell_cleared(const IStorage& storage, const Work_Directory& work_dir, Console& console) {
   std::vector<std::string> cleared = storage.cleared();
   cleared.insert(cleared.end(), work_dir.cleared().begin(), work_dir.cleared().end());
   if (!cleared.empty()) console.note(cleared_text(cleared));
@@ -122,11 +122,12 @@ int run_full(const Full_Options& options, Console& console) {
   const platform::Private_Files private_files;
   stop_asked = false;
   platform::watch_stop_signals(stop_running_job);
-  Storage storage;
   Full_Plan plan;
   std::string error;
-  const int code = make_full_plan(options, storage, plan, error);
-  tell_cleared(storage, plan.work_dir, console);
+  const std::unique_ptr<IStorage> storage = make_storage(options.storage, error);
+  if (!storage) return report_refusal(options, exit_usage, error, console);
+  const int code = make_full_plan(options, *storage, plan, error);
+  tell_cleared(*storage, plan.work_dir, console);
   if (code != exit_done) return report_refusal(options, code, error, console);
   platform::File pre_action_file;
   void* pre_action;
@@ -139,7 +140,7 @@ int run_full(const Full_Options& options, Console& console) {
   running_events = events;
   // A signal during the preparations.
   if (stop_asked) events->set_canceling();
-  Full_Result result = save(options, plan, pre_action, storage, shared_events, log, console);
+  Full_Result result = save(options, plan, pre_action, *storage, shared_events, log, console);
   running_events = nullptr;
   notes.flush();
   if (!plan.work_dir.remove()) {

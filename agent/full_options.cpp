@@ -3,7 +3,7 @@
 
 #include "agent/commands.h"
 #include "agent/full_plan.h"
-#include "agent/storage.h"
+#include "agent/stem.h"
 #include "platform/glob.h"
 #include "platform/host.h"
 

@@ -6,9 +6,9 @@
 #include <set>
 #include <utility>
 
-#include "agent/directory_piece_store.h"
 #include "agent/exit_code.h"
 #include "agent/paths.h"
+#include "agent/stem.h"
 #include "agent/text.h"
 #include "mtf/reader/jobs.h"
 #include "platform/native_path.h"
@@ -27,19 +27,19 @@ std::string quoted(const std::string& text) {
 
 class Planner {
  public:
-  Planner(const Full_Options& options, Storage& storage, Full_Plan& plan, std::string& error)
+  Planner(const Full_Options& options, IStorage& storage, Full_Plan& plan, std::string& error)
       : options_(options), storage_(storage), plan_(plan), error_(error) {}
 
   int run() {
     plan_.compression = options_.compression == "lz4"    ? MTF::compression_lz4
                         : options_.compression == "zstd" ? MTF::compression_zstd
                                                          : MTF::compression_none;
-    if (!set_volumes() || !set_shadows() || !absolute(options_.storage, storage_path_) ||
-        !resolve_sources() || !check_volumes() || !resolve_excludes()) {
+    if (!set_volumes() || !set_shadows() || !resolve_sources() || !check_volumes() ||
+        !resolve_excludes()) {
       return exit_usage;
     }
     if (!examine_shadows() || !examine_sources() || !refuse_links() ||
-        !storage_.open_for_job(storage_path_, true, options_.stem, error_)) {
+        !storage_.open_for_job(options_.stem, true, error_)) {
       return exit_failed;
     }
     if (!exclude_storage()) return exit_usage;
@@ -215,10 +215,12 @@ class Planner {
 
   // A walk that comes by must not save the pieces that it fills.
   bool exclude_storage() {
-    for (const std::string& system : system_forms(storage_path_)) {
+    const std::string directory = storage_.directory();
+    if (directory.empty()) return true;
+    for (const std::string& system : system_forms(directory)) {
       if (const std::string* source = covered_source({system})) {
         return fail("the source " + quoted(platform::display_path(*source)) +
-                    " lies in the storage " + quoted(storage_path_));
+                    " lies in the storage " + quoted(directory));
       }
       plan_.excludes.push_back(system);
     }
@@ -236,7 +238,7 @@ class Planner {
   }
 
   bool find_seq() {
-    if (!storage_.newest_seq(options_.stem, plan_.seq, error_)) return false;
+    if (!newest_seq(storage_, options_.stem, plan_.seq, error_)) return false;
     return plan_.seq < last_seq ||
            fail("the sequence numbers of '" + options_.stem + "' are used up: take another name");
   }
@@ -245,9 +247,8 @@ class Planner {
   // one.
   bool find_base() {
     if (!options_.incremental) return true;
-    Directory_Piece_Store store(storage_.directory(), storage_path_);
     std::vector<MTF::Job_Pieces> jobs;
-    if (!MTF::find_jobs(store, options_.stem, jobs, error_)) return false;
+    if (!MTF::find_jobs(storage_, options_.stem, jobs, error_)) return false;
     const MTF::Job_Pieces* base = nullptr;
     for (const MTF::Job_Pieces& job : jobs) {
       if (options_.base == 0 ? job.complete : job.seq == options_.base) base = &job;
@@ -261,7 +262,7 @@ class Planner {
                   "' to start from");
     }
     plan_.base_seq = base->seq;
-    return check_base(*base) && check_chain(store, *base, jobs);
+    return check_base(*base) && check_chain(*base, jobs);
   }
 
   static std::string title(const MTF::Job_Pieces& job) {
@@ -278,25 +279,23 @@ class Planner {
   }
 
   // What the base took from an earlier job the new one would take as unchanged too.
-  bool check_chain(MTF::IPiece_Store& store, const MTF::Job_Pieces& base,
-                   const std::vector<MTF::Job_Pieces>& jobs) {
-    const unsigned int lost = MTF::find_lost_job(store, base, jobs);
+  bool check_chain(const MTF::Job_Pieces& base, const std::vector<MTF::Job_Pieces>& jobs) {
+    const unsigned int lost = MTF::find_lost_job(storage_, base, jobs);
     return lost == 0 || fail(title(base) + " needs job " + std::to_string(lost) +
                              ", which isn't complete: run a full job, or name another --base");
   }
 
   const Full_Options& options_;
-  Storage& storage_;
+  IStorage& storage_;
   Full_Plan& plan_;
   std::string& error_;
-  std::string storage_path_;
   std::map<std::string, std::string> volumes_;
   std::vector<std::string> system_sources_;
 };
 
 }  // namespace
 
-int make_full_plan(const Full_Options& options, Storage& storage, Full_Plan& plan,
+int make_full_plan(const Full_Options& options, IStorage& storage, Full_Plan& plan,
                    std::string& error) {
   return Planner(options, storage, plan, error).run();
 }

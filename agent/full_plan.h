@@ -26,7 +26,7 @@ struct Full_Plan {
 // Works out the plan and fills the volume roots of the process. Opens `storage` for the job and
 // makes its working directory. Returns exit_done, or the exit code to end with and, in `error`, the
 // line for the user.
-int make_full_plan(const Full_Options& options, Storage& storage, Full_Plan& plan,
+int make_full_plan(const Full_Options& options, IStorage& storage, Full_Plan& plan,
                    std::string& error);
 
 // Takes "NAME=VALUE" apart at its first `=`; false if either part is empty.

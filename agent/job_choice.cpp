@@ -3,18 +3,14 @@
 #include <algorithm>
 #include <vector>
 
-#include "agent/paths.h"
 #include "agent/text.h"
 
 namespace agent {
 
 bool Job_Choice::open(const Job_Options& options, std::string& error) {
-  std::string path;
-  if (!absolute_path(options.storage, path)) {
-    error = "storage '" + options.storage + "' is no path";
-    return false;
-  }
-  if (!storage_.open(path, error) || !MTF::find_jobs(store_, options.stem, jobs_, error)) {
+  storage_ = make_storage(options.storage, error);
+  if (!storage_ || !storage_->open_for_reading(error) ||
+      !MTF::find_jobs(*storage_, options.stem, jobs_, error)) {
     return false;
   }
   for (const MTF::Job_Pieces& job : jobs_) {

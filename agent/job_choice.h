@@ -1,9 +1,9 @@
 // Finding the job that a command is about.
 #pragma once
 
+#include <memory>
 #include <string>
 
-#include "agent/directory_piece_store.h"
 #include "agent/job_options.h"
 #include "agent/storage.h"
 #include "mtf/reader/jobs.h"
@@ -18,7 +18,8 @@ class Job_Choice {
   // is none.
   bool open(const Job_Options& options, std::string& error);
 
-  MTF::IPiece_Store& store() { return store_; }
+  // After open() has succeeded.
+  IStorage& store() { return *storage_; }
   const MTF::Job_Pieces& job() const { return job_; }
 
   // All jobs of the name, in rising order.
@@ -32,8 +33,7 @@ class Job_Choice {
   std::string warning() const;
 
  private:
-  Storage storage_;
-  Directory_Piece_Store store_{storage_.directory(), storage_.path()};
+  std::unique_ptr<IStorage> storage_;
   std::vector<MTF::Job_Pieces> jobs_;
   MTF::Job_Pieces job_;
   unsigned int newest_seq_ = 0;

@@ -1,15 +1,17 @@
 #include <cstdio>
+#include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "agent/commands.h"
-#include "agent/directory_piece_store.h"
 #include "agent/exit_code.h"
 #include "agent/job_events.h"
-#include "agent/paths.h"
+#include "agent/stem.h"
 #include "agent/storage.h"
 #include "agent/text.h"
 #include "mtf/reader/jobs.h"
+#include "services/piece_name.h"
 
 namespace agent {
 namespace {
@@ -36,23 +38,36 @@ void show(const MTF::Job_Pieces& job, unsigned long long size, bool json, Consol
                           job.complete ? "complete" : "incomplete"));
 }
 
+// Bytes of all pieces of each job.
+using Sizes = std::map<std::pair<std::string, unsigned int>, unsigned long long>;
+
+bool find_sizes(IStorage& storage, Sizes& sizes, std::string& error) {
+  std::vector<Stored_Piece> pieces;
+  if (!storage.list(pieces, error)) return false;
+  for (const Stored_Piece& each : pieces) {
+    MTF::Piece_Name piece;
+    if (MTF::parse_piece_name(each.name, piece)) sizes[{piece.stem, piece.seq}] += each.size;
+  }
+  return true;
+}
+
 int run_jobs(const Job_Options& options, Console& console) {
-  Storage storage;
-  std::string path, error;
+  std::string error;
   std::vector<MTF::Job_Pieces> jobs;
-  if (!absolute_path(options.storage, path)) {
-    console.note("mtf-agent: --storage '" + options.storage + "' is no path");
+  Sizes sizes;
+  const std::unique_ptr<IStorage> storage = make_storage(options.storage, error);
+  if (!storage) {
+    console.note("mtf-agent: " + error);
     return exit_usage;
   }
-  const bool opened = storage.open(path, error);
-  Directory_Piece_Store store(storage.directory(), path);
-  if (!opened || !MTF::find_jobs(store, options.stem, jobs, error)) {
+  if (!storage->open_for_reading(error) || !find_sizes(*storage, sizes, error) ||
+      !MTF::find_jobs(*storage, options.stem, jobs, error)) {
     console.note("error: " + error);
     return exit_failed;
   }
   if (!options.json) console.line(table_line("NAME", "SEQ", "CHANNELS", "SIZE", "STATE"));
   for (const MTF::Job_Pieces& job : jobs) {
-    show(job, storage.job_size(job.stem, job.seq), options.json, console);
+    show(job, sizes[{job.stem, job.seq}], options.json, console);
   }
   return exit_done;
 }

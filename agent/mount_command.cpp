@@ -1,26 +1,22 @@
 #include <memory>
 
 #include "agent/commands.h"
-#include "agent/directory_piece_store.h"
 #include "agent/exit_code.h"
 #include "agent/mount_session.h"
-#include "agent/paths.h"
 #include "agent/storage.h"
 
 namespace agent {
 namespace {
 
 int run_mount(const Mount_Options& options, Console& console) {
-  Storage storage;
-  std::string path, error;
-  if (!absolute_path(options.storage, path)) {
-    console.note("mtf-agent: --storage '" + options.storage + "' is no path");
+  std::string error;
+  const std::unique_ptr<IStorage> storage = make_storage(options.storage, error);
+  if (!storage) {
+    console.note("mtf-agent: " + error);
     return exit_usage;
   }
-  const bool opened = storage.open(path, error);
-  Directory_Piece_Store store(storage.directory(), path);
-  Mounted_Jobs jobs(store, options.stem, console);
-  if (!opened || !jobs.look(error)) {
+  Mounted_Jobs jobs(*storage, options.stem, console);
+  if (!storage->open_for_reading(error) || !jobs.look(error)) {
     console.note("error: " + error);
     return exit_failed;
   }

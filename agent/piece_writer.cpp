@@ -23,8 +23,8 @@ void Piece_Writer::Aligned_Delete::operator()(char* memory) const {
 Piece_Writer::Piece_Writer(unsigned int physical_block_size)
     : physical_block_size_(physical_block_size) {}
 
-bool Piece_Writer::start(platform::Piece_File file, const std::string& name) {
-  file_ = std::move(file);
+bool Piece_Writer::start(std::unique_ptr<IPiece_Sink> sink, const std::string& name) {
+  sink_ = std::move(sink);
   name_ = name;
   error_.clear();
   failed_ = false;
@@ -34,22 +34,18 @@ bool Piece_Writer::start(platform::Piece_File file, const std::string& name) {
   if (!block_) {
     block_.reset(static_cast<char*>(::operator new(block_size, page, std::nothrow)));
   }
-  if (!block_) fail(ENOMEM);
+  if (!block_) fail(error_text(name_, ENOMEM));
   return !failed_;
 }
 
 bool Piece_Writer::finish() {
-  if (!failed_ && drain() && !file_.sync()) fail(errno);
-  if (!file_.close()) fail(errno);
+  if (!failed_ && drain() && !sink_->finish()) fail(sink_->error());
+  sink_.reset();
   return !failed_;
 }
 
-void Piece_Writer::discard() {
-  file_.close();
-}
-
-void Piece_Writer::fail(int error) {
-  if (!failed_) error_ = error_text(name_, error);
+void Piece_Writer::fail(const std::string& error) {
+  if (!failed_) error_ = error;
   failed_ = true;
 }
 
@@ -76,9 +72,9 @@ unsigned long long Piece_Writer::write_filemark(unsigned long long pba) {
   const unsigned int size = physical_block_size_;
   if (size < Soft_Filemarks::fixed_size || size > std::numeric_limits<std::uint16_t>::max() ||
       size % sizeof(std::uint32_t) != 0) {
-    fail(EINVAL);
+    fail(error_text(name_, EINVAL));
   } else if (!filemark_.expand(size)) {
-    fail(ENOMEM);
+    fail(error_text(name_, ENOMEM));
   }
   if (failed_) return failed;
   filemark_.size(size);
@@ -87,7 +83,7 @@ unsigned long long Piece_Writer::write_filemark(unsigned long long pba) {
 }
 
 bool Piece_Writer::put(const char* data, std::size_t size) {
-  if (!file_.write_all(data, size)) fail(errno);
+  if (!sink_->write(data, size)) fail(sink_->error());
   return !failed_;
 }
 

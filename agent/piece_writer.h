@@ -1,4 +1,4 @@
-// The sink of a piece in a storage directory.
+// What a job writes a piece through.
 #pragma once
 
 #include <memory>
@@ -6,13 +6,13 @@
 #include <string>
 
 #include "agent/soft_filemark.h"
-#include "platform/piece_file.h"
+#include "agent/storage.h"
 #include "services/buffer.h"
 #include "services/storage.h"
 
 namespace agent {
 
-// Small writes are gathered into blocks of block_size; those of direct_size and more go to the file
+// Small writes are gathered into blocks of block_size; those of direct_size and more go to the sink
 // from where they stand. After the first failure nothing more is taken. One piece after the other
 // goes through one writer, which keeps its memory.
 class Piece_Writer final : public MTF::IWriter {
@@ -22,19 +22,16 @@ class Piece_Writer final : public MTF::IWriter {
 
   explicit Piece_Writer(unsigned int physical_block_size);
 
-  // Starts the piece of the empty `file`; `name` is what its error texts begin with. False, with
-  // an error text, if there is no memory for the block.
-  bool start(platform::Piece_File file, const std::string& name);
+  // Starts the piece that goes to `sink`; `name` is what error texts of the writer's own begin
+  // with. False, with an error text, if there is no memory for the block.
+  bool start(std::unique_ptr<IPiece_Sink> sink, const std::string& name);
 
-  // Writes what is gathered, brings the data to the disk and closes the file. False if that, or
-  // anything since start(), failed; the file is closed in any case.
+  // Writes what is gathered and finishes the piece. False if that, or anything since start(),
+  // failed; the piece is then dropped.
   bool finish();
 
-  // Closes the file as it is.
-  void discard();
-
-  // Records the failure `error` of the piece. The first one stays.
-  void fail(int error);
+  // Drops the piece.
+  void discard() { sink_.reset(); }
 
   bool has_failed() const { return failed_; }
 
@@ -49,10 +46,11 @@ class Piece_Writer final : public MTF::IWriter {
     void operator()(char* memory) const;
   };
 
+  void fail(const std::string& error);
   bool put(const char* data, std::size_t size);
   bool drain();
 
-  platform::Piece_File file_;
+  std::unique_ptr<IPiece_Sink> sink_;
   std::string name_;
   std::string error_;
   bool failed_ = false;

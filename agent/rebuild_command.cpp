@@ -3,12 +3,10 @@
 #include <vector>
 
 #include "agent/commands.h"
-#include "agent/directory_piece_store.h"
-#include "agent/directory_storage.h"
 #include "agent/exit_code.h"
 #include "agent/job_choice.h"
-#include "agent/paths.h"
 #include "agent/storage.h"
+#include "agent/storage_channel.h"
 #include "agent/text.h"
 #include "agent/work_directory.h"
 #include "mtf/rescue/rebuild.h"
@@ -34,15 +32,22 @@ std::string made_text(const std::string& catalog, unsigned int seq,
   return text;
 }
 
+// True if there is anything of that name, whether or not it can be read.
+bool has_piece(IStorage& storage, const std::string& name) {
+  std::vector<std::string> names;
+  std::string error;
+  return storage.pieces(names, error) && std::find(names.begin(), names.end(), name) != names.end();
+}
+
 // Makes catalogs again on a storage that is locked for their name.
 class Rebuilder {
  public:
-  Rebuilder(Storage& storage, const Rebuild_Options& options, Console& console)
+  Rebuilder(IStorage& storage, const Rebuild_Options& options, Console& console)
       : storage_(storage), options_(options), console_(console) {}
 
   bool open(std::string& error) {
     if (!open_work_directory(storage_, options_.job.stem, options_.tmp, work_, error)) return false;
-    return MTF::find_jobs(store_, options_.job.stem, jobs_, error) && choose(error);
+    return MTF::find_jobs(storage_, options_.job.stem, jobs_, error) && choose(error);
   }
 
   const std::vector<std::string>& cleared() const { return work_.cleared(); }
@@ -70,10 +75,9 @@ class Rebuilder {
     console_.note(escape_controls(text));
   }
 
-  Storage& storage_;
+  IStorage& storage_;
   const Rebuild_Options& options_;
   Console& console_;
-  Directory_Piece_Store store_{storage_.directory(), storage_.path()};
   Work_Directory work_;
   std::vector<MTF::Job_Pieces> jobs_;    // of the name, in rising order
   std::vector<MTF::Job_Pieces> wanted_;  // likewise
@@ -84,7 +88,7 @@ class Rebuilder {
 bool Rebuilder::is_whole(const MTF::Job_Pieces& job) {
   return job.complete &&
          std::all_of(job.channels.begin(), job.channels.end(), [&](unsigned long long channel) {
-           return MTF::catalog_state(store_, job, channel) == MTF::Catalog_State::sound;
+           return MTF::catalog_state(storage_, job, channel) == MTF::Catalog_State::sound;
          });
 }
 
@@ -101,7 +105,7 @@ bool Rebuilder::choose(std::string& error) {
                                     [&](const MTF::Job_Pieces& job) { return job.seq == seq; });
     if (found == jobs_.end()) break;
     wanted_.insert(wanted_.begin(), *found);
-    seq = is_whole(*found) ? 0 : MTF::base_of(store_, *found);
+    seq = is_whole(*found) ? 0 : MTF::base_of(storage_, *found);
   }
   if (wanted_.empty()) {
     error =
@@ -113,7 +117,7 @@ bool Rebuilder::choose(std::string& error) {
 void Rebuilder::look_at(const MTF::Job_Pieces& job, unsigned long long channel) {
   std::string catalog;
   MTF::cat_name(job.stem, job.seq, channel, catalog);
-  switch (MTF::catalog_state(store_, job, channel)) {
+  switch (MTF::catalog_state(storage_, job, channel)) {
     case MTF::Catalog_State::sound:
       return;
     case MTF::Catalog_State::damaged:
@@ -122,7 +126,7 @@ void Rebuilder::look_at(const MTF::Job_Pieces& job, unsigned long long channel) 
     case MTF::Catalog_State::missing:
       break;
   }
-  if (make(job, channel, catalog, storage_.directory().exists(catalog))) ++made_;
+  if (make(job, channel, catalog, has_piece(storage_, catalog))) ++made_;
 }
 
 bool Rebuilder::make(const MTF::Job_Pieces& job, unsigned long long channel,
@@ -133,7 +137,7 @@ bool Rebuilder::make(const MTF::Job_Pieces& job, unsigned long long channel,
   };
   MTF::Rebuild_Summary summary;
   std::string error;
-  if (!MTF::rebuild_catalog(store_, job, channel, local, summary, on_fault, error) ||
+  if (!MTF::rebuild_catalog(storage_, job, channel, local, summary, on_fault, error) ||
       !store(local, catalog, replace, error)) {
     note(exit_failed, "error: " + catalog + " can't be made: " + error);
     return false;
@@ -145,8 +149,8 @@ bool Rebuilder::make(const MTF::Job_Pieces& job, unsigned long long channel,
 // The piece gets its name when it is whole and on the disk.
 bool Rebuilder::store(const std::string& local, const std::string& catalog, bool replace,
                       std::string& error) {
-  Piece_Namer pieces(storage_.directory());
-  Directory_Channel channel(pieces, physical_block, nullptr);
+  Piece_Namer pieces(storage_);
+  Storage_Channel channel(pieces, physical_block, nullptr);
   const bool written = (!replace || channel.remove(catalog.c_str())) &&
                        channel.open(catalog.c_str(), MTF::Channel::mode_write, 0) &&
                        MTF::copy_file(local, *channel.writer()) != -1 && channel.close();
@@ -170,17 +174,17 @@ void Rebuilder::report(const std::string& catalog, unsigned int seq,
 }
 
 int run_rebuild(const Rebuild_Options& options, Console& console) {
-  Storage storage;
-  std::string path, error;
-  if (!absolute_path(options.job.storage, path)) {
-    console.note("mtf-agent: --storage '" + options.job.storage + "' is no path");
+  std::string error;
+  const std::unique_ptr<IStorage> storage = make_storage(options.job.storage, error);
+  if (!storage) {
+    console.note("mtf-agent: " + error);
     return exit_usage;
   }
   const platform::Private_Files private_files;
-  const bool opened = storage.open_for_job(path, false, options.job.stem, error);
-  Rebuilder rebuilder(storage, options, console);
+  const bool opened = storage->open_for_job(options.job.stem, false, error);
+  Rebuilder rebuilder(*storage, options, console);
   const bool ready = opened && rebuilder.open(error);
-  std::vector<std::string> cleared = storage.cleared();
+  std::vector<std::string> cleared = storage->cleared();
   cleared.insert(cleared.end(), rebuilder.cleared().begin(), rebuilder.cleared().end());
   if (!cleared.empty()) console.note(cleared_text(cleared));
   if (ready) return rebuilder.run();

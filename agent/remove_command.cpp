@@ -2,9 +2,7 @@
 #include <vector>
 
 #include "agent/commands.h"
-#include "agent/directory_piece_store.h"
 #include "agent/exit_code.h"
-#include "agent/paths.h"
 #include "agent/storage.h"
 #include "agent/text.h"
 #include "mtf/reader/jobs.h"
@@ -14,14 +12,13 @@ namespace agent {
 namespace {
 
 // False, with a line for the user, if a later job needs the one that is to go.
-bool check_needed(const Storage& storage, const Remove_Options& options, std::string& error) {
+bool check_needed(IStorage& storage, const Remove_Options& options, std::string& error) {
   if (options.force) return true;
-  Directory_Piece_Store store(storage.directory(), storage.path());
   MTF::Job_Pieces job;
   job.stem = options.job.stem;
   job.seq = options.job.seq;
   std::vector<unsigned int> seqs;
-  if (!MTF::find_dependents(store, job, seqs, error)) return false;
+  if (!MTF::find_dependents(storage, job, seqs, error)) return false;
   if (seqs.empty()) return true;
   error = "job " + std::to_string(job.seq) + " of '" + job.stem + "' is needed by job";
   if (seqs.size() > 1) error += 's';
@@ -33,18 +30,19 @@ bool check_needed(const Storage& storage, const Remove_Options& options, std::st
 }
 
 int run_remove(const Remove_Options& options, Console& console) {
-  Storage storage;
-  std::string path, error;
+  std::string error;
+  const std::unique_ptr<IStorage> storage = make_storage(options.job.storage, error);
   const std::string& stem = options.job.stem;
   const unsigned int seq = options.job.seq;
-  if (!absolute_path(options.job.storage, path)) {
-    console.note("mtf-agent: --storage '" + options.job.storage + "' is no path");
+  if (!storage) {
+    console.note("mtf-agent: " + error);
     return exit_usage;
   }
   const platform::Private_Files private_files;
-  const bool opened = storage.open_for_job(path, false, stem, error);
-  if (!storage.cleared().empty()) console.note(cleared_text(storage.cleared()));
-  if (!opened || !check_needed(storage, options, error) || !storage.remove_job(stem, seq, error)) {
+  const bool opened = storage->open_for_job(stem, false, error);
+  if (!storage->cleared().empty()) console.note(cleared_text(storage->cleared()));
+  if (!opened || !check_needed(*storage, options, error) ||
+      !remove_job(*storage, stem, seq, error)) {
     console.note("error: " + error);
     return exit_failed;
   }

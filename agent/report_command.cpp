@@ -2,9 +2,7 @@
 #include <memory>
 
 #include "agent/commands.h"
-#include "agent/directory_piece_store.h"
 #include "agent/exit_code.h"
-#include "agent/paths.h"
 #include "agent/report_page.h"
 #include "agent/storage.h"
 #include "agent/text.h"
@@ -27,16 +25,15 @@ bool write_page(const std::string& path, const std::string& page) {
 }
 
 int run_report(const Report_Options& options, Console& console) {
-  Storage storage;
-  std::string path, error;
-  if (!absolute_path(options.job.storage, path)) {
-    console.note("mtf-agent: --storage '" + options.job.storage + "' is no path");
+  std::string error;
+  const std::unique_ptr<IStorage> storage = make_storage(options.job.storage, error);
+  if (!storage) {
+    console.note("mtf-agent: " + error);
     return exit_usage;
   }
-  const bool opened = storage.open(path, error);
-  Directory_Piece_Store store(storage.directory(), path);
   Report_Data data;
-  if (!opened || !gather_report(store, options.job.stem, options.job.seq, data, error)) {
+  if (!storage->open_for_reading(error) ||
+      !gather_report(*storage, options.job.stem, options.job.seq, data, error)) {
     console.note("error: " + error);
     return exit_failed;
   }

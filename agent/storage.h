@@ -1,60 +1,99 @@
-// The storage of a command: its directory, the jobs in it and the lock of a stem.
+// Where the pieces of jobs are kept. A kind of storage is one class that implements IStorage, with
+// a sink for its pieces, and a line in make_storage(); nothing else knows of it.
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "platform/storage_directory.h"
+#include "mtf/reader/piece_store.h"
 
 namespace agent {
 
-// The highest sequence number of a job: the blocks of a media hold it in 16 bits.
-constexpr unsigned int last_seq = 65535;
-
-// A stem is part of file names, in which a dot ends it: letters, digits, `_` and `-`, up to
-// longest_stem of them. Returns what is wrong with `stem`, empty if nothing is.
-constexpr std::size_t longest_stem = 200;
-std::string stem_fault(const std::string& stem);
-
-// Failures come with a line for the user in `error`.
-class Storage {
+// A piece that is being written. One that goes away before finish() is dropped.
+class IPiece_Sink {
  public:
-  // Opens the storage for reading; its directory must be there.
-  bool open(const std::string& path, std::string& error);
+  virtual ~IPiece_Sink() = default;
+
+  // Appends all of `size` bytes from `data`, which the caller may reuse at once.
+  virtual bool write(const char* data, std::size_t size) = 0;
+
+  // Ends the piece and waits until the storage has all of it, as far as it can without its name.
+  // After a failure nothing is left of the piece.
+  virtual bool finish() = 0;
+
+  // The line for the user of what failed.
+  virtual const std::string& error() const = 0;
+};
+
+// A piece and its length in bytes.
+struct Stored_Piece {
+  std::string name;
+  unsigned long long size = 0;
+};
+
+// Failures come with a line for the user in `error`. One thread opens, lists, names and removes;
+// create() and open(), and what they give, may be used from several, and not beyond the life of the
+// storage.
+//
+// As an IPiece_Store it gives pieces that have their name, and no others.
+class IStorage : public MTF::IPiece_Store {
+ public:
+  // What error texts call it: "storage '/srv/backup'".
+  virtual std::string title() const = 0;
+
+  // The directory of this machine that holds the pieces, as a native path; empty where there is
+  // none. A walk leaves it out.
+  virtual std::string directory() const = 0;
+
+  // Opens the storage for reading; it must be there.
+  virtual bool open_for_reading(std::string& error) = 0;
 
   // Opens it for a job that writes or removes pieces of `stem`, and holds the stem's lock from then
-  // on. What a job that was killed left unfinished goes. `make` makes a missing directory
-  // below one that is there.
-  bool open_for_job(const std::string& path, bool make, const std::string& stem,
-                    std::string& error);
-
-  // The highest sequence number of a job of `stem`; 0 if there is none.
-  bool newest_seq(const std::string& stem, unsigned int& seq, std::string& error) const;
-
-  // Removes all pieces of a job, the catalogs first: what is left after a failure then doesn't pass
-  // for a whole job. False, with `error`, also if there is no such job.
-  bool remove_job(const std::string& stem, unsigned int seq, std::string& error) const;
-
-  // Bytes of all pieces of a job.
-  unsigned long long job_size(const std::string& stem, unsigned int seq) const;
+  // on, until the object goes. What a job that was killed left unfinished is removed. `make` makes
+  // a storage that is missing, a directory only below one that is there.
+  virtual bool open_for_job(const std::string& stem, bool make, std::string& error) = 0;
 
   // The names of what open_for_job() removed.
-  const std::vector<std::string>& cleared() const { return cleared_; }
+  virtual const std::vector<std::string>& cleared() const = 0;
 
-  const platform::Storage_Directory& directory() const { return directory_; }
-  const std::string& path() const { return path_; }
+  // A text that is the same for every way that leads to this storage, and no other's. It can be
+  // part of a file's name.
+  virtual bool identity(std::string& out, std::string& error) const = 0;
 
- private:
-  bool names_of(const std::string& stem, unsigned int seq, std::vector<std::string>& names,
-                std::string& error) const;
-  bool remove_unfinished(const std::string& stem, std::string& error);
-  std::string fault() const;
+  // All pieces that have their name, in any order.
+  virtual bool list(std::vector<Stored_Piece>& pieces, std::string& error) = 0;
 
-  std::string path_;
-  platform::Storage_Directory directory_;
-  platform::Lock_File lock_;
-  std::vector<std::string> cleared_;
+  // Starts the piece `name`, which must not be there; it has no name until name_pieces(). Null on
+  // failure.
+  virtual std::unique_ptr<IPiece_Sink> create(const std::string& name, std::string& error) = 0;
+
+  // Gives the finished pieces of a job their names, in this order, and returns when that will last.
+  // Until then a job that is killed leaves nothing that passes for whole. After a failure any of
+  // them may have its name.
+  virtual bool name_pieces(const std::vector<std::string>& names, std::string& error) = 0;
+
+  // Removes pieces, in this order, whether or not they have their name. False also for one that
+  // isn't there; those behind it then stay.
+  virtual bool remove(const std::vector<std::string>& names, std::string& error) = 0;
+
+  bool pieces(std::vector<std::string>& names, std::string& error) final;
 };
+
+// The storage that `text`, the value of --storage, stands for; nothing is looked at yet. Null, with
+// a line for the user, if it can't stand for one.
+std::unique_ptr<IStorage> make_storage(const std::string& text, std::string& error);
+
+// The highest sequence number of a job of `stem`; 0 if there is none.
+bool newest_seq(IStorage& storage, const std::string& stem, unsigned int& seq, std::string& error);
+
+// Removes all pieces of a job, the catalogs first: what is left after a failure then doesn't pass
+// for a whole job. False, with `error`, also if there is no such job.
+bool remove_job(IStorage& storage, const std::string& stem, unsigned int seq, std::string& error);
+
+// Puts the medias ahead of the catalogs: a job whose pieces appear in this order isn't complete
+// before its last one is there.
+void sort_catalogs_last(std::vector<std::string>& names);
 
 }  // namespace agent

@@ -64,7 +64,7 @@ void Work_Directory::clear(const std::string& root) {
 }
 
 // No other living job has the same id: the lock of the stem on this storage is ours.
-bool open_work_directory(const Storage& storage, const std::string& stem, const std::string& tmp,
+bool open_work_directory(const IStorage& storage, const std::string& stem, const std::string& tmp,
                          Work_Directory& work, std::string& error) {
   const std::string& given = tmp.empty() ? MTF::MTF_Params::instance().job_tmp_dir() : tmp;
   std::string root, identity;
@@ -72,11 +72,8 @@ bool open_work_directory(const Storage& storage, const std::string& stem, const 
     error = "the path '" + escape_controls(given) + "' can't be made absolute";
     return false;
   }
-  if (!storage.directory().identity(identity)) {
-    error = error_text("storage '" + escape_controls(storage.path()) + '\'', errno);
-    return false;
-  }
-  return work.open(root, tmp.empty(), identity + '@' + stem, error);
+  return storage.identity(identity, error) &&
+         work.open(root, tmp.empty(), identity + '@' + stem, error);
 }
 
 }  // namespace agent

@@ -42,7 +42,7 @@ class Work_Directory {
 
 // Opens `work` for a command that holds the lock of `stem` on `storage`: in `tmp`, or in the
 // default place where that is empty. False, with a line for the user in `error`.
-bool open_work_directory(const Storage& storage, const std::string& stem, const std::string& tmp,
+bool open_work_directory(const IStorage& storage, const std::string& stem, const std::string& tmp,
                          Work_Directory& work, std::string& error);
 
 }  // namespace agent

@@ -110,6 +110,12 @@ bool Storage_Directory::exists(const std::string& name) const {
   return plain(name) && ::fstatat(fd_, name.c_str(), &record, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+long long Storage_Directory::size(const std::string& name) const {
+  struct stat record;
+  if (!plain(name) || ::fstatat(fd_, name.c_str(), &record, AT_SYMLINK_NOFOLLOW) != 0) return -1;
+  return static_cast<long long>(record.st_size);
+}
+
 bool Storage_Directory::rename(const std::string& from, const std::string& to) const {
   if (!plain(from) || !plain(to)) return false;
   if (exists(to)) {

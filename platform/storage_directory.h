@@ -46,6 +46,9 @@ class Storage_Directory {
   // True if there is an entry `name`, of any kind.
   bool exists(const std::string& name) const;
 
+  // Bytes in the file `name`; -1 on failure.
+  long long size(const std::string& name) const;
+
   // Gives `from` the name `to`, which must be free.
   bool rename(const std::string& from, const std::string& to) const;
 

@@ -3,14 +3,16 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 
+#include "agent/storage_channel.h"
 #include "tests/support/media_bytes.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
 
-using agent::Directory_Channel;
 using agent::Piece_Writer;
+using agent::Storage_Channel;
 using test_support::read_file;
 using test_support::write_file;
 
@@ -20,19 +22,17 @@ constexpr const char* piece = "demo.1.0.mtf";
 
 class Directory_Storage : public testing::Test {
  protected:
-  Directory_Storage() { EXPECT_TRUE(directory_.open(dir_.path(), false)); }
+  Directory_Storage() { EXPECT_TRUE(storage_.open_for_reading(error_)) << error_; }
 
   bool there(const std::string& name) const { return ::access((dir_ / name).c_str(), F_OK) == 0; }
 
   // Ends a job of one piece.
-  bool finish(Directory_Channel& channel) {
-    std::string error;
-    return channel.close() && pieces_.name_all(error);
-  }
+  bool finish(Storage_Channel& channel) { return channel.close() && pieces_.name_all(error_); }
 
   test_support::Temp_Dir dir_;
-  platform::Storage_Directory directory_;
-  agent::Piece_Namer pieces_{directory_};
+  agent::Directory_Storage storage_{dir_.path()};
+  agent::Piece_Namer pieces_{storage_};
+  std::string error_;
 };
 
 // A soft filemark block written by hand, with room for two entries.
@@ -47,7 +47,7 @@ std::string filemark(unsigned long long pba, int id, std::initializer_list<unsig
 
 // An address beyond 32 bits has no place in the array, nor has the oldest one when it is full.
 TEST_F(Directory_Storage, FilemarkBytes) {
-  Directory_Channel channel(pieces_, 68, nullptr);
+  Storage_Channel channel(pieces_, 68, nullptr);
   ASSERT_TRUE(channel.open(piece, for_writing, 0));
   for (unsigned long long pba : {1ULL, 0x01020304ULL, 0x0102030405ULL, 7ULL, 8ULL}) {
     EXPECT_EQ(channel.writer()->write_filemark(pba), 68U);
@@ -62,10 +62,10 @@ TEST_F(Directory_Storage, FilemarkBytes) {
   ASSERT_TRUE(finish(channel));
   EXPECT_EQ(read_file(dir_ / "demo.2.0.mtf"), filemark(9, 1, {}));
   for (unsigned int size : {0U, 56U, 62U, 65536U}) {
-    Directory_Channel none(pieces_, size, nullptr);
+    Storage_Channel none(pieces_, size, nullptr);
     ASSERT_TRUE(none.open("demo.3.0.mtf", for_writing, 0));
     EXPECT_EQ(none.writer()->write_filemark(0), MTF::IWriter::failed);
-    EXPECT_EQ(none.writer()->err_msg(), "demo.3.0.mtf.part: Invalid argument");
+    EXPECT_EQ(none.writer()->err_msg(), "demo.3.0.mtf: Invalid argument");
     EXPECT_FALSE(none.close());
   }
 }
@@ -74,7 +74,7 @@ TEST_F(Directory_Storage, WritesOfEverySizeArriveInOrder) {
   const std::size_t block = Piece_Writer::block_size, direct = Piece_Writer::direct_size;
   const std::size_t sizes[] = {0, 1, direct - 1, direct, direct + 1, 3, block - 2,
                                1, 1, block + 1,  60000,  60000,      0, 7};
-  Directory_Channel channel(pieces_, 4096, nullptr);
+  Storage_Channel channel(pieces_, 4096, nullptr);
   ASSERT_TRUE(channel.open(piece, for_writing, 0));
   std::string expected;
   for (int round = 0; round < 40; ++round) {
@@ -93,12 +93,12 @@ TEST_F(Directory_Storage, WritesOfEverySizeArriveInOrder) {
 
 TEST_F(Directory_Storage, APieceThatHasItsNameIsWhole) {
   {
-    Directory_Channel channel(pieces_, 4096, nullptr);
+    Storage_Channel channel(pieces_, 4096, nullptr);
     ASSERT_TRUE(channel.open(piece, for_writing, 0));
     EXPECT_FALSE(channel.open("demo.1.0.cat", for_writing, 0)) << "two pieces at once";
   }
   EXPECT_FALSE(there("demo.1.0.mtf.part"));
-  Directory_Channel channel(pieces_, 4096, nullptr);
+  Storage_Channel channel(pieces_, 4096, nullptr);
   ASSERT_TRUE(channel.open(piece, for_writing, 0));
   channel.writer()->write("abc", 3);
   ASSERT_TRUE(channel.close());
@@ -112,8 +112,7 @@ TEST_F(Directory_Storage, APieceThatHasItsNameIsWhole) {
   write_file(dir_ / "demo.1.1.mtf.part", "x");
   EXPECT_TRUE(channel.remove(piece));
   EXPECT_TRUE(channel.remove("demo.1.1.mtf"));
-  std::vector<std::string> names;
-  EXPECT_TRUE(directory_.names(names) && names.empty());
+  EXPECT_TRUE(std::filesystem::is_empty(dir_.path()));
   EXPECT_FALSE(channel.remove(piece));
   EXPECT_EQ(channel.err_msg(), "demo.1.0.mtf: No such file or directory");
 }
@@ -123,18 +122,17 @@ TEST_F(Directory_Storage, NamesLeadNowhereElse) {
   write_file(other / "target", "safe");
   for (const char* name : {"link.part", "link"}) {
     ASSERT_EQ(::symlink((other / "target").c_str(), (dir_ / name).c_str()), 0);
-    Directory_Channel channel(pieces_, 4096, nullptr);
+    Storage_Channel channel(pieces_, 4096, nullptr);
     EXPECT_FALSE(channel.open("link", for_writing, 0)) << name;
     EXPECT_FALSE(channel.open("link", for_reading, 0)) << name;
   }
   const std::string up = "../" + other.path().substr(other.path().rfind('/') + 1) + "/target";
   for (const char* name : {up.c_str(), "", ".", "..", "a/b", static_cast<const char*>(nullptr)}) {
-    Directory_Channel channel(pieces_, 4096, nullptr);
+    Storage_Channel channel(pieces_, 4096, nullptr);
     EXPECT_FALSE(channel.open(name, for_writing, 0));
     EXPECT_FALSE(channel.open(name, for_reading, 0));
     EXPECT_FALSE(channel.remove(name));
-    platform::Piece_File file;
-    EXPECT_FALSE(directory_.open_read(name == nullptr ? "" : name, file));
+    EXPECT_EQ(storage_.open(name == nullptr ? "" : name, error_), nullptr);
   }
   EXPECT_EQ(read_file(other / "target"), "safe");
 }

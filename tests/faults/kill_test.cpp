@@ -8,8 +8,7 @@
 #include <filesystem>
 #include <random>
 
-#include "agent/directory_piece_store.h"
-#include "agent/storage.h"
+#include "agent/directory_storage.h"
 #include "mtf/reader/jobs.h"
 #include "tests/support/agent_run.h"
 #include "tests/support/traced.h"
@@ -27,28 +26,28 @@ class Kill : public Agent_Run {
     make_many(source(), 150);
     write_file(source("/large"), std::string(6 << 20, 'x'));
     fs::create_directory(dir_ / "storage");
-    EXPECT_TRUE(directory_.open(dir_ / "storage", false));
+    std::string error;
+    EXPECT_TRUE(storage_.open_for_reading(error)) << error;
   }
 
   std::vector<MTF::Job_Pieces> jobs(const std::string& stem) {
     std::vector<MTF::Job_Pieces> found;
     std::string error;
-    EXPECT_TRUE(MTF::find_jobs(store_, stem, found, error)) << error;
+    EXPECT_TRUE(MTF::find_jobs(storage_, stem, found, error)) << error;
     return found;
   }
 
   // Whatever has its name is sound; an incomplete job lacks pieces and nothing else.
   void expect_sound(const std::string& stem) {
     for (const MTF::Job_Pieces& job : jobs(stem)) {
-      MTF::verify_job(store_, job, [&](const MTF::Fault& fault) {
-        EXPECT_TRUE(!job.complete && !directory_.exists(fault.piece))
+      MTF::verify_job(storage_, job, [&](const MTF::Fault& fault) {
+        EXPECT_TRUE(!job.complete && !fs::exists(storage(fault.piece)))
             << fault.piece << ':' << fault.position << ' ' << fault.text;
       });
     }
   }
 
-  platform::Storage_Directory directory_;
-  ::agent::Directory_Piece_Store store_{directory_, dir_ / "storage"};
+  ::agent::Directory_Storage storage_{dir_ / "storage"};
 };
 
 constexpr int kills = is_sanitized ? 20 : 200;
@@ -102,11 +101,11 @@ class Random_Kill : public Kill {
   }
 
   void start_chain(const char* stem) {
-    ::agent::Storage storage;
+    ::agent::Directory_Storage storage(dir_ / "storage");
     std::string error;
-    ASSERT_TRUE(storage.open_for_job(dir_ / "storage", false, stem, error)) << error;
+    ASSERT_TRUE(storage.open_for_job(stem, false, error)) << error;
     for (const MTF::Job_Pieces& each : jobs(stem)) {
-      EXPECT_TRUE(storage.remove_job(stem, each.seq, error)) << error;
+      EXPECT_TRUE(remove_job(storage, stem, each.seq, error)) << error;
     }
   }
 };
