@@ -21,7 +21,7 @@ namespace {
 
 constexpr const char* given_twice = ": the volume has another directory already";
 
-std::string quoted(const std::string& text) {
+std::string in_quotes(const std::string& text) {
   return '\'' + escape_controls(text) + '\'';
 }
 
@@ -53,14 +53,15 @@ class Planner {
   }
 
   bool absolute(const std::string& path, std::string& out) {
-    return absolute_path(path, out) || fail("the path " + quoted(path) + " can't be made absolute");
+    return absolute_path(path, out) ||
+           fail("the path " + in_quotes(path) + " can't be made absolute");
   }
 
   // The system form of a path as it was typed.
   bool system_form(const std::string& path, std::string& out) {
     std::string full;
     if (!absolute(path, full)) return false;
-    return platform::system_path(full, out) || fail(quoted(path) + " is no path");
+    return platform::system_path(full, out) || fail(in_quotes(path) + " is no path");
   }
 
   bool set_volumes() {
@@ -68,9 +69,10 @@ class Planner {
       std::string volume, directory;
       if (!split_assignment(text, volume, directory) || !absolute(directory, directory) ||
           !platform::Volume_Roots::instance().set(volume, directory)) {
-        return fail("--volume " + quoted(text) + ": a volume is given as X:=DIR");
+        return fail("--volume " + in_quotes(text) + ": a volume is given as X:=DIR");
       }
-      if (!keep(volumes_, volume, directory)) return fail("--volume " + quoted(text) + given_twice);
+      if (!keep(volumes_, volume, directory))
+        return fail("--volume " + in_quotes(text) + given_twice);
     }
     return true;
   }
@@ -80,10 +82,11 @@ class Planner {
       std::string volume, shadow;
       if (!split_assignment(text, volume, shadow) || !platform::is_volume(volume) ||
           !absolute(shadow, shadow)) {
-        return fail("--shadow " + quoted(text) + ": a shadow volume is given as X:=DIR or /=DIR");
+        return fail("--shadow " + in_quotes(text) +
+                    ": a shadow volume is given as X:=DIR or /=DIR");
       }
       if (!keep(plan_.shadows, volume, shadow)) {
-        return fail("--shadow " + quoted(text) + given_twice);
+        return fail("--shadow " + in_quotes(text) + given_twice);
       }
     }
     return true;
@@ -106,7 +109,7 @@ class Planner {
          {std::pair("--volume ", &volumes_), std::pair("--shadow ", &plan_.shadows)}) {
       const auto unused = std::find_if_not(directories->begin(), directories->end(), is_used);
       if (unused != directories->end()) {
-        return fail(option + quoted(unused->first) + ": no source is on this volume");
+        return fail(option + in_quotes(unused->first) + ": no source is on this volume");
       }
     }
     return true;
@@ -120,8 +123,8 @@ class Planner {
           platform::system_path(shadow, system) ? platform::stat_target(system, record) : errno;
       if (error == 0 && !S_ISDIR(record.st_mode)) error = ENOTDIR;
       if (error != 0) {
-        return fail(
-            error_text("the shadow " + quoted(shadow) + " of the volume '" + volume + "'", error));
+        return fail(error_text(
+            "the shadow " + in_quotes(shadow) + " of the volume '" + volume + "'", error));
       }
     }
     return true;
@@ -150,8 +153,8 @@ class Planner {
       std::string system;
       if (!system_form(exclude, system)) return false;
       if (const std::string* source = covered_source({system})) {
-        return fail("--exclude " + quoted(exclude) + " leaves nothing of the source " +
-                    quoted(platform::display_path(*source)));
+        return fail("--exclude " + in_quotes(exclude) + " leaves nothing of the source " +
+                    in_quotes(platform::display_path(*source)));
       }
       plan_.excludes.push_back(system);
       plan_.user_excludes.push_back(system);
@@ -177,7 +180,7 @@ class Planner {
   bool examine_sources() {
     for (const std::string& source : system_sources_) {
       if (has_shadow(source)) continue;
-      const std::string name = "the source " + quoted(platform::display_path(source));
+      const std::string name = "the source " + in_quotes(platform::display_path(source));
       _stat64 record;
       const int error = platform::stat_link(source, record);
       if (error != 0) return fail(error_text(name, error));
@@ -195,8 +198,8 @@ class Planner {
     for (const std::string& source : system_sources_) {
       std::string target;
       if (is_link(source, target)) {
-        return fail("the source " + quoted(platform::display_path(source)) +
-                    " is a symbolic link to " + quoted(target) + ": name what it leads to");
+        return fail("the source " + in_quotes(platform::display_path(source)) +
+                    " is a symbolic link to " + in_quotes(target) + ": name what it leads to");
       }
     }
     return true;
@@ -219,8 +222,8 @@ class Planner {
     if (directory.empty()) return true;
     for (const std::string& system : system_forms(directory)) {
       if (const std::string* source = covered_source({system})) {
-        return fail("the source " + quoted(platform::display_path(*source)) +
-                    " lies in the storage " + quoted(directory));
+        return fail("the source " + in_quotes(platform::display_path(*source)) +
+                    " lies in the storage " + in_quotes(directory));
       }
       plan_.excludes.push_back(system);
     }

@@ -21,7 +21,7 @@ namespace {
 
 constexpr double attribute_timeout = 1000000;  // seconds; the root's are asked for by name
 constexpr unsigned int longest_name = 255;
-constexpr unsigned int most_threads = 16;
+constexpr unsigned int most_answering_threads = 16;
 constexpr std::size_t longest_line = 1024;
 
 Console* log_console = nullptr;  // for libfuse, which logs without a context
@@ -338,7 +338,7 @@ std::string mount_options(const Mount_Options& options) {
 bool serve(fuse_session* session, const std::string& directory, Console& console) {
   const std::unique_ptr<fuse_loop_config, void (*)(fuse_loop_config*)> config(
       fuse_loop_cfg_create(), fuse_loop_cfg_destroy);
-  fuse_loop_cfg_set_max_threads(config.get(), most_threads);
+  fuse_loop_cfg_set_max_threads(config.get(), most_answering_threads);
   const int ended = fuse_session_loop_mt(session, config.get());
   // Behind a signal, whose number this is, the mount is still there.
   if (ended > 0 && platform::unmount(directory) == EBUSY) {

@@ -17,7 +17,6 @@ namespace {
 
 constexpr long long ticks_per_second = 10000000;
 constexpr long long seconds_1601_to_1970 = 11644473600LL;
-constexpr unsigned long long disk_sector = 512;
 
 thread_local int last_error = 0;
 
@@ -58,7 +57,7 @@ unsigned int attributes(const struct statx& st, const std::string& native) {
   if (native.c_str()[native.rfind('/') + 1] == '.') bits |= FILE_ATTRIBUTE_HIDDEN;
   if (S_ISDIR(st.stx_mode)) bits |= FILE_ATTRIBUTE_DIRECTORY;
   if (!S_ISREG(st.stx_mode)) return bits;
-  if (st.stx_blocks * disk_sector < st.stx_size) bits |= FILE_ATTRIBUTE_SPARSE_FILE;
+  if (st.stx_blocks * S_BLKSIZE < st.stx_size) bits |= FILE_ATTRIBUTE_SPARSE_FILE;
   return bits | FILE_ATTRIBUTE_ARCHIVE;
 }
 
@@ -100,7 +99,7 @@ long long allocated_size(const wchar_t* path) {
   struct statx st;
   std::string native;
   if (!query(path, STATX_BLOCKS, st, native)) return -1;
-  return static_cast<long long>(st.stx_blocks * disk_sector);
+  return static_cast<long long>(st.stx_blocks * S_BLKSIZE);
 }
 
 int windows_error(int errno_value) {

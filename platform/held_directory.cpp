@@ -16,7 +16,7 @@ namespace {
 constexpr int most_attempts = 500;
 constexpr useconds_t pause_between = 10000;  // microseconds
 
-bool fail(int error) {
+bool refuse_with(int error) {
   errno = error;
   return false;
 }
@@ -43,7 +43,7 @@ bool Held_Directory::make(const std::string& path) {
     if (error != EWOULDBLOCK && error != ENOENT) return false;
     if (error == EWOULDBLOCK) ::usleep(pause_between);
   }
-  return fail(error == EWOULDBLOCK ? EBUSY : error);
+  return refuse_with(error == EWOULDBLOCK ? EBUSY : error);
 }
 
 bool Held_Directory::take_over(const std::string& path) {
@@ -63,7 +63,7 @@ bool Held_Directory::hold(const std::string& path, bool needs_lock) {
   if (error == 0 && !leads_to(path, fd)) error = ENOENT;
   if (error != 0) {
     ::close(fd);
-    return fail(error);
+    return refuse_with(error);
   }
   path_ = path;
   fd_ = fd;
@@ -75,7 +75,7 @@ bool Held_Directory::remove() {
   const bool removed = remove_tree(path_);
   const int error = errno;
   release();
-  return removed || fail(error);
+  return removed || refuse_with(error);
 }
 
 void Held_Directory::release() {

@@ -14,8 +14,6 @@
 namespace platform {
 namespace {
 
-constexpr unsigned long long disk_sector = 512;
-
 // The target of the link that `fd` stands for.
 int read_target(int fd, std::string& out) {
   char bytes[PATH_MAX];
@@ -39,7 +37,7 @@ bool Node_Reader::read(const std::string& system_path, bool with_attributes, Nod
   if (error == 0 && S_ISLNK(st.st_mode)) error = read_target(fd, out.target);
   if (error == 0) {
     convert_stat(st, out.stat);
-    out.allocated = static_cast<unsigned long long>(st.st_blocks) * disk_sector;
+    out.allocated = static_cast<unsigned long long>(st.st_blocks) * S_BLKSIZE;
     if (with_attributes) attributes_.append(fd, out.attributes);
   }
   close_quietly(fd);

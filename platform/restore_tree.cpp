@@ -21,7 +21,7 @@ constexpr mode_t closed_mode = 0700;
 constexpr mode_t private_mode = 0600;
 constexpr mode_t permission_bits = 07777;
 constexpr mode_t lending_bits = S_ISUID | S_ISGID;
-constexpr int most_attempts = 1000;
+constexpr int most_temporary_names = 1000;
 
 bool is_plain_name(const std::string& name) {
   return !name.empty() && name != "." && name != ".." &&
@@ -190,7 +190,7 @@ void Restore_Tree::set_extended(int fd, const char* place, const Restore_Attribu
 template <class Make_Entry>
 int Restore_Tree::make_temporary(Make_Entry make_entry) {
   discard();
-  for (int attempt = 0; attempt < most_attempts; ++attempt) {
+  for (int attempt = 0; attempt < most_temporary_names; ++attempt) {
     temporary_ = ".mtf-restore-" + std::to_string(::getpid()) + '-' + std::to_string(++numbered_);
     if (make_entry(temporary_.c_str())) return 0;
     if (errno != EEXIST) return errno;

@@ -11,7 +11,7 @@ constexpr unsigned short dacl_present = 0x4;         // SE_DACL_PRESENT
 constexpr unsigned char acl_revision = 2;            // ACL_REVISION
 constexpr unsigned char access_denied_ace_type = 1;  // ACCESS_DENIED_ACE_TYPE
 constexpr unsigned int no_rights = 0;
-constexpr unsigned int permission_bits = 07777;
+constexpr unsigned int mode_permissions = 07777;
 
 constexpr unsigned char nt_authority = 5;    // S-1-5
 constexpr unsigned int unix_authority = 88;  // S-1-5-88
@@ -43,7 +43,7 @@ void append_dacl(unsigned int mode, std::string& out) {
   out += '\0';
   append_little_endian(out, static_cast<unsigned short>(ace_size));
   append_little_endian(out, no_rights);
-  append_sid(unix_mode, mode & permission_bits, out);
+  append_sid(unix_mode, mode & mode_permissions, out);
 }
 
 }  // namespace

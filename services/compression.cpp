@@ -13,7 +13,7 @@
 namespace MTF {
 namespace {
 
-constexpr int failed = -1;
+constexpr int not_compressed = -1;
 
 struct Free {
   void operator()(void* memory) const { std::free(memory); }
@@ -32,12 +32,12 @@ class Lz4_Compressor : public Compressor {
   int compress(const Buffer& in, Buffer& out) override {
     const int size = static_cast<int>(in.size());
     const int bound = LZ4_compressBound(size);
-    if (bound <= 0 || !out.expand(static_cast<unsigned int>(bound))) return failed;
+    if (bound <= 0 || !out.expand(static_cast<unsigned int>(bound))) return not_compressed;
     const int written =
         high()
             ? LZ4_compress_HC_extStateHC(state_.get(), in.data(), out.data(), size, bound, level_)
             : LZ4_compress_fast_extState(state_.get(), in.data(), out.data(), size, bound, 1);
-    if (written <= 0) return failed;
+    if (written <= 0) return not_compressed;
     out.size(static_cast<unsigned int>(written));
     return written;
   }
@@ -61,10 +61,10 @@ class Zstd_Compressor : public Compressor {
 
   int compress(const Buffer& in, Buffer& out) override {
     const std::size_t bound = ZSTD_compressBound(in.size());
-    if (!out.expand(static_cast<unsigned int>(bound))) return failed;
+    if (!out.expand(static_cast<unsigned int>(bound))) return not_compressed;
     const std::size_t written =
         ZSTD_compressCCtx(context_.get(), out.data(), bound, in.data(), in.size(), level_);
-    if (ZSTD_isError(written)) return failed;
+    if (ZSTD_isError(written)) return not_compressed;
     out.size(static_cast<unsigned int>(written));
     return static_cast<int>(written);
   }

@@ -13,7 +13,7 @@ namespace {
 // From here on a copy through the buffer costs more than a read of its own.
 constexpr std::streamsize direct_read = 4096;
 
-int fail(int error) {
+int failed_with(int error) {
   errno = error;
   return -1;
 }
@@ -23,7 +23,7 @@ int fail(int error) {
 ifilebuf::ifilebuf(unsigned long long buffer_size) : buffer_size_(std::max(buffer_size, 1ULL)) {}
 
 int ifilebuf::open(const char* system_path, int flags, int share) {
-  if (!system_path) return fail(EINVAL);
+  if (!system_path) return failed_with(EINVAL);
   path_ = system_path;
   return open(path_, flags, share);
 }
@@ -46,7 +46,7 @@ long long ifilebuf::fill() {
   if (!buffer_) buffer_.reset(new (std::nothrow) char[buffer_size_]);
   if (!buffer_) {
     last_error_ = ENOMEM;
-    return fail(ENOMEM);
+    return failed_with(ENOMEM);
   }
   const long long n = read(buffer_.get(), buffer_size_);
   if (n > 0) setg(buffer_.get(), buffer_.get(), buffer_.get() + n);
@@ -82,9 +82,9 @@ ofilebuf::~ofilebuf() {
 
 int ofilebuf::open(const char* native_path, int /*flags*/, int /*share*/) {
   close();
-  if (!native_path) return fail(EINVAL);
+  if (!native_path) return failed_with(EINVAL);
   if (!buffer_) buffer_.reset(new (std::nothrow) char[buffer_size_]);
-  if (!buffer_) return fail(ENOMEM);
+  if (!buffer_) return failed_with(ENOMEM);
   path_ = native_path;
   error_ = 0;
   if (!file_.open_local_write(path_)) {
@@ -136,7 +136,7 @@ int ofilebuf::sync() {
 }
 
 long long ofilebuf::seek(long long offset, int whence) {
-  if (!file_.is_open()) return fail(EBADF);
+  if (!file_.is_open()) return failed_with(EBADF);
   return flush() ? file_.seek(offset, whence) : -1;
 }
 
@@ -148,7 +148,7 @@ int ofilebuf::close() {
     error_ = errno;
     MTF::local_failure("write", path_);
   }
-  return error_ == 0 ? 0 : fail(error_);
+  return error_ == 0 ? 0 : failed_with(error_);
 }
 
 }  // namespace MTF_FS

@@ -13,7 +13,7 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned short directory_mode = 0750;
+constexpr unsigned short working_directory_mode = 0750;
 constexpr unsigned int owner_only = 0700;
 constexpr unsigned int copy_size = 0x10000;
 
@@ -21,12 +21,14 @@ bool working_path(const std::string& job_tmp_dir, const std::string& option_path
                   const std::string& stem, unsigned long long channel, const char* ending,
                   std::string& out) {
   const std::string directory =
-      oxbase::Path_Conf(job_tmp_dir.c_str(), stem.c_str(), false, nullptr, directory_mode).str();
+      oxbase::Path_Conf(job_tmp_dir.c_str(), stem.c_str(), false, nullptr, working_directory_mode)
+          .str();
   if (!make_job_tmp_dir(job_tmp_dir)) return false;
   if (!platform::private_directory(directory)) return local_failure("make", directory);
   const std::string name =
       (option_path.empty() ? "" : option_path + ".") + std::to_string(channel) + ending;
-  out = oxbase::Path_Conf(directory.c_str(), name.c_str(), false, nullptr, directory_mode).str();
+  out = oxbase::Path_Conf(directory.c_str(), name.c_str(), false, nullptr, working_directory_mode)
+            .str();
   return true;
 }
 

@@ -7,7 +7,7 @@ namespace {
 
 constexpr unsigned int ino_low = 44;
 constexpr unsigned int ino_high = 56;
-constexpr unsigned int checksum_offset = 62;
+constexpr unsigned int entry_checksum_offset = 62;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ void Cat_Hdr::ino(unsigned long long value) {
 }
 
 unsigned short Cat_Hdr::calc_checksum() const {
-  return header_checksum(bytes(), checksum_offset);
+  return header_checksum(bytes(), entry_checksum_offset);
 }
 
 }  // namespace MTF

@@ -9,7 +9,7 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned int checksum_offset = 94;
+constexpr unsigned int summary_checksum_offset = 94;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ void Cat_Summary::assign(const char* bytes) {
 }
 
 unsigned short Cat_Summary::calc_checksum() const {
-  return header_checksum(record_, checksum_offset);
+  return header_checksum(record_, summary_checksum_offset);
 }
 
 void Cat_Summary::dump() const {

@@ -5,7 +5,7 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned int checksum_offset = 22;
+constexpr unsigned int frame_checksum_offset = 22;
 
 }  // namespace
 
@@ -16,7 +16,7 @@ Compression_Stream::Compression_Stream(unsigned short media_format_attributes) {
 
 unsigned long long Compression_Stream::write(const Buffer& data, IWriter& writer) {
   hdr().compressed_size(data.size());
-  hdr().checksum(header_checksum(header_, checksum_offset));
+  hdr().checksum(header_checksum(header_, frame_checksum_offset));
   if (writer.write(header_, sizeof header_) != sizeof header_) return IWriter::failed;
   if (writer.write(data.data(), data.size()) != data.size()) return IWriter::failed;
   return sizeof header_ + data.size();

@@ -9,7 +9,7 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned int checksum_offset = 50;
+constexpr unsigned int block_checksum_offset = 50;
 constexpr unsigned char this_os_id = 14;
 constexpr unsigned short block_alignment = 4;
 constexpr unsigned int largest_block = 65535 & ~(block_alignment - 1U);
@@ -17,7 +17,7 @@ constexpr unsigned int largest_block = 65535 & ~(block_alignment - 1U);
 }  // namespace
 
 unsigned short DBLK_Hdr::calc_checksum() const {
-  return header_checksum(bytes(), checksum_offset);
+  return header_checksum(bytes(), block_checksum_offset);
 }
 
 DBLK::DBLK(Buffer& buffer, bool init) : buffer_(buffer), hdr_(buffer) {

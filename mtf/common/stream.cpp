@@ -7,12 +7,12 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned int checksum_offset = 20;
+constexpr unsigned int stream_checksum_offset = 20;
 
 }  // namespace
 
 unsigned short Stream_Hdr::calc_checksum() const {
-  return header_checksum(bytes(), checksum_offset);
+  return header_checksum(bytes(), stream_checksum_offset);
 }
 
 Stream::Stream() {

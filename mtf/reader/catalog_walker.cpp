@@ -34,13 +34,13 @@ constexpr struct {
     {70, &Catalog_Totals::inc_file_count, "inc_file_count"},
 };
 
-bool is_entry(unsigned int type) {
+bool is_known_entry(unsigned int type) {
   return is_file_like(type) || type == block_volb || type == block_dirb || type == block_pdat;
 }
 
 bool sound_header(const char* bytes) {
   const auto type = load_le<unsigned int>(bytes + 2);
-  return (is_entry(type) || type == block_fend) &&
+  return (is_known_entry(type) || type == block_fend) &&
          load_le<unsigned short>(bytes + record_checksum_at) ==
              header_checksum(bytes, record_checksum_at);
 }

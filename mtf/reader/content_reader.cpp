@@ -9,8 +9,6 @@
 namespace MTF {
 namespace {
 
-constexpr std::size_t sparse_offset_size = 8;
-constexpr std::size_t checksum_size = 4;
 constexpr std::size_t most_small_data = 0x40000;
 // Far more than a file system holds; the stream lies whole on the media in any case.
 constexpr std::size_t most_attribute_data = 0x40000000;

@@ -15,7 +15,6 @@ namespace {
 constexpr std::size_t most_known = 0x4000;
 constexpr unsigned long long most_known_bytes = 0x1000000;
 constexpr std::size_t most_files = 16;
-constexpr unsigned long long space_unit = 1024;
 
 // The native path that the name of a block means below its volume, or below its directory.
 bool native_text(const Block_Header& header, const std::string& name, std::string& out) {

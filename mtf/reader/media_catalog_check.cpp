@@ -22,7 +22,7 @@ constexpr Copied set_fields[] = {{4, 4, 4},   {8, 52, 4},  {12, 80, 8}, {30, 62,
                                  {62, 56, 2}, {85, 95, 1}, {86, 10, 2}, {88, 48, 1}, {89, 96, 2}};
 constexpr Copied volume_dates[] = {{56, 68, 5}};
 constexpr Copied file_dates[] = {{36, 56, 5}, {41, 61, 5}, {46, 66, 5}, {51, 71, 5}};
-constexpr Copied set_dates[] = {{80, 88, 5}};
+constexpr Copied dates_of_set[] = {{80, 88, 5}};
 constexpr Copied volume_strings[] = {{40, 56, 4}, {44, 60, 4}, {48, 64, 4}};
 // Name, password, description, user name.
 constexpr Copied set_strings[] = {{64, 64, 4}, {68, 72, 4}, {72, 68, 4}, {76, 76, 4}};
@@ -210,7 +210,7 @@ void Media_Catalog_Check::check_set_entry(unsigned long long position, const std
     on_fault_(position, "no SSET block stands where the set map points");
     return;
   }
-  check(copied_right(set_fields, entry, found.view) && dates_right(set_dates, entry, found.view),
+  check(copied_right(set_fields, entry, found.view) && dates_right(dates_of_set, entry, found.view),
         position, "set map entry differs from its block");
   check(strings_right(set_strings, entry, sm_entry_size, found.view), position,
         "set map entry has other names than its block");

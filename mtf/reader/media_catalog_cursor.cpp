@@ -5,7 +5,7 @@
 namespace MTF {
 namespace {
 
-constexpr std::size_t longest_entry = 65535;
+constexpr std::size_t longest_fdd_entry = 65535;
 
 }  // namespace
 
@@ -34,7 +34,7 @@ bool Media_Catalog_Cursor::next(FDD_View& entry) {
   const unsigned long long end = place_.tfdd + place_.tfdd_length;
   if (position_ >= end) return false;
   const auto size =
-      static_cast<std::size_t>(std::min<unsigned long long>(longest_entry, end - position_));
+      static_cast<std::size_t>(std::min<unsigned long long>(longest_fdd_entry, end - position_));
   const char* bytes = window_.view(position_, size);
   if (bytes == nullptr) return fail(position_, "catalog of the media can't be read");
   if (size == fdd_header_size && load_le<unsigned int>(bytes + fdd_at::type) == block_fend) {

@@ -3,7 +3,7 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned char format_major_version = 1;
+constexpr unsigned char known_major_version = 1;
 constexpr unsigned int soft_filemarks = 0x1;   // of the TAPE attributes
 constexpr unsigned int set_compression = 0x2;  // of the SSET and ESET attributes
 constexpr unsigned int normal_set = 0x4;       // of the ESET attributes
@@ -115,7 +115,7 @@ void Media_Check::check_tape(const Media_Block& block) {
   check(
       view.get<unsigned short>(tape_at::media_sequence_number) == static_cast<unsigned short>(seq_),
       at(tape_at::media_sequence_number), "the media belongs to another job");
-  check(view.get<unsigned char>(tape_at::mtf_major_version) == format_major_version,
+  check(view.get<unsigned char>(tape_at::mtf_major_version) == known_major_version,
         at(tape_at::mtf_major_version), "another version of the format");
   const auto attributes = view.get<unsigned int>(tape_at::tape_attributes);
   check((attributes & soft_filemarks) != 0, at(tape_at::tape_attributes),

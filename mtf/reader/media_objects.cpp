@@ -1,12 +1,6 @@
 #include "mtf/reader/media_objects.h"
 
 namespace MTF {
-namespace {
-
-constexpr unsigned int sparse_offset_size = 8;
-
-}  // namespace
-
 void Media_Objects::run() {
   walker_.walk();
   give(false);

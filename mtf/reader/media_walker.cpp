@@ -2,21 +2,16 @@
 
 #include <algorithm>
 
+#include "mtf/common/round_up.h"
 #include "services/bytes.h"
 
 namespace MTF {
 namespace {
 
 constexpr std::size_t content_limit = 0xFFFF;
-constexpr std::size_t sparse_offset_size = 8;
-constexpr unsigned int checksum_size = 4;
 constexpr std::size_t fill_chunk = 0x10000;
 // Behind the strings of a block the first 1024 bytes are clean.
 constexpr std::size_t clean_bytes = 1024;
-
-unsigned long long round_up(unsigned long long value, unsigned long long to) {
-  return (value + to - 1) / to * to;
-}
 
 bool power_of_two(unsigned int n) {
   return n != 0 && (n & (n - 1)) == 0;
@@ -199,7 +194,7 @@ bool Media_Walker::walk_streams(unsigned long long& position) {
 
 // Moves `position` behind one stream and sets `last` if the block's streams end with it.
 bool Media_Walker::walk_stream(unsigned long long& position, bool& last) {
-  const unsigned long long start = round_up(position, stream_alignment);
+  const unsigned long long start = round_up<unsigned long long>(position, stream_alignment);
   check_fill(position, start);
   position = start;
   Media_Stream stream{start, {}, start + stream_header_size, 0, {}};
@@ -220,7 +215,7 @@ bool Media_Walker::walk_stream(unsigned long long& position, bool& last) {
   position = stream.end;
   // The set map starts on a physical block of its own.
   if (stream.header.id == stream_tfdd) {
-    position = round_up(position, geometry_.physical);
+    position = round_up<unsigned long long>(position, geometry_.physical);
     check_fill(stream.end, position);
   }
   return true;

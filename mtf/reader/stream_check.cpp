@@ -15,7 +15,6 @@ constexpr unsigned int stat_owner_at = 80;
 constexpr unsigned int stat_group_at = 84;
 constexpr unsigned int stat_short_size = 24;
 constexpr unsigned int stat_rdev_at = 48;
-constexpr unsigned int sparse_offset_size = 8;
 
 // A host may give a device of a system of its own.
 bool mode_fits(unsigned int block_type, unsigned long long mode) {

@@ -9,7 +9,7 @@
 namespace MTF {
 namespace {
 
-constexpr std::size_t chunk_size = 0x40000;
+constexpr std::size_t read_chunk_size = 0x40000;
 
 }  // namespace
 
@@ -72,7 +72,7 @@ bool Stream_Data_Reader::read_plain(const Stream_Header& header, unsigned long l
   while (position < out.end) {
     if (!go_on()) return false;
     const auto size =
-        static_cast<std::size_t>(std::min<unsigned long long>(chunk_size, out.end - position));
+        static_cast<std::size_t>(std::min<unsigned long long>(read_chunk_size, out.end - position));
     const char* data = window_.view(position, size);
     if (data == nullptr) {
       on_fault_(position, "can't be read");

@@ -1,11 +1,17 @@
 // Headers of data streams and of their compression frames, read from their published layout.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "mtf/common/format_words.h"
 
 namespace MTF {
+
+// Bytes in front of the data of a sparse stream: the place of the data in the file.
+constexpr std::size_t sparse_offset_size = 8;
+// Bytes of data in a CSUM stream.
+constexpr std::size_t checksum_size = 4;
 
 struct Stream_Header {
   unsigned int id;

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "mtf/reader/job_tree.h"
+#include "mtf/reader/number_table.h"
 #include "platform/native_path.h"
 #include "services/text.h"
 
@@ -13,42 +14,8 @@ namespace {
 
 constexpr unsigned int text_chunk_bits = 20;
 constexpr unsigned int text_chunk = 1U << text_chunk_bits;
-constexpr std::size_t longest_name = 255;  // a byte in front of each name holds its length
-constexpr unsigned long long space_unit = 1024;
+constexpr std::size_t longest_node_name = 255;  // a byte in front of each name holds its length
 constexpr const char* tree_full = "the tree holds as many names as it can";
-
-// Numbers of things, found by what the things are. Open addressing: 4 bytes for each place.
-class Number_Table {
- public:
-  // The number for which `same` holds, or a new one from `make`.
-  template <class Same, class Make, class Hash_Of>
-  unsigned int find_or_add(std::size_t hash, Same same, Make make, Hash_Of hash_of) {
-    if (2 * (used_ + 1) > places_.size()) grow(hash_of);
-    std::size_t at = hash & (places_.size() - 1);
-    for (; places_[at] != View_Tree::none; at = (at + 1) & (places_.size() - 1)) {
-      if (same(places_[at])) return places_[at];
-    }
-    ++used_;
-    return places_[at] = make();
-  }
-
- private:
-  template <class Hash_Of>
-  void grow(Hash_Of hash_of) {
-    std::vector<unsigned int> before(std::max<std::size_t>(64, 2 * places_.size()),
-                                     View_Tree::none);
-    before.swap(places_);
-    for (const unsigned int number : before) {
-      if (number == View_Tree::none) continue;
-      std::size_t at = hash_of(number) & (places_.size() - 1);
-      while (places_[at] != View_Tree::none) at = (at + 1) & (places_.size() - 1);
-      places_[at] = number;
-    }
-  }
-
-  std::vector<unsigned int> places_;
-  std::size_t used_ = 0;
-};
 
 std::size_t hash_of(View_Tree::Number parent, unsigned int name) {
   return (parent * 0x9E3779B97F4A7C15ULL ^ name * 0xC2B2AE3D27D4EB4FULL) >> 16;
@@ -60,7 +27,7 @@ const char* name_fault(const std::string& name) {
   if (name.find_first_of(std::string("/\0", 2)) != std::string::npos) {
     return "its name holds a slash or NUL";
   }
-  return name.size() > longest_name ? "its name is too long" : nullptr;
+  return name.size() > longest_node_name ? "its name is too long" : nullptr;
 }
 
 }  // namespace

@@ -11,6 +11,9 @@
 
 namespace MTF {
 
+// Bytes in a unit of `View_Node::space`.
+constexpr unsigned long long space_unit = 1024;
+
 struct View_Node {
   unsigned long long address;  // format logical address on the media
   unsigned long long size;     // of a file; of a directory, the place of its first child

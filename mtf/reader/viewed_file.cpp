@@ -12,7 +12,6 @@ namespace MTF {
 namespace {
 
 constexpr unsigned long long small_size = 0x40000;
-constexpr unsigned long long space_unit = 1024;
 
 }  // namespace
 

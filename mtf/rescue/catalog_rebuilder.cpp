@@ -17,10 +17,10 @@ constexpr std::size_t stat_links = 40;
 constexpr std::size_t stat_size = 88;
 
 // What a catalog's entry has room for.
-constexpr std::size_t longest_name = 65535 - MTF_CAT_DIRB_BLK::fixed_size;
+constexpr std::size_t longest_catalog_name = 65535 - MTF_CAT_DIRB_BLK::fixed_size;
 
 bool has_name(const Found_Object& object) {
-  return !object.name.empty() && object.name.size() <= longest_name;
+  return !object.name.empty() && object.name.size() <= longest_catalog_name;
 }
 
 std::string_view date_of(const Found_Object& object) {

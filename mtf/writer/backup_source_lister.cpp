@@ -12,8 +12,8 @@
 namespace MTF {
 namespace {
 
-constexpr int no_flags = 0;
-constexpr char separator = '\\';
+constexpr int no_thread_flags = 0;
+constexpr char path_separator = '\\';
 
 // What `step` returns, or the errno for the exception that left it.
 template <class Step>
@@ -24,7 +24,7 @@ int error_of(Step step) {
 }
 
 std::string with_separator(const std::string& path) {
-  return path.empty() || path.back() == separator ? path : path + separator;
+  return path.empty() || path.back() == path_separator ? path : path + path_separator;
 }
 
 }  // namespace
@@ -52,7 +52,7 @@ bool Backup_Source_Lister::open(const std::list<source_entry>& sources) {
     if (!impl_->add_source(source)) return false;
   }
   log_ = ACE_LOG_MSG->msg_callback();
-  if (activate(no_flags, threads_) == 0) return true;
+  if (activate(no_thread_flags, threads_) == 0) return true;
   ACE_ERROR_RETURN(
       (LM_ERROR, ACE_TEXT("Failed to activate %d threads to scan files, errno=%d, %m.\n"), threads_,
        errno),

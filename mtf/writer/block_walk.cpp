@@ -15,7 +15,7 @@
 namespace MTF {
 namespace {
 
-constexpr char separator = '\\';
+constexpr char system_separator = '\\';
 constexpr const char* path_too_long = "Path too long.";
 
 }  // namespace
@@ -32,7 +32,7 @@ bool Block_Producer::process_source(const source_entry& entry) {
                       entry.path.c_str()),
                      false);
   }
-  std::replace(dir.begin(), dir.end(), source_separator(), separator);
+  std::replace(dir.begin(), dir.end(), source_separator(), system_separator);
   // What was named as a source is never left out with no more than an event.
   if (is_too_long(entry.path, dir)) return false;
   if (!goto_dir(vol, dir)) return false;
@@ -41,7 +41,7 @@ bool Block_Producer::process_source(const source_entry& entry) {
 
 bool Block_Producer::process_volume(const std::string& path) {
   // As paths below it are split.
-  const std::string vol = path.substr(0, path.find_last_not_of(separator) + 1);
+  const std::string vol = path.substr(0, path.find_last_not_of(system_separator) + 1);
   if (!write_item(block_volb, vol)) return false;
   const bool again = cur_vol_ == vol;
   set_volume(vol);
@@ -78,7 +78,7 @@ void Block_Producer::enter(Walk& walk) {
 }
 
 bool Block_Producer::handle(Walk& walk, const Entry& entry) {
-  oxbase::Path_T<char> full(separator, false);
+  oxbase::Path_T<char> full(system_separator, false);
   full /= walk.path;
   full /= entry.name;
   if (!is_wanted(walk.path, full.str(), entry)) return true;
@@ -117,7 +117,7 @@ bool Block_Producer::process_file(const _stat64& stat, const std::string& name,
 }
 
 std::string Block_Producer::full_path(const std::string& name) const {
-  oxbase::Path_T<char> full(separator, false);
+  oxbase::Path_T<char> full(system_separator, false);
   full /= cur_vol_;
   full /= cur_dir_;
   full /= name;
@@ -171,7 +171,7 @@ void Block_Producer::send_skip(const char* type, const std::string& name, int er
 bool Block_Producer::put_sub_directory(const std::string& full, bool& left_out) {
   std::string vol;
   std::string dir;
-  if (!MTF_FS::path_component(full, separator, vol, dir)) return false;
+  if (!MTF_FS::path_component(full, system_separator, vol, dir)) return false;
   if (!is_current_volume(vol)) return false;
   left_out = is_too_long(full, dir);
   if (left_out) return true;

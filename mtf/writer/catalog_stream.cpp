@@ -11,14 +11,14 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned long long file_buffer_size = 0x20000;
+constexpr unsigned long long catalog_buffer_size = 0x20000;
 constexpr unsigned int in_catalog = 1;
 
 }  // namespace
 
 Catalog_Stream::Catalog_Stream(unsigned long long base_fla, unsigned int format_logical_block_size,
                                unsigned int physical_block_size, unsigned short option_flags)
-    : file_(file_buffer_size),
+    : file_(catalog_buffer_size),
       block_(8),
       base_fla_(base_fla),
       format_logical_block_size_(format_logical_block_size),

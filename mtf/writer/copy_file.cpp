@@ -7,8 +7,8 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned long long file_buffer_size = 8192;
-constexpr unsigned int copy_size = 65536;
+constexpr unsigned long long read_ahead_size = 8192;
+constexpr unsigned int channel_write_size = 65536;
 constexpr int mode_read = 0;
 
 long long failed(const std::string& path) {
@@ -19,10 +19,10 @@ long long failed(const std::string& path) {
 }  // namespace
 
 long long copy_file(const std::string& path, IWriter& writer) {
-  oxbase::ACE_ifstreambuf file(file_buffer_size);
+  oxbase::ACE_ifstreambuf file(read_ahead_size);
   if (file.open(path.c_str(), mode_read) != 0) return failed(path);
   Buffer buffer(8);
-  if (!buffer.expand(copy_size)) return -1;
+  if (!buffer.expand(channel_write_size)) return -1;
   long long total = 0;
   for (;;) {
     const long long count = file.sgetn(buffer.data(), buffer.capacity());

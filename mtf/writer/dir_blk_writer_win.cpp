@@ -9,7 +9,7 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned int data_buffer_size = 0x10000;
+constexpr unsigned int record_buffer_size = 0x10000;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ Dir_Blk_Writer_Win::Dir_Blk_Writer_Win(Ref_Ptr<Event_Handler> evt_handler,
 bool Dir_Blk_Writer_Win::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
                               IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {
   return DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) && make_buffers() &&
-         data_buffer_.expand(data_buffer_size) &&
+         data_buffer_.expand(record_buffer_size) &&
          content_writer_.init(opt, ctx, buf, &data_buffer_, true);
 }
 

@@ -8,7 +8,7 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned long long file_buffer_size = 0x20000;
+constexpr unsigned long long source_buffer_size = 0x20000;
 constexpr int read_flags = 0x2000080;  // with backup semantics
 
 unsigned int read_error_attributes(int error) {
@@ -28,7 +28,7 @@ File_Blk_Writer_Unix::File_Blk_Writer_Unix(Ref_Ptr<Event_Handler> evt_handler)
     : File_Blk_Writer(evt_handler),
       data_stream_(evt_handler),
       sparse_stream_(evt_handler),
-      file_(file_buffer_size) {}
+      file_(source_buffer_size) {}
 
 bool File_Blk_Writer_Unix::init(const Backup_Option* opt, Backup_Context* ctx, Ref_Ptr<Buffer> buf,
                                 IMBC_Writer* mbc_writer, Catalog_Writer* catalog) {

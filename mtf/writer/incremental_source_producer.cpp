@@ -15,7 +15,7 @@
 namespace MTF {
 namespace {
 
-constexpr std::size_t usual_path_size = 260;
+constexpr std::size_t usual_directory_size = 260;
 
 bool is_first_link(const Cat_Blk& block) {
   return (block.hdr().flags() & cat_first_link) != 0;
@@ -63,7 +63,7 @@ Incremental_Source_Producer::Incremental_Source_Producer(const std::string& cata
       channel_(channel),
       event_handler_(handler),
       finder_(ACE::debug()) {
-  dir_.reserve(usual_path_size);
+  dir_.reserve(usual_directory_size);
 }
 
 int Incremental_Source_Producer::init(Cat_Blk_Queue* queue,

@@ -14,7 +14,7 @@ namespace {
 constexpr unsigned int name_size_width = 4;
 
 // The CFIL bits of a Windows error number.
-unsigned int read_error_attributes(int error) {
+unsigned int windows_error_attributes(int error) {
   constexpr int error_read_fault = 30;
   constexpr int error_lock_violation = 33;
   constexpr int error_io_device = 1117;
@@ -70,7 +70,7 @@ int NT_Content_Writer::read_stream_id(MTF_FS::Backup_Reader& reader, WIN32_STREA
   unsigned char bytes[platform::stream_id_size];
   unsigned int count = sizeof bytes;
   if (!reader.read(bytes, count)) {
-    corrupt_attributes_ = read_error_attributes(reader.last_error());
+    corrupt_attributes_ = windows_error_attributes(reader.last_error());
     return content_corrupt;
   }
   if (count == 0) return ended;
@@ -132,7 +132,7 @@ int NT_Content_Writer::read_sparse_offset(Source& source, const WIN32_STREAM_ID&
   unsigned char bytes[sizeof offset];
   unsigned int count = sizeof bytes;
   if (!source.read(bytes, count)) {
-    corrupt_attributes_ = read_error_attributes(source.last_error());
+    corrupt_attributes_ = windows_error_attributes(source.last_error());
     return content_corrupt;
   }
   if (count != sizeof bytes) {
@@ -156,7 +156,7 @@ int NT_Content_Writer::write_name(Source& source, const WIN32_STREAM_ID& id, NT_
   store_le(data_buf_->data(), id.dwStreamNameSize);
   unsigned int count = id.dwStreamNameSize;
   if (!source.read(reinterpret_cast<unsigned char*>(data_buf_->data()) + name_size_width, count)) {
-    corrupt_attributes_ = read_error_attributes(source.last_error());
+    corrupt_attributes_ = windows_error_attributes(source.last_error());
     return close_out(stream, writer);
   }
   if (count != id.dwStreamNameSize) return close_out(stream, writer);
@@ -172,7 +172,7 @@ bool NT_Content_Writer::copy_data(Source& source, unsigned long long size, NT_St
     const auto wanted =
         static_cast<unsigned int>(std::min<unsigned long long>(size, data_buf_->capacity()));
     if (!source.read(*data_buf_, wanted)) {
-      corrupt_attributes_ = read_error_attributes(source.last_error());
+      corrupt_attributes_ = windows_error_attributes(source.last_error());
       return true;
     }
     if (data_buf_->size() == 0) return true;

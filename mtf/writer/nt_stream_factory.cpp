@@ -6,7 +6,7 @@ namespace MTF {
 namespace {
 
 // In front of an alternate stream's name stands its size.
-constexpr unsigned int name_size_width = 4;
+constexpr unsigned int stream_name_size_width = 4;
 
 template <class Stream>
 NT_Stream_Base* ready(Stream& stream, unsigned long long length) {
@@ -55,7 +55,7 @@ NT_Stream_Base* NT_Stream_Factory::choose(const WIN32_STREAM_ID& id, unsigned lo
       return ready(nacl_, id.Size);
     case BACKUP_ALTERNATE_DATA:
       sparse_.reset_offset();
-      return ready(adat_, id.Size + id.dwStreamNameSize + name_size_width);
+      return ready(adat_, id.Size + id.dwStreamNameSize + stream_name_size_width);
     case BACKUP_PROPERTY_DATA:
       return ready(ntpr_, id.Size);
     case BACKUP_OBJECT_ID:

@@ -11,15 +11,15 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned long long file_buffer_size = 0x20000;
+constexpr unsigned long long list_buffer_size = 0x20000;
 
-constexpr unsigned int type_mask = 0xF000;
-constexpr unsigned int directory_type = 0x4000;
+constexpr unsigned int file_type_mask = 0xF000;
+constexpr unsigned int directory_file_type = 0x4000;
 
 }  // namespace
 
 Source_Writer::Source_Writer(unsigned int seq, char separator)
-    : seq_(seq), separator_(separator), out_(file_buffer_size), buf_(8) {}
+    : seq_(seq), separator_(separator), out_(list_buffer_size), buf_(8) {}
 
 Source_Writer::~Source_Writer() = default;
 
@@ -33,7 +33,7 @@ bool Source_Writer::open(const std::string& path) {
 bool Source_Writer::write(const std::string& path, _stat64* st) {
   MTF_ASSERT_NOT_NULL(st, false);
   if (MTF_FS::is_root_path(path)) return write_vol(path);
-  if ((st->st_mode & type_mask) == directory_type) return write_dir(path);
+  if ((st->st_mode & file_type_mask) == directory_file_type) return write_dir(path);
   return write_file(path, st);
 }
 
@@ -55,7 +55,7 @@ bool Source_Writer::write_dir(const std::string& path) {
 
 bool Source_Writer::write_file(const std::string& path, _stat64* st) {
   MTF_ASSERT_NOT_NULL(st, false);
-  switch (st->st_mode & type_mask) {
+  switch (st->st_mode & file_type_mask) {
     case 0x2000:
     case 0x3000:
       return write_file_like<Cat_Devb_Blk>(path, *st);

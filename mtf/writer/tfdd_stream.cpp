@@ -11,12 +11,12 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned long long file_buffer_size = 0x20000;
+constexpr unsigned long long tfdd_buffer_size = 0x20000;
 
 }  // namespace
 
 TFDD_Stream::TFDD_Stream(const Backup_Option* opt)
-    : opt_(opt), file_(file_buffer_size), block_(8) {}
+    : opt_(opt), file_(tfdd_buffer_size), block_(8) {}
 
 bool TFDD_Stream::open(const std::string& path) {
   path_ = path;
