@@ -23,6 +23,8 @@ Block_Producer::Block_Producer(unsigned short seq, bool pre_action_data, Event_H
 int Block_Producer::svc_i() {
   const int result = produce();
   if (result == -1) {
+    // What came before the failure is in the queue, whoever still reads it.
+    hand_over(*msg_queue());
     set_error(-1);
     msg_queue()->deactivate();
   }
@@ -110,19 +112,22 @@ void Block_Producer::report(int percent) {
 }
 
 bool Block_Producer::write_end() {
-  if (!write_item(block_fend, "")) return false;
+  if (!write_item(block_fend, "") || !(hand_over(*msg_queue()) || put_failed())) return false;
   on_listing_end();
   if (event_handler_ != nullptr) report(100);
   return true;
 }
 
 bool Block_Producer::put_block(std::unique_ptr<Cat_Blk> block) {
-  if (block == nullptr) return false;
-  if (putq(block.get()) < 1) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to putq, errno=%d, %m\n"), errno), false);
-  }
-  block.release();
-  return true;
+  return block != nullptr && (MTF::put_block(*msg_queue(), block) || put_failed());
+}
+
+bool Block_Producer::end_directory() {
+  return hand_over_if_awaited(*msg_queue()) || put_failed();
+}
+
+bool Block_Producer::put_failed() {
+  ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to putq, errno=%d, %m\n"), errno), false);
 }
 
 }  // namespace MTF

@@ -83,6 +83,8 @@ class Block_Producer : public Task_Base {
   // The block that ends the stream, and the last report.
   bool write_end();
   bool put_block(std::unique_ptr<Cat_Blk> block);
+  // Lets a reader who waits have what was put: what comes next may take its time.
+  bool end_directory();
   // The PDAT block, with the time `mtime`, where one was asked for and is still missing.
   bool put_pre_action(long long mtime);
 
@@ -134,7 +136,7 @@ class Block_Producer : public Task_Base {
   void enter(Walk& walk);
   bool handle(Walk& walk, const Entry& entry);
   bool put_sub_directory(const std::string& full, bool& left_out);
-
+  bool put_failed();
   bool process_volume(const std::string& path);
   bool find_hardlink(const _stat64& stat, const std::string& name, unsigned int& type,
                      unsigned long long& size, unsigned short& link_flags);

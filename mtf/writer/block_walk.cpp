@@ -85,6 +85,7 @@ bool Block_Producer::handle(Walk& walk, const Entry& entry) {
   if (!entry.is_directory()) return process_file(entry.stat, entry.name, entry.reparse_type);
   bool left_out = false;
   if (!put_sub_directory(full.str(), left_out)) return false;
+  if (!end_directory()) return false;
   if (left_out) return true;
   walk.path = full.str();
   enter(walk);

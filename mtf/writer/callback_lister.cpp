@@ -92,7 +92,7 @@ bool Callback_Source_Producer::put_listed_block(Cat_Blk& block) {
   if (left_out) return true;
   std::unique_ptr<Cat_Blk> own = take(block);
   if (own != nullptr && is_file_like(type) && type != block_hlnk) mark_uncertain(*own);
-  if (!put_block(std::move(own))) return false;
+  if (!put_block(std::move(own)) || !end_directory()) return false;
   if (type == block_volb) {
     has_volume_ = true;
     return put_pre_action(ACE_OS::time());

@@ -97,6 +97,8 @@ int Incremental_Source_Producer::compare() {
     std::unique_ptr<Cat_Blk> block(taken);
     if (block->hdr().type() == block_fend) return handle_end(block) ? 0 : -1;
     if (!handle(block) || finder_.failed()) return -1;
+    // The next block may have to be waited for.
+    if (is_at_end_of_chunk(*queue_) && !hand_on()) return -1;
   }
 }
 
@@ -210,7 +212,7 @@ bool Incremental_Source_Producer::take_over(Cat_Blk& block, const Cat_Blk& prev,
 // The last block waits until the whole earlier catalog has proved sound: damage in a part that no
 // look-up came by must not pass unseen.
 bool Incremental_Source_Producer::handle_end(std::unique_ptr<Cat_Blk>& block) {
-  if (!finder_.finish() || !pass_on(block)) return false;
+  if (!finder_.finish() || !pass_on(block) || !hand_on()) return false;
   report(100);
   return true;
 }
@@ -232,11 +234,15 @@ void Incremental_Source_Producer::report(int percent) {
 }
 
 bool Incremental_Source_Producer::pass_on(std::unique_ptr<Cat_Blk>& block) {
-  if (putq(block.get()) < 1) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to putq, errno=%d, %m\n"), errno), false);
-  }
-  block.release();
-  return true;
+  return put_block(*msg_queue(), block) || put_failed();
+}
+
+bool Incremental_Source_Producer::hand_on() {
+  return hand_over(*msg_queue()) || put_failed();
+}
+
+bool Incremental_Source_Producer::put_failed() {
+  ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to putq, errno=%d, %m\n"), errno), false);
 }
 
 }  // namespace MTF

@@ -63,6 +63,8 @@ class Incremental_Source_Producer : public Task_Base {
   void count(unsigned short seq, unsigned long long size);
   void report(int percent);
   bool pass_on(std::unique_ptr<Cat_Blk>& block);
+  bool hand_on();
+  bool put_failed();
 
   const std::string catalog_;
   const unsigned int seq_;

@@ -129,7 +129,7 @@ Block_Producer::Verdict Source_Producer::handle_directory(const std::string& ful
     return Verdict::fail;
   }
   if (!is_current_volume(vol)) return Verdict::fail;
-  if (!write_item(block_dirb, dir)) {
+  if (!end_directory() || !write_item(block_dirb, dir)) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to add dir '%s' to backup queue.\n"), full.c_str()));
     return Verdict::fail;
   }

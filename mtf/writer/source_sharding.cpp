@@ -27,16 +27,11 @@ bool separated_name(const Cat_Blk& block, Getter get, std::string& out) {
 Source_Sharding::Source_Sharding(unsigned int seq, std::shared_ptr<ACE_Log_Msg_Callback> log)
     : Task_Base(log), seq_(seq) {}
 
-Source_Sharding::~Source_Sharding() {
-  for (Channel_State& channel : channels_) drain(*channel.queue);
-}
-
 int Source_Sharding::init(unsigned long long channels, Ref_Ptr<Writer_Hardlink_Map> hardlink_map) {
   MTF_ASSERT_NOT_NULL(hardlink_map.get(), -1);
   if (channels == 0) return -1;
   for (unsigned long long i = 0; i < channels; ++i) {
-    const auto queue =
-        share<Cat_Blk_Queue>(new (std::nothrow) Checked_Queue(queue_mark, queue_mark));
+    const auto queue = share<Cat_Blk_Queue>(new (std::nothrow) Block_Queue);
     if (queue.get() == nullptr) return -1;
     channels_.push_back(Channel_State{queue, "", ""});
   }
@@ -69,6 +64,8 @@ int Source_Sharding::spread() {
     std::unique_ptr<Cat_Blk> block(taken);
     if (block->hdr().type() == block_fend) return put_end() ? 0 : -1;
     if (!handle(block)) return -1;
+    // The next block may have to be waited for.
+    if (is_at_end_of_chunk(*msg_queue()) && !hand_over_all()) return -1;
   }
 }
 
@@ -145,10 +142,7 @@ bool Source_Sharding::put_separated(unsigned long long n, const std::string& nam
 
 bool Source_Sharding::put(unsigned long long n, std::unique_ptr<Cat_Blk>& block) {
   if (n > channel_num_) return false;
-  if (state(n).queue->enqueue_tail(block.get()) > 0) {
-    block.release();
-    return true;
-  }
+  if (put_block(*state(n).queue, block)) return true;
   ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to putq, errno=%d, %m\n"), errno), false);
 }
 
@@ -156,6 +150,14 @@ bool Source_Sharding::put_end() {
   for (unsigned long long n = 1; n <= channel_num_; ++n) {
     std::unique_ptr<Cat_Blk> end = make_end_blk();
     if (end == nullptr || !put(n, end)) return false;
+  }
+  return hand_over_all();
+}
+
+bool Source_Sharding::hand_over_all() {
+  for (Channel_State& channel : channels_) {
+    if (hand_over(*channel.queue)) continue;
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to putq, errno=%d, %m\n"), errno), false);
   }
   return true;
 }

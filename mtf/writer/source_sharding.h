@@ -19,8 +19,6 @@ namespace MTF {
 class Source_Sharding : public Task_Base {
  public:
   Source_Sharding(unsigned int seq, std::shared_ptr<ACE_Log_Msg_Callback> log);
-  // Frees the blocks that are left on the channels' queues.
-  ~Source_Sharding() override;
 
   // Makes the queues of `channels` channels. 0 or -1.
   int init(unsigned long long channels, Ref_Ptr<Writer_Hardlink_Map> hardlink_map);
@@ -56,6 +54,7 @@ class Source_Sharding : public Task_Base {
   bool put_separated(unsigned long long n, const std::string& name);
   bool put(unsigned long long n, std::unique_ptr<Cat_Blk>& block);
   bool put_end();
+  bool hand_over_all();
   Channel_State& state(unsigned long long n) { return channels_[n - 1]; }
 
   const unsigned int seq_;

@@ -102,13 +102,14 @@ TEST(Cat_Summary, Layout) {
   EXPECT_EQ(summary.calc_checksum(), test_support::naive_checksum(bytes.data(), 94));
 }
 
-// The queue counts objects, whatever the length of their names.
+// The queue counts objects, whatever the length of their names and the size of their chunks.
 TEST(Queue, Takes16667Entries) {
   static_assert(sizeof(Cat_Blk) == 48);
-  Cat_Blk_Queue queue(queue_mark, queue_mark);
+  Block_Queue queue;
   for (int i = 0; i < 16667; ++i) {
     ASSERT_FALSE(queue.is_full()) << i;
-    ASSERT_GT(queue.enqueue_tail(new Cat_File_Blk), 0);
+    std::unique_ptr<Cat_Blk> block(new Cat_File_Blk);
+    ASSERT_TRUE(queue.put(block) && (i < 16665 || queue.hand_over()));
   }
   EXPECT_TRUE(queue.is_full());
   drain(queue);
