@@ -24,7 +24,7 @@ struct State {
   std::vector<unsigned int> jobs;  // rising
 };
 
-// The bytes of a directory are nobody's: each job has it anew.
+// True for an entry whose bytes stand in one job. Each job writes its directories anew.
 bool is_file(const MTF::Job_Entry& entry) {
   return entry.type != MTF::block_volb && entry.type != MTF::block_dirb;
 }

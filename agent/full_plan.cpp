@@ -98,7 +98,7 @@ class Planner {
     return directories.emplace(volume, directory).first->second == directory;
   }
 
-  // What no source uses was meant for another.
+  // A shadow that no source uses was probably meant for another volume.
   bool check_volumes() {
     const auto is_used = [&](const auto& volume) {
       return std::any_of(system_sources_.begin(), system_sources_.end(), [&](const auto& source) {

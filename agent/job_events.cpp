@@ -14,7 +14,7 @@ std::string text_of(const json_spirit::Value& document, const char* key) {
   return found != document.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
 
-// What the user excluded isn't news.
+// The user knows what he has excluded.
 bool was_asked_for(const json_spirit::Value& document) {
   return text_of(document, "message").compare(0, 12, "Excluded by ") == 0;
 }
@@ -38,7 +38,7 @@ int Job_Events::handle_event(int code, const json_spirit::Value& document) {
   try {
     show(code, document);
   } catch (const std::exception&) {
-    // Out of memory: the event isn't shown, and the job isn't the worse for it.
+    // Out of memory: the event isn't shown, and the job goes on.
     return -1;
   }
   return 0;

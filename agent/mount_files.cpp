@@ -113,7 +113,7 @@ int Mount_Files::describe(const Mount_Place& place, fuse_entry_param& out) {
   stat.st_size = static_cast<off_t>(attributes->size);
   stat.st_blocks = static_cast<blkcnt_t>(attributes->space / stat_unit);
   stat.st_blksize = preferred_read;
-  // Of a directory that no catalog describes the job's own time is the best there is.
+  // No catalog describes this directory, so it gets the time of its job.
   const long long job_time = place.node().seq == 0 ? jobs_.time_of(place.seq) : 0;
   stat.st_mtime = stat.st_ctime = attributes->mtime + job_time;
   stat.st_atime = attributes->atime + job_time;

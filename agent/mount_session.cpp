@@ -39,7 +39,7 @@ struct Session {
   Mount_Files& files;
   fuse_session* session = nullptr;
   std::mutex lock{};  // guards what follows
-  // Those that are still open when the mount ends go with it.
+  // Files that are still open when the mount ends are closed with it.
   std::unordered_map<const Mount_File*, std::unique_ptr<Mount_File>> open_files{};
 
   void keep(std::unique_ptr<Mount_File> file) {
@@ -80,7 +80,7 @@ void on_lookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
   error == 0 ? fuse_reply_entry(request, &entry) : fuse_reply_err(request, error);
 }
 
-// Inodes are numbers that hold nothing.
+// An inode is only a number, so there is nothing to free.
 void on_forget(fuse_req_t request, fuse_ino_t, uint64_t) {
   fuse_reply_none(request);
 }
@@ -113,7 +113,7 @@ void on_open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info) {
   const Mount_File& opened = *file;
   info->fh = reinterpret_cast<std::uintptr_t>(&opened);
   Session& session = session_of(request);
-  // Ahead of the answer, behind which it may be closed at once.
+  // Noted ahead of the answer: the kernel may close it as soon as it has that.
   session.keep(std::move(file));
   if (fuse_reply_open(request, info) != 0) session.drop(opened);
 }
@@ -216,7 +216,7 @@ void read_root(Mount_Files& files, const Open_Root& root, off_t offset, Entry_Bu
   }
 }
 
-// What can't be read keeps its name here; who looks closer gets the error.
+// An entry that can't be read is still listed; opening it gives the error.
 void read_job_directory(Mount_Files& files, const Mount_Place& directory, fuse_ino_t inode,
                         off_t offset, Entry_Buffer& buffer) {
   if (!buffer.add_dots(inode, files.parent(directory), offset)) return;

@@ -65,7 +65,8 @@ bool Mounted_Jobs::look(std::string& error) {
     if (!pieces.complete) continue;
     long long time = time_of(pieces.seq);
     if (time == 0 && !MTF::job_time(store_, pieces, time)) time = 0;
-    jobs[pieces.seq] = {std::move(pieces), time};
+    const unsigned int seq = pieces.seq;
+    jobs[seq] = {std::move(pieces), time};
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   jobs_.swap(jobs);
@@ -73,7 +74,7 @@ bool Mounted_Jobs::look(std::string& error) {
   return true;
 }
 
-// What can't be listed now stays as it was.
+// If the storage can't be listed now, the jobs stay as they were.
 void Mounted_Jobs::look_again() {
   {
     const std::lock_guard<std::mutex> lock(mutex_);

@@ -17,7 +17,7 @@ Notes::~Notes() {
   try {
     flush();
   } catch (const std::bad_alloc&) {
-    // The counts are lost; a line of each kind was shown.
+    // Short memory: the counts are lost, but a line of each kind was shown.
   }
 }
 

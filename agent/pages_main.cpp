@@ -25,6 +25,8 @@ bool write(const fs::path& path, const std::string& text) {
 
 }  // namespace
 
+// It runs in the build alone, which an exception may end.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
   const fs::path top = argv[1];

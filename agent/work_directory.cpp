@@ -35,7 +35,7 @@ bool Work_Directory::open(const std::string& root, bool closed, const std::strin
   const std::string title = "temporary directory '" + escape_controls(root) + '\'';
   int fault = closed ? platform::private_directory(root) ? 0 : errno
                      : platform::make_dirs(root, owner_only);
-  // What isn't a directory at all is no danger, unless it leads to one.
+  // A file in this place is no danger; a link is, since it may lead to a directory.
   const platform::Danger danger = platform::danger_of(root);
   const bool counts = fault != ENOTDIR || danger == platform::Danger::link;
   if (counts && words(danger) != nullptr) {
@@ -50,7 +50,7 @@ bool Work_Directory::open(const std::string& root, bool closed, const std::strin
   return fault == 0;
 }
 
-// What can't be looked at or removed is left for another job; it is no reason not to save.
+// A directory that can't be examined or removed is left to a later job: this one saves anyway.
 void Work_Directory::clear(const std::string& root) {
   platform::Storage_Directory directory;
   std::vector<std::string> names;

@@ -60,7 +60,7 @@ bool File_Records::open(const std::string& system_path) {
   // Above a source there may be directories that are links.
   if (native_path(system_path, native_)) fd_ = open_source(native_, flags, directory);
   int error = fd_ < 0 ? errno : 0;
-  // What a directory has can be told of one that may not be listed too.
+  // Attributes can be read from a directory even if it may not be listed.
   if (error == EACCES && directory) {
     fd_ = open_source(native_, O_PATH | O_DIRECTORY, directory);
     error = fd_ < 0 ? errno : 0;

@@ -19,7 +19,7 @@ bool next_extent(int fd, long long from, long long size, Data_Extent& out) {
   const off_t data = ::lseek(fd, from, SEEK_DATA);
   if (data < 0 && errno != ENXIO) return false;
   if (data < 0) {
-    // What a file has lost since its length was taken is no hole.
+    // The file may have shrunk since its length was taken. The missing end isn't a hole.
     if (::lseek(fd, 0, SEEK_END) < size) out = {from, size - from};
     return true;
   }

@@ -62,7 +62,8 @@ int Directory_Handle::next(std::string& name, _stat64& stat, bool& end) {
     } else if (errno == ENOENT) {
       continue;
     } else {
-      // What can't be examined keeps its kind, so that it is missed as the file that it is.
+      // An entry that can't be examined keeps the kind that its directory tells, so that it counts
+      // as a skipped file.
       stat = _stat64();
       stat.st_mode = DTTOIF(entry->d_type);
     }

@@ -28,7 +28,7 @@ ssize_t read_small_first(std::vector<char>& buffer, std::size_t most, Read read)
   return size < 0 && errno == ERANGE ? read(buffer.data(), most) : size;
 }
 
-// A descriptor that is a place alone (O_PATH) has its attributes only by its own name.
+// The attributes of an O_PATH descriptor can be read only by its path in /proc.
 std::string own_name(int fd) {
   return "/proc/self/fd/" + std::to_string(fd);
 }
@@ -85,7 +85,7 @@ bool Extended_Attributes::append_one(int fd, const char* name, std::string& out)
       value_, longest_value + 1,
       [fd, name](char* value, std::size_t room) { return get_value(fd, name, value, room); });
   if (size < 0 || static_cast<std::size_t>(size) > longest_value) {
-    // One that is gone since it was listed isn't missed.
+    // An attribute that was removed since the list was made isn't missing.
     if (size < 0 && errno == ENODATA) return false;
     left_out_(name, size < 0 && errno != ERANGE ? std::strerror(errno) : "longer than 65535 bytes");
     return false;

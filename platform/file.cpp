@@ -49,7 +49,7 @@ bool File::open_input(const std::string& native) {
   close();
   fd_ = open_path(native, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (fd_ < 0) return false;
-  // Not to wait was for the open alone.
+  // Only the open must not wait.
   const int flags = ::fcntl(fd_, F_GETFL);
   if (flags != -1 && ::fcntl(fd_, F_SETFL, flags & ~O_NONBLOCK) == 0) return true;
   const int error = errno;
@@ -96,7 +96,7 @@ bool wait_readable(int fd, int milliseconds) {
   if (fd < 0) return true;  // poll() passes it over
   pollfd asked = {fd, POLLIN, 0};
   const int ready = ::poll(&asked, 1, milliseconds);
-  // What can't be asked is found out by the read.
+  // If this call fails, the read shows what is there.
   return ready > 0 || (ready < 0 && errno != EINTR);
 }
 

@@ -5,7 +5,7 @@
 namespace platform {
 namespace {
 
-// The `]` that closes the `[` at `at`: the first thing inside is no end.
+// The `]` that closes the `[` at `at`. A `]` right behind the `[` is a member of the set.
 std::size_t bracket_end(const std::string& pattern, std::size_t at) {
   std::size_t first = at + 1;
   if (first < pattern.size() && (pattern[first] == '!' || pattern[first] == '^')) ++first;

@@ -17,7 +17,7 @@ constexpr unsigned long long min_segment = 1ULL << 20;
 constexpr unsigned long long max_segment = 1ULL << 26;
 // Room for some 500,000,000 entries. A job sets this aside for its walk and for each channel, and a
 // process may have little address space to give: 512 GiB in a piece under the thread sanitizer.
-// What has a limit on it gets what fits.
+// A process with a limit gets what fits into it.
 constexpr unsigned long long max_reserve = 1ULL << 36;
 
 unsigned long long round_up(unsigned long long n) {

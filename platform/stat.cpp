@@ -11,7 +11,7 @@ namespace platform {
 namespace {
 
 // Spreads a device number over 64 bits, so that inode numbers of two file systems, which are small
-// and dense, don't meet.
+// and dense, don't become equal.
 unsigned long long mix(unsigned long long x) {
   x = (x ^ x >> 30) * 0xBF58476D1CE4E5B9ULL;
   x = (x ^ x >> 27) * 0x94D049BB133111EBULL;

@@ -68,7 +68,7 @@ class Tree_Remover {
     if (error_ == 0 && error != ENOENT) error_ = error;
   }
 
-  // True if `name` was no directory and is dealt with.
+  // True if `name` isn't a directory; it is removed then, or the failure is recorded.
   bool unlink_other(int dir, const std::string& name) {
     if (::unlinkat(dir, name.c_str(), 0) == 0) return true;
     const int error = errno;
@@ -168,7 +168,7 @@ int sync_parent(const std::string& native) {
   const std::size_t slash = path.rfind('/');
   const int fd = open_path(slash == std::string::npos ? "." : path.substr(0, slash + 1),
                            O_RDONLY | O_DIRECTORY);
-  // Who may make a directory need not be allowed to read the one above it.
+  // A user may make a directory without being allowed to read the one above it.
   if (fd < 0) return errno == EACCES ? 0 : errno;
   const int error = ::fsync(fd) == 0 || errno == EINVAL ? 0 : errno;
   close_quietly(fd);

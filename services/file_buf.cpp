@@ -75,7 +75,7 @@ ifilebuf::int_type ifilebuf::underflow() {
 ofilebuf::ofilebuf(unsigned long long buffer_size)
     : buffer_size_(std::clamp(buffer_size, 1ULL, 1ULL << 30)) {}
 
-// Nobody asks any more how the rest went, so nobody is told.
+// The caller can't be told of a failure any more.
 ofilebuf::~ofilebuf() {
   if (error_ == 0) file_.write_all(pbase(), static_cast<std::size_t>(pptr() - pbase()));
 }

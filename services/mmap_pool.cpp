@@ -32,7 +32,7 @@ void MMap_Pool::unload() {
   unloaded_at_ = used_;
 }
 
-// One line says it for all that finds no room.
+// One line is enough for all requests that find no room.
 void* MMap_Pool::no_room() {
   if (!told_) local_failure("extend", directory_);
   told_ = true;

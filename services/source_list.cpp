@@ -82,7 +82,7 @@ bool normalise(std::list<std::string>& exclude_list) {
 }
 
 // The order of the walk for two full paths: up to the first component that differs a directory
-// comes behind what is none; else the names decide.
+// comes behind a file; else the names decide.
 bool walked_before(const source_entry& a, const source_entry& b, char sep) {
   std::size_t at = 0;
   for (;;) {
@@ -102,7 +102,7 @@ bool walked_before(const source_entry& a, const source_entry& b, char sep) {
   }
 }
 
-// A directory that is excluded, or what is none, is a source by itself alone.
+// A file, or a directory that is excluded, covers no other source.
 void drop_covered(std::list<source_entry>& list, char separator,
                   const std::list<std::string>& exclude_list, Source_Paths* covered) {
   auto top = list.begin();

@@ -15,7 +15,7 @@ namespace MTF {
 // One resolved source of a job.
 struct source_entry {
   std::string name;  // the volume of a root path; else the parent path with its last separator
-  std::string path;  // the full path; a directory that is no root has a separator at its end
+  std::string path;  // the full path; a directory other than a root has a separator at its end
   _stat64 stat;      // of the path, under its shadow volume where it has one
 };
 

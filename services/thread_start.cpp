@@ -26,7 +26,7 @@ class Gate {
     return fit_;
   }
 
-  // Waits for `count` threads, and opens if they are all and all are fit.
+  // Waits for `count` threads. Opens the gate if all of them are there and ready to work.
   bool open(std::size_t count, bool all) {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait(lock, [&] { return arrived_ == count; });

@@ -33,7 +33,7 @@ class Cat_Blk {
   static void operator delete(void* memory) noexcept;
   static void operator delete(void* memory, const std::nothrow_t& tag) noexcept;
 
-  // Keeps the place of an operation that a block may have of its own; none has.
+  // Keeps a place among the virtual operations. No block has one of its own.
   virtual void release() {}
 
   void set_buffer(char* data, unsigned int size, bool own);
@@ -50,7 +50,7 @@ class Cat_Blk {
   bool owns_data() const { return owned_ != nullptr; }
   unsigned int capacity() const { return capacity_; }
 
-  // Makes a FEND block of what must have room for 64 bytes: the end of a queue or of a file.
+  // Makes this block a FEND block, which ends a queue or a file. It must have room for 64 bytes.
   void set_end();
 
  protected:

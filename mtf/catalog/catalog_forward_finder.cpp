@@ -54,7 +54,7 @@ void Catalog_Forward_Finder::advance() {
       at_end_ = true;
       return;
     }
-    // No walk names the data of the action ahead of the job.
+    // The walk never meets pre-action data, so the cursor passes over its entry.
   } while (entry().hdr().type() == block_pdat);
   if (!take()) at_end_ = true;
 }

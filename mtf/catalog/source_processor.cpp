@@ -18,7 +18,7 @@ constexpr std::size_t buffer_size = 0x20000;
 constexpr std::size_t longest_entry = 0xFFFF;
 static_assert(buffer_size > longest_entry, "an entry is looked at in one piece");
 
-// A text that the host made longer than this is no description of a job.
+// The longest metadata text that is believed; a real one is far shorter.
 constexpr unsigned long long longest_metadata = 0x1000000;
 constexpr unsigned int catalog_mark = 1;
 

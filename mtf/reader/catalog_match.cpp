@@ -102,7 +102,7 @@ void Catalog_Match::take_entry() {
   if (!waiting_) check_earlier();
 }
 
-// The paths of first names are all that is kept.
+// Only the paths of first names are kept.
 void Catalog_Match::take_place() {
   const bool moves = record_.type == block_volb || record_.type == block_dirb;
   const bool first = (record_.flags & cat_first_link) != 0;

@@ -26,7 +26,7 @@ bool has_content(const Block_Header& header) {
   return header.displayable_size != 0 && (header.type == block_file || header.type == block_pdat);
 }
 
-// What a block of its type can't be restored without.
+// The streams that a block of this type must have to be restored.
 const char* missing_of(unsigned int block_type, const Content& content) {
   const bool leads = block_type == block_slnk || block_type == block_hlnk;
   if (leads && content.target.empty()) return "block doesn't say what it leads to";
@@ -252,7 +252,7 @@ bool Content_Reader::take_sum(Progress& progress, const Stream_Header& header,
   if (bytes == nullptr || header.length != checksum_size) {
     return fault(position, "CSUM stream is damaged"), false;
   }
-  // The empty last chunk of a stream of unknown length has one without announcing it.
+  // The empty last chunk of a stream of unknown length has a checksum that it doesn't announce.
   const unsigned int expected = progress.sum.value_or(0);
   progress.sum.reset();
   if (load_le<unsigned int>(bytes) == expected) return true;

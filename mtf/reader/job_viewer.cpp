@@ -75,7 +75,7 @@ std::shared_ptr<const View_Attributes> Job_Viewer::attributes(View_Tree::Number 
     }
   }
   const bool further = tree_.node(number).type == block_hlnk;
-  const auto loaded = further ? load_further(number, why) : load(number, why);
+  auto loaded = further ? load_further(number, why) : load(number, why);
   if (loaded != nullptr) remember(number, loaded);
   return loaded;
 }

@@ -51,7 +51,7 @@ bool read_symbolic_link(std::string_view data, std::string& target) {
     return false;
   }
   const std::string system = text_of(print);
-  // A slash or NUL is in no name.
+  // No name holds a slash or a NUL.
   if (system.find_first_of(std::string("/\0", 2)) != std::string::npos) return false;
   target.clear();
   for (std::size_t at = 0; at <= system.size();) {

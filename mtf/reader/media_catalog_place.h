@@ -7,7 +7,7 @@
 
 namespace MTF {
 
-// Where the media based catalog of a media stands; 0 for what isn't there.
+// Where the media based catalog of a media stands. A part that is missing has the place 0.
 struct Media_Catalog_Place {
   unsigned long long tfdd = 0;  // position of the TFDD stream's data
   unsigned long long tfdd_length = 0;

@@ -205,7 +205,7 @@ void Media_Check::check_cfil(const Media_Block& block) {
   check(attributes != 0 && (attributes & ~corrupt_bits) == 0,
         block.position + cfil_at::cfil_attributes, "CFIL block has wrong attributes");
   const auto number = view.get<unsigned short>(cfil_at::stream_number);
-  // One more than there are where the next stream couldn't even be begun.
+  // The number is one more than there are streams if the next stream couldn't be begun.
   check(number >= 1 && number <= streams_.count() + 1, block.position + cfil_at::stream_number,
         "CFIL block names a stream that isn't there");
   if (number != streams_.count()) return;

@@ -151,7 +151,8 @@ Restore_Summary Job_Restorer::run() {
     if (on_problem_) on_problem_(options_.to, std::strerror(error));
     return summary_;
   }
-  // What can't be read may be a directory: files behind it would land in the one before.
+  // The entry that can't be read may have been a directory. Then the files behind it would land in
+  // the directory before it.
   const Fault_Sink on_fault = [this](const Fault& fault) {
     place_.fault_since = true;
     if (on_fault_) on_fault_(fault);
@@ -200,7 +201,7 @@ void Job_Restorer::note_above(const Job_Entry& entry) {
   if (tree_.enter(names_, Make::none) == ENOENT) above_.insert(entry.path);
 }
 
-// `/C` and the volume `C:` have one place; what comes first keeps it.
+// `/C` and the volume `C:` would be restored to one place. The one that comes first keeps it.
 bool Job_Restorer::has_its_place(const Job_Entry& entry, std::string& why) {
   if (names_.empty() || names_[0].size() != 1) return true;
   const std::string volume = entry.path.substr(0, entry.path.find('\\'));
@@ -427,7 +428,7 @@ void Job_Restorer::finish_directories() {
   close_down_to(nullptr);
 }
 
-// What kept the attributes of one that was asked for from being read has been told.
+// Why the attributes of a wanted directory can't be read has been told already.
 void Job_Restorer::finish_directory(const Tree_Entry& item) {
   const Job_Entry& entry = item.entry;
   Media_Block block;

@@ -74,7 +74,7 @@ void Tree_Place::assume_volume() {
 }
 
 std::string Tree_Place::enter_lost(unsigned int directory_id) {
-  const std::string name = "lost+found\\directory-" + std::to_string(directory_id);
+  std::string name = "lost+found\\directory-" + std::to_string(directory_id);
   directory_ = name + '\\';
   return name;
 }

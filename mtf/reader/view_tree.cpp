@@ -21,7 +21,7 @@ std::size_t hash_of(View_Tree::Number parent, unsigned int name) {
   return (parent * 0x9E3779B97F4A7C15ULL ^ name * 0xC2B2AE3D27D4EB4FULL) >> 16;
 }
 
-// Why no directory can hold an entry of this name; null if one can.
+// Why a directory can't hold an entry of this name; null if it can.
 const char* name_fault(const std::string& name) {
   if (name.empty() || name == "." || name == "..") return "its name means a directory";
   if (name.find_first_of(std::string("/\0", 2)) != std::string::npos) {
@@ -52,7 +52,7 @@ class View_Tree_Builder {
     }
   }
 
-  // What can't be read may be a directory: what comes next may belong to that one.
+  // The entry that can't be read may have been a directory. The next entries may belong to it.
   void note_damage() { uncertain_ = true; }
 
  private:
@@ -136,7 +136,7 @@ View_Tree::Number View_Tree_Builder::step(Number parent, const std::string& name
 // Goes from `number` to its directory `name`. False, with the reason told, if that has no place.
 bool View_Tree_Builder::enter(const Tree_Entry& item, const std::string& name, Number& number) {
   const char* why = tree_.is_full() ? tree_full : name_fault(name);
-  // `/C` and the volume `C:` have one place; what comes first keeps it.
+  // `/C` and the volume `C:` would have one place. The one that comes first keeps it.
   if (why == nullptr && number == View_Tree::root && name.size() == 1) {
     const std::string volume = item.entry.path.substr(0, item.entry.path.find('\\'));
     if (volumes_.try_emplace(name, volume).first->second != volume) {
@@ -227,7 +227,7 @@ unsigned int View_Tree::add_text(std::string_view text) {
   const std::size_t room = texts_.size() * std::size_t{text_chunk} - texts_end_;
   if (room < text.size() + 1) {
     texts_end_ = static_cast<unsigned int>(texts_.size()) * text_chunk;
-    texts_.push_back(std::make_unique<char[]>(text_chunk));
+    texts_.push_back(std::unique_ptr<char[]>(new char[text_chunk]));
   }
   const unsigned int place = texts_end_;
   char* bytes = texts_.back().get() + (place & (text_chunk - 1));
@@ -257,8 +257,8 @@ void View_Tree::order_children() {
   }
 }
 
-// Of two entries of one name a directory stays; of two files the later one, as it would replace the
-// first.
+// If a name stands twice in a directory, a sub-directory is kept rather than a file. Of two files
+// the later one is kept, as a restore would replace the first one by it.
 void View_Tree::drop_doubles(Number directory) {
   View_Node& node = nodes_[directory];
   const auto begin = children_.begin() + static_cast<std::ptrdiff_t>(node.size);

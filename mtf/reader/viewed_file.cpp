@@ -17,7 +17,7 @@ constexpr unsigned long long small_size = 0x40000;
 
 Viewed_File::Viewed_File(Job_Viewer& view, View_Tree::Number number)
     : view_(view), number_(number), size_(view.tree().node(number).size) {
-  // The holes of a file with holes are told, so that it isn't held as bytes.
+  // A file with holes isn't held as bytes, since its holes must be told.
   is_small_ = size_ <= small_size && view.tree().node(number).space * space_unit >= size_;
 }
 

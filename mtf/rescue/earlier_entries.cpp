@@ -34,8 +34,7 @@ void Earlier_Entries::open() {
   advance();
 }
 
-// Moves to the next entry that may belong to the job: the data of an action ahead of the base
-// doesn't.
+// Moves to the next entry that may belong to the job. The pre-action data of the base doesn't.
 void Earlier_Entries::advance() {
   do {
     at_end_ = !walker_.next(record_);

@@ -109,7 +109,7 @@ void Backup::remove_storage_file() {
   MTF_ASSERT_NOT_NULL(channel.get(), void());
   unsigned long long n = channel_num_ > 1 ? channel_num_ : 0;
   do {
-    // A name that can't be made must not keep the other pieces from going.
+    // One piece whose name can't be made must not keep the others from being removed.
     std::string name;
     safely([&] {
       mtf_name(opt_.minor_resource_id, seq_, n, name);

@@ -32,7 +32,7 @@ bool Backup::activate_task() {
   return false;
 }
 
-// What was started must not wait for ever for what wasn't.
+// Tasks that were started must not wait for ever for those that weren't.
 void Backup::deactivate_queues() {
   full_source_producer_->msg_queue()->deactivate();
   if (source_sharding_.get() != nullptr) source_sharding_->fini();
@@ -65,8 +65,8 @@ bool Backup::activate(Task_Base& task, const char* name) {
   return result;
 }
 
-// From the end of the pipeline to its head: what writes the media keeps its queue while it works,
-// every other stage is released from its queue first.
+// From the end of the pipeline to its head. A task that writes a media keeps its queue while it
+// works. Every other stage is released from its queue first.
 void Backup::wait_task() {
   for (auto& task : backup_tasks_) {
     task->wait();

@@ -262,7 +262,7 @@ bool Backup_Source_Lister_MMap_Impl::walk_end(const std::string& dir, bool ok) {
   int step;
   {
     ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, lock_, false);
-    // Who sees this state under the lock sees the sorted lists.
+    // A thread that sees this state under the lock also sees the sorted lists.
     if (directory != nullptr) directory->state = walked;
     --walkers_;
     step = enqueue_one(false);
@@ -337,7 +337,7 @@ int Backup_Source_Lister_MMap_Impl::take_ready() {
   return Backup_Source_Lister::found;
 }
 
-// What has been given isn't touched again, and what has not can wait in the file.
+// Records that were given aren't touched again, and the others can wait in the file.
 void Backup_Source_Lister_MMap_Impl::count_given(const Entry& given) {
   given_ += Cache_Node::node_size(given.name.size());
   if (given_ < MMap_Pool::unload_step) return;

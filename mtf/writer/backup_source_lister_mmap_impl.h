@@ -48,7 +48,7 @@ class Backup_Source_Lister_MMap_Impl : public Backup_Source_Lister::Impl {
   struct Directory {
     Cache_Node* node = nullptr;
     int state = not_walked;
-    std::list<Cache_Node*> files;  // all that isn't a directory; its walker's alone until `walked`
+    std::list<Cache_Node*> files;  // the other entries; only its walker uses them until `walked`
     std::list<Cache_Node*> child_dirs;
   };
 

@@ -1,5 +1,5 @@
-// What the source producers share: how sources become catalog blocks, and how these are counted and
-// put on the queue.
+// The base of the source producers. It turns sources into catalog blocks, counts these, and puts
+// them on the queue.
 #pragma once
 
 #include <atomic>

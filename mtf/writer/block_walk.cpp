@@ -33,7 +33,7 @@ bool Block_Producer::process_source(const source_entry& entry) {
                      false);
   }
   std::replace(dir.begin(), dir.end(), source_separator(), system_separator);
-  // What was named as a source is never left out with no more than an event.
+  // A source that the host named is never left out with just an event.
   if (is_too_long(entry.path, dir)) return false;
   if (!goto_dir(vol, dir)) return false;
   return is_dir ? walk_dir(full_path("")) : process_file(entry.stat, name, 0);
@@ -110,7 +110,7 @@ bool Block_Producer::process_file(const _stat64& stat, const std::string& name,
   auto size = static_cast<unsigned long long>(stat.st_size);
   unsigned short link_flags = 0;
   if (stat.st_nlink > 1 && !find_hardlink(stat, name, type, size, link_flags)) return false;
-  // A further name is what its first name is.
+  // A further name has the type of its first name.
   if (type != block_hlnk && (is_uncertain(stat.st_mtime) || is_uncertain(stat.st_ctime))) {
     link_flags |= cat_uncertain;
   }

@@ -138,7 +138,7 @@ bool Data_Set::fill_eset_blk(ESet_Blk& blk) {
   if (!buf_->expand(size)) {
     ACE_ERROR_RETURN((LM_WARNING, ACE_TEXT("Failed to expand buffer\n")), false);
   }
-  // What lies behind a block's own image is left of streams that were built in the same buffer.
+  // Behind the block's own image the buffer holds remains of streams that were built in it.
   std::fill(buf_->data() + DBLK::image_size, buf_->data() + std::max(size, DBLK::image_size), '\0');
   blk.hdr().offset_to_first_event(static_cast<unsigned short>(size));
   return true;

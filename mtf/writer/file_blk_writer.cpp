@@ -54,7 +54,7 @@ int File_Blk_Writer::write(IWriter& writer) {
   if (cat_blk_.hdr().seq() != ctx_->seq) return add_earlier_file();
   if (!write_spad_stream(*opt_, *ctx_, buf_, writer, true)) return -1;
   File_Blk blk(block_buffer_, true);
-  // Behind the block of another directory the file would come back there.
+  // Behind the block of another directory the file would be restored into that one.
   if (ctx_->dir_missing) errno = ctx_->dir_error;
   if (ctx_->dir_missing || !set_file_blk(blk)) {
     report_skip("Failed to stat file");

@@ -14,7 +14,7 @@ inline bool is_directory(const _stat64& stat) {
   return (stat.st_mode & 0xF000) == 0x4000;
 }
 
-// The block type for the mode and reparse type of an entry that is no directory; no_type for one
+// The block type for the mode and reparse type of an entry that isn't a directory; no_type for one
 // that can't be saved. FIFOs and block devices of POSIX can be where links are.
 inline unsigned int file_type(const _stat64& stat, unsigned int reparse_type, bool save_links) {
   constexpr unsigned int deduplicated = 16;

@@ -101,7 +101,7 @@ int Node_Blk_Writer::add_earlier_entry() {
 }
 
 bool Node_Blk_Writer::look(bool with_attributes) {
-  // Behind the block of another directory the entry would come back there.
+  // Behind the block of another directory the entry would be restored into that one.
   if (ctx_->dir_missing) errno = ctx_->dir_error;
   if (!ctx_->dir_missing && source_->look(*ctx_, path_.str(), name_, with_attributes)) return true;
   return skip("Failed to stat file") == 0;

@@ -98,7 +98,7 @@ class Callback_Node_Source : public Node_Source {
     return true;
   }
 
-  // What the host calls one file is one.
+  // Two names belong to one file if the host says so.
   bool is_same(const Backup_Context&, const std::string&) override { return true; }
 
   bool fill(Backup_Context&, const std::string&, File_Shaped_Blk& blk) override {

@@ -159,7 +159,7 @@ Block_Producer::Verdict Source_Producer::handle_source(const Entry& entry, Liste
                is_dir ? "dir" : "file", path.c_str()));
     return Verdict::fail;
   }
-  // What was named as a source is never left out with no more than an event.
+  // A source that the host named is never left out with just an event.
   if (is_too_long(path, dir)) return Verdict::fail;
   if (!goto_dir(vol, dir)) {
     ACE_ERROR((LM_ERROR, ACE_TEXT("Failed to process dir, vol: '%s', dir: '%s'.\n"), vol.c_str(),
@@ -203,7 +203,7 @@ bool Source_Producer::fits_block(const std::string& path) {
 }
 
 bool Source_Producer::on_walk_error(const std::string& path, int error) {
-  // The lister has a line of its own for it.
+  // The lister logs this failure itself.
   ++skipped_dirs();
   send_skip("directory", path, error, "Failed to open directory.");
   return true;

@@ -56,7 +56,7 @@ bool Vol_Blk_Writer::set_vol_blk(Vol_Blk& blk) {
   }
   if (opt_->compression_method != 0) blk.hdr().attributes(attr_compression);
   blk.media_write_date(ACE_OS::time());
-  // A block without the machine's name is worth more than none.
+  // The block is written even if the machine's name isn't known.
   blk.machine_name(Host_Manager::instance()->name());
   blk.volb_attributes(blk.volb_attributes() | volb_device_is_drive);
   return true;
