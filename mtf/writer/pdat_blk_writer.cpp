@@ -10,7 +10,7 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned int chunk_size = 0x100000;
+constexpr unsigned int data_chunk_size = 0x100000;
 constexpr int poll_interval = 100;  // milliseconds
 constexpr int interrupted = 4;
 constexpr int broken_pipe = 109;  // Windows' end of a pipe
@@ -76,14 +76,14 @@ bool PDat_Blk_Writer::set_pdat_blk(PDat_Blk& blk) {
 
 // Short reads fill one buffer, so that the chunks don't depend on the pace of the data.
 bool PDat_Blk_Writer::write_data(IWriter& writer) {
-  if (!data_buffer_.expand(chunk_size)) {
-    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to expand, size=%u\n"), chunk_size), false);
+  if (!data_buffer_.expand(data_chunk_size)) {
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to expand, size=%u\n"), data_chunk_size), false);
   }
   data_buffer_.size(0);
   for (;;) {
     if (!wait_for_data()) return false;
     const unsigned int held = data_buffer_.size();
-    const ssize_t n = ACE_OS::read(handle_, data_buffer_.data() + held, chunk_size - held);
+    const ssize_t n = ACE_OS::read(handle_, data_buffer_.data() + held, data_chunk_size - held);
     const int error = n < 0 ? ACE_OS::last_error() : 0;
     if (error == interrupted) continue;
     if (n == 0 || error == broken_pipe) return write_chunk(true, writer);
@@ -92,7 +92,7 @@ bool PDat_Blk_Writer::write_data(IWriter& writer) {
           (LM_ERROR, ACE_TEXT("Failed to read pre-action data, errno=%d, %m\n"), error), false);
     }
     data_buffer_.size(held + static_cast<unsigned int>(n));
-    if (data_buffer_.size() < chunk_size) continue;
+    if (data_buffer_.size() < data_chunk_size) continue;
     if (!write_chunk(false, writer)) return false;
     data_buffer_.size(0);
   }
