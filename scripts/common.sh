@@ -4,6 +4,15 @@
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 
+# with_usual_layout ARGUMENT...: starts the calling script again with the address space laid out as usual,
+# where the machine allows to ask. The thread sanitizer needs that, and programs that clang-14 built with
+# the address sanitizer hang now and then without it.
+with_usual_layout() {
+  if [ -z "${MTF_USUAL_LAYOUT:-}" ] && setarch "$(uname -m)" -R true 2>/dev/null; then
+    MTF_USUAL_LAYOUT=1 exec setarch "$(uname -m)" -R "$0" "$@"
+  fi
+}
+
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then
     "$@"

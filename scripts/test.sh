@@ -6,12 +6,9 @@
 # Fails on a failed test, on a finding and on a compiler warning.
 set -eu
 
-# The thread sanitizer needs the address space laid out as usual, where the machine allows to ask.
-if [ -z "${MTF_USUAL_LAYOUT:-}" ] && setarch "$(uname -m)" -R true 2>/dev/null; then
-  MTF_USUAL_LAYOUT=1 exec setarch "$(uname -m)" -R "$0" "$@"
-fi
-
 . "$(dirname "$0")/common.sh"
+
+with_usual_layout "$@"
 
 passed=$root/build/release/quick-tests-passed
 
