@@ -236,7 +236,7 @@ void Media_Catalog_Check::check_set_counts(unsigned long long position, const st
 bool Media_Catalog_Check::load(unsigned long long position, unsigned long long end,
                                std::size_t size, std::string& bytes) {
   if (position > end || size > end - position) return false;
-  const char* data = window_.view(position, size);
+  const char* data = entry_window_.view(position, size);
   if (data == nullptr) return false;
   bytes.assign(data, size);
   return true;

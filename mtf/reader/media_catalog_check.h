@@ -13,7 +13,11 @@ class Media_Catalog_Check {
   // `walk` has walked the media of job `seq` that `window` shows. Keeps all references.
   Media_Catalog_Check(Piece_Window& window, unsigned int seq, const Media_Check& walk,
                       const Fault_At& on_fault)
-      : window_(window), seq_(static_cast<unsigned short>(seq)), walk_(walk), on_fault_(on_fault) {}
+      : window_(window),
+        entry_window_(window.reader(), Piece_Window::look_capacity),
+        seq_(static_cast<unsigned short>(seq)),
+        walk_(walk),
+        on_fault_(on_fault) {}
 
   void run();
 
@@ -33,7 +37,8 @@ class Media_Catalog_Check {
   bool find_block(unsigned long long address, unsigned int type, Media_Block& block);
   void check(bool right, unsigned long long position, const char* text);
 
-  Piece_Window& window_;
+  Piece_Window& window_;       // goes from block to block
+  Piece_Window entry_window_;  // and this one from entry to entry, far behind them
   unsigned short seq_;
   const Media_Check& walk_;
   const Fault_At& on_fault_;
