@@ -50,6 +50,8 @@ void define_command_line(CLI::App& app, Command& chosen) {
   add_verify(app, chosen);
   add_restore(app, chosen);
   add_remove(app, chosen);
+  add_prune(app, chosen);
+  add_copy(app, chosen);
   add_rebuild(app, chosen);
   add_jobs(app, chosen);
   add_mount(app, chosen);
@@ -77,6 +79,10 @@ CLI::Option* add_name(CLI::App& command, std::string& stem) {
 
 CLI::Option* add_seq(CLI::App& command, unsigned int& seq, const char* help) {
   return command.add_option("--seq", seq, help)->check(number_range(1U, last_seq))->type_name("N");
+}
+
+CLI::Option* add_quiet(CLI::App& command, bool& quiet) {
+  return command.add_flag("--quiet", quiet, "No progress");
 }
 
 Command_Line parse_command_line(const std::vector<std::string>& arguments) {

@@ -26,6 +26,8 @@ void add_diff(CLI::App& app, Command& chosen);
 void add_verify(CLI::App& app, Command& chosen);
 void add_restore(CLI::App& app, Command& chosen);
 void add_remove(CLI::App& app, Command& chosen);
+void add_prune(CLI::App& app, Command& chosen);
+void add_copy(CLI::App& app, Command& chosen);
 void add_rebuild(CLI::App& app, Command& chosen);
 void add_jobs(CLI::App& app, Command& chosen);
 void add_mount(CLI::App& app, Command& chosen);
@@ -35,6 +37,7 @@ void add_report(CLI::App& app, Command& chosen);
 CLI::Option* add_storage(CLI::App& command, std::string& storage);
 CLI::Option* add_name(CLI::App& command, std::string& stem);
 CLI::Option* add_seq(CLI::App& command, unsigned int& seq, const char* help);
+CLI::Option* add_quiet(CLI::App& command, bool& quiet);
 
 // Why `text` is more or less than a number in decimal digits; empty if it isn't.
 std::string number_fault(const std::string& text);

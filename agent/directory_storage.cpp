@@ -120,10 +120,22 @@ bool Directory_Storage::list(std::vector<Stored_Piece>& pieces, std::string& err
 
 std::unique_ptr<MTF::IRandom_Reader> Directory_Storage::open(const std::string& name,
                                                              std::string& error) {
+  return open(name, true, error);
+}
+
+std::unique_ptr<MTF::IRandom_Reader> Directory_Storage::reopen(const std::string& name,
+                                                               std::string& error) {
+  const std::string part = name + part_ending;
+  return open(directory_.exists(part) ? part : name, false, error);
+}
+
+std::unique_ptr<MTF::IRandom_Reader> Directory_Storage::open(const std::string& name, bool cached,
+                                                             std::string& error) const {
   platform::Piece_File file;
   long long size = -1;
   if (directory_.open_read(name, file)) size = file.size();
   if (size >= 0) {
+    if (!cached) file.forget_cached();
     return std::make_unique<File_Reader>(std::move(file), static_cast<unsigned long long>(size));
   }
   agent::fail(error, name);

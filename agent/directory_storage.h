@@ -12,7 +12,7 @@
 
 namespace agent {
 
-class Directory_Storage final : public IStorage {
+class Directory_Storage : public IStorage {
  public:
   // `path` is absolute.
   explicit Directory_Storage(const std::string& path) : path_(path) {}
@@ -26,10 +26,13 @@ class Directory_Storage final : public IStorage {
   bool list(std::vector<Stored_Piece>& pieces, std::string& error) override;
   std::unique_ptr<MTF::IRandom_Reader> open(const std::string& name, std::string& error) override;
   std::unique_ptr<IPiece_Sink> create(const std::string& name, std::string& error) override;
+  std::unique_ptr<MTF::IRandom_Reader> reopen(const std::string& name, std::string& error) override;
   bool name_pieces(const std::vector<std::string>& names, std::string& error) override;
   bool remove(const std::vector<std::string>& names, std::string& error) override;
 
  private:
+  std::unique_ptr<MTF::IRandom_Reader> open(const std::string& name, bool cached,
+                                            std::string& error) const;
   bool remove_unfinished(const std::string& stem, std::string& error);
   bool remove(const std::string& name) const;
   bool fail(std::string& error) const;

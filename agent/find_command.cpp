@@ -34,17 +34,6 @@ bool same_state(const MTF::Job_Entry& a, const MTF::Job_Entry& b) {
          (!is_file(a) || (a.seq == b.seq && a.address == b.address && a.channel == b.channel));
 }
 
-// "1-3,5".
-std::string ranges(const std::vector<unsigned int>& jobs) {
-  std::string text;
-  for (std::size_t first = 0, last; first < jobs.size(); first = last + 1) {
-    for (last = first; last + 1 < jobs.size() && jobs[last + 1] == jobs[last] + 1;) ++last;
-    text += (text.empty() ? "" : ",") + std::to_string(jobs[first]);
-    if (last != first) text += '-' + std::to_string(jobs[last]);
-  }
-  return text;
-}
-
 class Finder {
  public:
   Finder(const Find_Options& options, Console& console) : options_(options), console_(console) {}
@@ -99,7 +88,7 @@ class Finder {
 
   static std::string line(const std::string& path, const State& state) {
     const MTF::Job_Entry& entry = state.entry;
-    const std::string jobs = ranges(state.jobs);
+    const std::string jobs = ranges_text(state.jobs);
     std::string text =
         columns(jobs.size() > 60 ? jobs.substr(0, 57) + "..." : jobs,
                 is_file(entry) ? std::to_string(entry.seq) : "-", type_text(entry.type),

@@ -68,6 +68,7 @@ struct Rebuild_Options {
   Job_Options job;
   std::string tmp;       // empty for the default
   bool damaged = false;  // make damaged catalogs too
+  bool quiet = false;
 };
 
 struct Restore_Command_Options {

@@ -38,6 +38,9 @@ void add_mount(CLI::App& app, Command& chosen) {
       "restore lays it out. Before a file's first byte is given its checksums are compared, so\n"
       "reading a damaged one gives an I/O error, and a line here says why. The command stays in\n"
       "the foreground; Ctrl-C or 'umount DIR' ends it.\n"
+      "A user who isn't root needs fusermount3 (Debian's fuse3), the right to read and write\n"
+      "/dev/fuse and a DIR of his own, and ends it with 'fusermount3 -u DIR'; for --allow-other\n"
+      "/etc/fuse.conf must hold user_allow_other.\n"
       "Exit codes: 0 unmounted; 1 failed; 2 wrong use.");
   command->add_option("DIR", options->directory, "The directory to mount at")->required();
   add_storage(*command, options->storage);

@@ -369,8 +369,9 @@ int run_mount_session(const Mount_Options& options, Mounted_Jobs& jobs, Console&
   if (fuse_set_signal_handlers(session.get()) != 0) return exit_failed;
   bool done = fuse_session_mount(session.get(), directory.c_str()) == 0;
   if (done) {
+    const char* const command = platform::current_uid() == 0 ? "umount " : "fusermount3 -u ";
     console.line_now("mounted " + count_text(jobs.count(), "job") + " of '" + options.stem +
-                     "' at " + escape_name(directory) + "; Ctrl-C or 'umount " +
+                     "' at " + escape_name(directory) + "; Ctrl-C or '" + command +
                      escape_name(directory) + "' ends it");
     done = serve(session.get(), directory, console);
   } else {

@@ -5,6 +5,7 @@
 #include "agent/commands.h"
 #include "agent/exit_code.h"
 #include "agent/job_choice.h"
+#include "agent/read_progress.h"
 #include "agent/storage.h"
 #include "agent/storage_channel.h"
 #include "agent/text.h"
@@ -43,7 +44,10 @@ bool has_piece(IStorage& storage, const std::string& name) {
 class Rebuilder {
  public:
   Rebuilder(IStorage& storage, const Rebuild_Options& options, Console& console)
-      : storage_(storage), options_(options), console_(console) {}
+      : storage_(storage),
+        options_(options),
+        console_(console),
+        progress_(storage, console, !options.quiet) {}
 
   bool open(std::string& error) {
     if (!open_work_directory(storage_, options_.job.stem, options_.tmp, work_, error)) return false;
@@ -78,6 +82,7 @@ class Rebuilder {
   IStorage& storage_;
   const Rebuild_Options& options_;
   Console& console_;
+  Read_Progress progress_;
   Work_Directory work_;
   std::vector<MTF::Job_Pieces> jobs_;    // of the name, in rising order
   std::vector<MTF::Job_Pieces> wanted_;  // likewise
@@ -117,7 +122,8 @@ bool Rebuilder::choose(std::string& error) {
 void Rebuilder::look_at(const MTF::Job_Pieces& job, unsigned long long channel) {
   std::string catalog;
   MTF::cat_name(job.stem, job.seq, channel, catalog);
-  switch (MTF::catalog_state(storage_, job, channel)) {
+  progress_.begin(job.seq);
+  switch (MTF::catalog_state(progress_.store(), job, channel)) {
     case MTF::Catalog_State::sound:
       return;
     case MTF::Catalog_State::damaged:
@@ -137,7 +143,7 @@ bool Rebuilder::make(const MTF::Job_Pieces& job, unsigned long long channel,
   };
   MTF::Rebuild_Summary summary;
   std::string error;
-  if (!MTF::rebuild_catalog(storage_, job, channel, local, summary, on_fault, error) ||
+  if (!MTF::rebuild_catalog(progress_.store(), job, channel, local, summary, on_fault, error) ||
       !store(local, catalog, replace, error)) {
     note(exit_failed, "error: " + catalog + " can't be made: " + error);
     return false;
@@ -213,6 +219,7 @@ void add_rebuild(CLI::App& app, Command& chosen) {
           "The job, with those that it started from; all jobs of the name where it is left out");
   command->add_flag("--damaged", options->damaged,
                     "Also make catalogs that are damaged, in their place");
+  add_quiet(*command, options->quiet);
   command->add_option("--tmp", options->tmp, "The directory for working files")->type_name("DIR");
   command->callback([options, &chosen] {
     chosen = [options](Console& console) { return run_rebuild(*options, console); };

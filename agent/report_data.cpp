@@ -2,12 +2,9 @@
 
 #include <algorithm>
 
-#include "agent/job_choice.h"
-#include "mtf/reader/corrupt_count.h"
-#include "mtf/reader/job_metadata.h"
-#include "mtf/reader/job_time.h"
+#include "mtf/reader/corrupt_files.h"
 #include "mtf/reader/view_tree.h"
-#include "services/piece_name.h"
+#include "platform/native_path.h"
 #include "services/text.h"
 
 namespace agent {
@@ -16,7 +13,6 @@ namespace {
 using MTF::View_Tree;
 
 constexpr std::size_t longest_list = 20;
-constexpr std::size_t most_faults = 20;
 
 // What the size of an entry counts for: links have no content of their own.
 unsigned long long content_bytes(unsigned int type, unsigned long long size) {
@@ -118,36 +114,13 @@ void list_grown(const View_Tree& tree, const Sums& sums, const View_Tree& before
   out.grown = paths_of(tree, sums, grown);
 }
 
-Job_Facts facts_of(MTF::IPiece_Store& store, const MTF::Job_Pieces& job) {
-  Job_Facts facts;
-  facts.seq = job.seq;
-  facts.complete = job.complete;
-  if (!MTF::job_time(store, job, facts.time)) facts.time = 0;
-  std::string catalog;
-  MTF::Metadata_Record metadata;
-  MTF::cat_name(job.stem, job.seq, job.channels.front(), catalog);
-  if (MTF::stored_metadata(store, catalog, metadata)) {
-    const auto base = metadata.host.find(MTF::base_seq_key);
-    if (base != metadata.host.end()) {
-      facts.base = static_cast<unsigned int>(std::strtoul(base->second.c_str(), nullptr, 10));
+void list_corrupt(MTF::IPiece_Store& store, const MTF::Job_Pieces& job, Report_Job& out) {
+  if (out.corrupt == 0) return;
+  MTF::list_corrupt(store, job, [&](const std::string& path) {
+    if (out.corrupt_paths.size() < longest_list) {
+      out.corrupt_paths.push_back(platform::display_path(path));
     }
-  }
-  const auto take = [&facts](const MTF::Job_Entry& entry) {
-    if (entry.type == MTF::block_volb || entry.type == MTF::block_dirb) return;
-    const unsigned long long bytes = content_bytes(entry.type, entry.size);
-    ++facts.files;
-    facts.bytes += bytes;
-    facts.held_by[entry.seq] += bytes;
-    if (entry.seq != facts.seq) return;
-    ++facts.saved_files;
-    facts.saved_bytes += bytes;
-  };
-  const auto on_fault = [&facts](const MTF::Fault& fault) {
-    if (facts.faults.size() < most_faults) facts.faults.push_back(fault_text(fault));
-  };
-  MTF::list_job(store, job, take, on_fault);
-  facts.corrupt = MTF::corrupt_count(store, job);
-  return facts;
+  });
 }
 
 }  // namespace
@@ -160,7 +133,8 @@ bool gather_report(MTF::IPiece_Store& store, const std::string& stem, unsigned i
   const MTF::Job_Pieces* chosen = nullptr;
   const MTF::Job_Pieces* before = nullptr;
   for (const MTF::Job_Pieces& job : jobs) {
-    out.jobs.push_back(facts_of(store, job));
+    out.jobs.push_back({facts_of(store, job), MTF::corrupt_count(store, job), {}});
+    list_corrupt(store, job, out.jobs.back());
     if (seq == 0 ? !job.complete : job.seq > seq) continue;
     if (chosen != nullptr && chosen->complete) before = chosen;
     chosen = &job;

@@ -61,7 +61,7 @@ std::string time_text(const Job_Facts& job) {
   return job.time == 0 ? "no date" : date_text(job.time) + " UTC";
 }
 
-std::string kind_text(const Job_Facts& job) {
+std::string title_text(const Job_Facts& job) {
   const std::string text = job.base == 0 ? "full" : "from job " + std::to_string(job.base);
   return job.complete ? text : text + ", not complete";
 }
@@ -156,7 +156,7 @@ void add_chain(Node body, const Report_Data& data) {
     Node line = add(row, "div", {}, "line");
     add(line, "b", "Job " + std::to_string(job.seq));
     add(line, "span", time_text(job).substr(0, minute_length));
-    add(line, "span", kind_text(job), "quiet");
+    add(line, "span", title_text(job), "quiet");
     add_bar(row, job, widest);
     add(row, "div",
         "saved " + size_text(job.saved_bytes) + " of " + size_text(job.bytes) + "; " +
@@ -215,11 +215,22 @@ void add_list(Node body, const std::string& title, const std::string& hint,
   }
 }
 
+void add_corrupt(Node section, const Report_Job& job) {
+  if (job.corrupt_paths.empty()) return;
+  Node list = add(section, "ul");
+  for (const std::string& path : job.corrupt_paths) {
+    add(add(list, "li"), "bdi", escape_name(path), "path");
+  }
+  if (job.corrupt > job.corrupt_paths.size()) {
+    add(list, "li", "and " + number_text(job.corrupt - job.corrupt_paths.size()) + " more");
+  }
+}
+
 void add_faults(Node body, const Report_Data& data) {
   Node section = add(body, "section");
   add(section, "h2", "Skipped, corrupt, damaged");
   bool any = false;
-  for (const Job_Facts& job : data.jobs) {
+  for (const Report_Job& job : data.jobs) {
     const std::string name = "Job " + std::to_string(job.seq) + ": ";
     std::vector<std::string> lines = job.faults;
     if (!job.complete) lines.insert(lines.begin(), "pieces of it are missing");
@@ -228,6 +239,7 @@ void add_faults(Node body, const Report_Data& data) {
                                       " went bad while being read and stayed out of the catalog");
     }
     for (const std::string& line : lines) add(section, "p", name + line, "fault");
+    add_corrupt(section, job);
     any = any || !lines.empty();
   }
   if (!any) add(section, "p", "The catalogs are whole, and no file went bad while it was saved.");

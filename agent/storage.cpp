@@ -32,6 +32,16 @@ std::unique_ptr<IStorage> make_storage(const std::string& text, std::string& err
   return nullptr;
 }
 
+bool find_sizes(IStorage& storage, Job_Sizes& sizes, std::string& error) {
+  std::vector<Stored_Piece> pieces;
+  if (!storage.list(pieces, error)) return false;
+  for (const Stored_Piece& each : pieces) {
+    MTF::Piece_Name piece;
+    if (MTF::parse_piece_name(each.name, piece)) sizes[{piece.stem, piece.seq}] += each.size;
+  }
+  return true;
+}
+
 bool newest_seq(IStorage& storage, const std::string& stem, unsigned int& seq, std::string& error) {
   std::vector<std::string> names;
   seq = 0;

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "mtf/reader/piece_store.h"
@@ -69,6 +71,11 @@ class IStorage : public MTF::IPiece_Store {
   // failure.
   virtual std::unique_ptr<IPiece_Sink> create(const std::string& name, std::string& error) = 0;
 
+  // Opens a finished piece for reading, whether or not it has its name yet: from where it is kept,
+  // not from what this machine remembers of it, as far as that can be had. Null on failure.
+  virtual std::unique_ptr<MTF::IRandom_Reader> reopen(const std::string& name,
+                                                      std::string& error) = 0;
+
   // Gives the finished pieces of a job their names, in this order, and returns when that will last.
   // Until then a job that is killed leaves nothing that passes for whole. After a failure any of
   // them may have its name.
@@ -84,6 +91,10 @@ class IStorage : public MTF::IPiece_Store {
 // The storage that `text`, the value of --storage, stands for; nothing is looked at yet. Null, with
 // a line for the user, if it can't stand for one.
 std::unique_ptr<IStorage> make_storage(const std::string& text, std::string& error);
+
+// Bytes of all pieces of each job, by its stem and number.
+using Job_Sizes = std::map<std::pair<std::string, unsigned int>, unsigned long long>;
+bool find_sizes(IStorage& storage, Job_Sizes& sizes, std::string& error);
 
 // The highest sequence number of a job of `stem`; 0 if there is none.
 bool newest_seq(IStorage& storage, const std::string& stem, unsigned int& seq, std::string& error);

@@ -1,6 +1,7 @@
 #include "agent/text.h"
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <system_error>
 
@@ -70,6 +71,10 @@ std::string date_text(long long seconds_since_1970) {
   return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) != 0 ? text : "-";
 }
 
+std::string minute_text(long long seconds_since_1970) {
+  return date_text(seconds_since_1970).substr(0, std::strlen("YYYY-MM-DD hh:mm"));
+}
+
 std::string duration_text(double seconds) {
   const auto whole = static_cast<unsigned long long>(seconds);
   char text[40];
@@ -104,6 +109,16 @@ std::string count_text(unsigned long long count, const char* noun) {
 std::string grouped_text(unsigned long long count) {
   std::string text = std::to_string(count);
   for (std::size_t at = text.size(); at > 3;) text.insert(at -= 3, 1, ',');
+  return text;
+}
+
+std::string ranges_text(const std::vector<unsigned int>& numbers) {
+  std::string text;
+  for (std::size_t first = 0, last; first < numbers.size(); first = last + 1) {
+    for (last = first; last + 1 < numbers.size() && numbers[last + 1] == numbers[last] + 1;) ++last;
+    text += (text.empty() ? "" : ",") + std::to_string(numbers[first]);
+    if (last != first) text += '-' + std::to_string(numbers[last]);
+  }
   return text;
 }
 

@@ -15,6 +15,9 @@ std::string size_text(unsigned long long bytes);
 // "2026-03-09 17:05:00" in UTC; "-" for 0, which stands for no date.
 std::string date_text(long long seconds_since_1970);
 
+// The same to the minute: "2026-03-09 17:05".
+std::string minute_text(long long seconds_since_1970);
+
 // "1:02:03" or "2:03".
 std::string duration_text(double seconds);
 
@@ -33,6 +36,9 @@ std::string count_text(unsigned long long count, const char* noun);
 
 // "1,234".
 std::string grouped_text(unsigned long long count);
+
+// Rising numbers as "1-3,5".
+std::string ranges_text(const std::vector<unsigned int>& numbers);
 
 // "1 directory", "2 directories".
 std::string directories_text(unsigned long long count);

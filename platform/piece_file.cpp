@@ -1,5 +1,6 @@
 #include "platform/piece_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -62,6 +63,10 @@ long long Piece_File::read_at(unsigned long long offset, char* data, std::size_t
     done += static_cast<std::size_t>(count);
   }
   return static_cast<long long>(done);
+}
+
+void Piece_File::forget_cached() {
+  ::posix_fadvise(fd_, 0, 0, POSIX_FADV_DONTNEED);
 }
 
 long long Piece_File::size() const {

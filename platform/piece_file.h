@@ -33,6 +33,10 @@ class Piece_File {
   // Bytes in the piece; -1 on failure.
   long long size() const;
 
+  // Lets the system forget what it remembers of the piece, as far as that is on the disk: reading
+  // it then asks the disk.
+  void forget_cached();
+
   bool is_open() const { return fd_ >= 0; }
 
  private:

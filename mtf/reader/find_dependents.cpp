@@ -14,8 +14,7 @@ bool catalog_needs(IPiece_Store& store, const Job_Pieces& job, unsigned long lon
   cat_name(job.stem, job.seq, channel, catalog);
   Metadata_Record metadata;
   if (!stored_metadata(store, catalog, metadata)) return true;
-  const auto base = metadata.host.find(base_seq_key);
-  if (base != metadata.host.end() && base->second == std::to_string(seq)) return true;
+  if (stored_base(metadata, job.seq) == seq) return true;
   bool needs = false;
   const bool sound = walk_seqs(store, job, channel, [&](unsigned int needed) {
     needs = needed == seq;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <sstream>
 
 #include "mtf/reader/block_loader.h"
 #include "mtf/reader/catalog_walker.h"
@@ -13,7 +14,8 @@ namespace {
 
 constexpr std::size_t most_metadata = 0x100000;
 constexpr unsigned long long most_channels = 0x10000;
-constexpr unsigned int farthest_set = 16;  // physical blocks in front of the set, at most
+constexpr unsigned int farthest_set = 16;       // physical blocks in front of the set, at most
+constexpr unsigned int set_incremental = 0x10;  // of the SSET attributes
 
 // The number of channels as the metadata of a catalog gives it; 0 for a job of one channel.
 std::optional<unsigned long long> stored_channels(IPiece_Store& store, const std::string& catalog) {
@@ -42,28 +44,36 @@ bool catalog_text(IPiece_Store& store, const std::string& catalog, std::string& 
   return copy_text(window, walker.metadata_position(), walker.metadata_length(), text);
 }
 
-// It stands behind the SSET block, and that behind the TAPE block and a filemark.
+// The SSET block of a media, which stands behind the TAPE block and a filemark. Its bytes go to
+// `bytes`.
+bool find_set(Piece_Window& window, std::string& bytes, Media_Block& block) {
+  Media_Geometry geometry;
+  if (load_block(window, 0, bytes, block) && block.view.header.type == block_tape) {
+    read_geometry(block.view, geometry);
+  }
+  for (unsigned int pba = 1; pba <= farthest_set; ++pba) {
+    if (load_block(window, pba * geometry.physical, bytes, block) &&
+        block.view.header.type == block_sset) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// It stands behind the SSET block.
 bool media_text(IPiece_Store& store, const std::string& media, std::string& text) {
   std::string error, bytes;
   const std::unique_ptr<IRandom_Reader> reader = store.open(media, error);
   if (reader == nullptr) return false;
   Piece_Window window(*reader, Piece_Window::look_capacity);
-  Media_Geometry geometry;
   Media_Block block;
-  if (load_block(window, 0, bytes, block) && block.view.header.type == block_tape) {
-    read_geometry(block.view, geometry);
-  }
-  for (unsigned int pba = 1; pba <= farthest_set; ++pba) {
-    if (!load_block(window, pba * geometry.physical, bytes, block)) continue;
-    if (block.view.header.type != block_sset) continue;
-    const unsigned long long position = block.position + block.view.bytes.size();
-    const char* data = window.view(position, stream_header_size);
-    if (data == nullptr) return false;
-    const Stream_Header header = read_stream_header(data);
-    return header.intact && header.id == stream_meta &&
-           copy_text(window, position + stream_header_size, header.length, text);
-  }
-  return false;
+  if (!find_set(window, bytes, block)) return false;
+  const unsigned long long position = block.position + block.view.bytes.size();
+  const char* data = window.view(position, stream_header_size);
+  if (data == nullptr) return false;
+  const Stream_Header header = read_stream_header(data);
+  return header.intact && header.id == stream_meta &&
+         copy_text(window, position + stream_header_size, header.length, text);
 }
 
 }  // namespace
@@ -71,6 +81,13 @@ bool media_text(IPiece_Store& store, const std::string& media, std::string& text
 bool stored_metadata(IPiece_Store& store, const std::string& catalog, Metadata_Record& out) {
   std::string text;
   return catalog_text(store, catalog, text) && read_metadata(text, out);
+}
+
+unsigned int stored_base(const Metadata_Record& record, unsigned int seq) {
+  const auto found = record.host.find(base_seq_key);
+  unsigned int base = 0;
+  if (found != record.host.end()) std::istringstream(found->second) >> base;
+  return base < seq ? base : 0;
 }
 
 bool find_metadata(IPiece_Store& store, const Job_Pieces& job, unsigned long long channel,
@@ -86,6 +103,20 @@ bool find_metadata(IPiece_Store& store, const Job_Pieces& job, unsigned long lon
         (catalog_text(store, catalog, text) && read_metadata(text, record))) {
       return true;
     }
+  }
+  return false;
+}
+
+bool media_says_full(IPiece_Store& store, const Job_Pieces& job) {
+  for (const unsigned long long channel : job.channels) {
+    std::string media, error, bytes;
+    mtf_name(job.stem, job.seq, channel, media);
+    const std::unique_ptr<IRandom_Reader> reader = store.open(media, error);
+    if (reader == nullptr) continue;
+    Piece_Window window(*reader, Piece_Window::look_capacity);
+    Media_Block block;
+    if (!find_set(window, bytes, block)) continue;
+    return (block.view.get<unsigned int>(sset_at::sset_attributes) & set_incremental) == 0;
   }
   return false;
 }

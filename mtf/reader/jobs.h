@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -79,6 +80,24 @@ class Link_Targets {
   struct Medias;
   std::unique_ptr<Medias> medias_;
 };
+
+// What a job holds, as its catalogs tell.
+struct Job_Contents {
+  bool incremental = false;  // it can take files from earlier jobs, as far as anything tells
+  unsigned int base = 0;  // the job that it started from; 0 for a full one, or if nothing tells it
+  // Files, links and devices of the whole tree, and bytes of content, of which links have none.
+  unsigned long long files = 0, bytes = 0;
+  // What of it the job saved itself.
+  unsigned long long saved_files = 0, saved_bytes = 0;
+  // The jobs whose medias hold what the catalogs list, with the bytes of content on each: a restore
+  // needs all of them.
+  std::map<unsigned int, unsigned long long> held_by;
+};
+
+// Reads the catalogs of `job` once. False if a fault kept anything from being read; `out` then has
+// the rest. `on_fault` may be empty.
+bool read_contents(IPiece_Store& store, const Job_Pieces& job, Job_Contents& out,
+                   const Fault_Sink& on_fault);
 
 // The later jobs of the same name that can't do without `job`: they took files from it, or started
 // from it, or can't be read well enough to tell. In rising order; false, with `error` set, if the

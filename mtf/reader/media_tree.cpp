@@ -27,6 +27,7 @@ class Media_Tree::Channel : private IObject_Listener {
   }
 
   void walk();
+  void walk_corrupt();
   void list();
 
  private:
@@ -36,7 +37,8 @@ class Media_Tree::Channel : private IObject_Listener {
   void walk_blocks();
   void give_lost(unsigned long long address);
   void find_directory(const Found_Object& object);
-  bool give(const Tree_Item& item, unsigned long long address, unsigned long long position);
+  bool give(const Tree_Item& item, unsigned long long address, unsigned long long position,
+            bool corrupt = false);
 
   IRandom_Reader& media_;
   const Job_Pieces& job_;
@@ -47,6 +49,7 @@ class Media_Tree::Channel : private IObject_Listener {
   Piece_Window window_;
   Media_Catalog_Cursor catalog_;
   std::optional<FDD_View> next_;  // of the media's catalog, where that is whole
+  bool corrupt_ = false;          // give only what is
   bool gap_ = false;              // the next object comes behind damage
   // The number of the directory that the next file lies in; none behind one of which only the name
   // is known.
@@ -56,6 +59,11 @@ class Media_Tree::Channel : private IObject_Listener {
 void Media_Tree::Channel::walk() {
   FDD_View first;
   if (catalog_.open(job_.seq) && catalog_.next(first)) next_ = first;
+  walk_blocks();
+}
+
+void Media_Tree::Channel::walk_corrupt() {
+  corrupt_ = true;
   walk_blocks();
 }
 
@@ -82,13 +90,13 @@ void Media_Tree::Channel::on_object(const Found_Object& object) {
   give_lost(header.format_logical_address);
   gap_ = false;
   find_directory(object);
-  if (object.corrupt) return;
+  if (object.corrupt && !corrupt_) return;
   const std::string_view date = header.type == block_volb
                                     ? std::string_view()
                                     : object.view.date(file_at::last_modification_date);
   if (!give({header.type, header.string_type, header.displayable_size, date, object.name},
-            header.format_logical_address, object.position) ||
-      object.end != 0) {
+            header.format_logical_address, object.position, object.corrupt) ||
+      object.end != 0 || corrupt_) {
     return;
   }
   on_fault_(object.position, "the content of '" + object.name + "' is damaged or cut off");
@@ -126,7 +134,7 @@ void Media_Tree::Channel::find_directory(const Found_Object& object) {
 }
 
 bool Media_Tree::Channel::give(const Tree_Item& item, unsigned long long address,
-                               unsigned long long position) {
+                               unsigned long long position, bool corrupt) {
   Tree_Entry out;
   if (!place_.find(item, out.entry)) {
     on_fault_(position, "entry has no place in the tree");
@@ -138,12 +146,16 @@ bool Media_Tree::Channel::give(const Tree_Item& item, unsigned long long address
   out.entry.channel = number_;
   out.entry.address = address;
   out.name = item.name;
-  on_entry_(out);
+  if (corrupt == corrupt_) on_entry_(out);
   return true;
 }
 
 bool Media_Tree::walk(const std::function<void(const Tree_Entry&)>& on_entry) {
   return each_channel(on_entry, &Channel::walk);
+}
+
+bool Media_Tree::walk_corrupt(const std::function<void(const Tree_Entry&)>& on_entry) {
+  return each_channel(on_entry, &Channel::walk_corrupt);
 }
 
 bool Media_Tree::list(const std::function<void(const Tree_Entry&)>& on_entry) {

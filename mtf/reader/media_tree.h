@@ -19,8 +19,11 @@ class Media_Tree {
   // False if a fault kept anything from being read. Reads no content.
   bool walk(const std::function<void(const Tree_Entry&)>& on_entry);
 
-  // The same from the catalogs of the medias, without a look at the blocks. A media whose catalog
-  // isn't whole is walked.
+  // Gives the files that the job marked as corrupt, and nothing else.
+  bool walk_corrupt(const std::function<void(const Tree_Entry&)>& on_entry);
+
+  // The same as walk() from the catalogs of the medias, without a look at the blocks. A media whose
+  // catalog isn't whole is walked.
   bool list(const std::function<void(const Tree_Entry&)>& on_entry);
 
  private:

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <sstream>
 
 #include "mtf/reader/block_loader.h"
 #include "mtf/reader/catalog_seqs.h"
@@ -194,10 +193,7 @@ unsigned int base_of(IPiece_Store& store, const Job_Pieces& job) {
       !read_metadata(text, record)) {
     return 0;
   }
-  const auto base = record.host.find(base_seq_key);
-  unsigned int seq = 0;
-  if (base != record.host.end()) std::istringstream(base->second) >> seq;
-  return seq < job.seq ? seq : 0;
+  return stored_base(record, job.seq);
 }
 
 bool rebuild_catalog(IPiece_Store& store, const Job_Pieces& job, unsigned long long channel,

@@ -150,24 +150,6 @@ TEST_F(Chain, RefusesABaseThatItCanNotUse) {
   EXPECT_EQ(pieces().size(), 3U);
 }
 
-// Wherever the catalog of the base is damaged, the storage stays as it was and the user reads
-// where.
-TEST_F(Chain, LeavesTheStorageAsItWasWhenTheBaseIsDamaged) {
-  for (int i = 0; i < 50; ++i) write_file(source("/f" + std::to_string(i)), "content");
-  ASSERT_EQ(save().code, 0);
-  const Arguments before = pieces();
-  const std::string sound = read_file(storage("demo.1.0.cat"));
-  for (const std::size_t at :
-       {std::size_t{10}, std::size_t{100}, sound.find("FILE") + 20, sound.size() - 20}) {
-    write_file(storage("demo.1.0.cat"), sound);
-    damage("demo.1.0.cat", at);
-    const Output output = save({}, "incremental");
-    EXPECT_EQ(output.code, 1) << at;
-    EXPECT_NE(output.err.find("Earlier catalog can't be used, "), std::string::npos) << output.err;
-    EXPECT_EQ(pieces(), before);
-  }
-}
-
 TEST_F(Chain, KeepsTheJobsThatLaterOnesNeed) {
   write_file(source("/a"), "content");
   const Arguments jobs[] = {full(), full({}, "incremental"), full({"--base", "1"}, "incremental"),

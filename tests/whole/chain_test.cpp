@@ -58,22 +58,28 @@ TEST_F(Broken_Chain, AJobThatTheBaseNeedsLacksAPiece) {
   EXPECT_EQ(save_next({"--channels", "2"}).code, 0);
 }
 
-// Not its working copy, of which nothing stays.
+// Not its working copy, of which nothing stays. Wherever the damage is, the storage is as it was.
 TEST_F(Broken_Chain, TheDamagedPieceIsNamed) {
   make_chain({});
   const std::string sound = read_file(storage("demo.2.0.cat"));
-  std::string broken = sound;
-  broken[10] = static_cast<char>(broken[10] ^ 1);
-  write_file(storage("demo.2.0.cat"), broken);
-  EXPECT_EQ(lines_of(save_next().err).front(),
-            "error: Earlier catalog can't be used, demo.2.0.cat:0: the summary is damaged");
-  broken = sound;
-  const std::size_t place = broken.find("FILE");
-  broken[place + 20] = static_cast<char>(broken[place + 20] ^ 1);
-  write_file(storage("demo.2.0.cat"), broken);
-  EXPECT_EQ(lines_of(save_next().err).front(),
-            "error: Earlier catalog can't be used, demo.2.0.cat:" + std::to_string(place - 2) +
-                ": a record is damaged");
+  const std::size_t file = sound.find("FILE");
+  const Arguments before = pieces();
+  const std::pair<std::size_t, std::string> cases[] = {
+      {10, ":0: the summary is damaged"},
+      {100, ""},
+      {file + 20, ':' + std::to_string(file - 2) + ": a record is damaged"},
+      {sound.size() - 20, ""}};
+  for (const auto& [at, told] : cases) {
+    std::string broken = sound;
+    broken[at] = static_cast<char>(broken[at] ^ 1);
+    write_file(storage("demo.2.0.cat"), broken);
+    const std::string line = "error: Earlier catalog can't be used, demo.2.0.cat:";
+    const Output output = save_next();
+    EXPECT_EQ(output.code, 1);
+    EXPECT_EQ(output.err.find(told.empty() ? line : line.substr(0, line.size() - 1) + told), 0U)
+        << output.err;
+    EXPECT_EQ(pieces(), before);
+  }
 }
 
 }  // namespace

@@ -1,8 +1,9 @@
-#include "mtf/reader/corrupt_count.h"
+#include "mtf/reader/corrupt_files.h"
 
 #include <memory>
 
 #include "mtf/reader/media_catalog_place.h"
+#include "mtf/reader/media_tree.h"
 #include "services/piece_name.h"
 
 namespace MTF {
@@ -19,6 +20,14 @@ unsigned long long corrupt_count(IPiece_Store& store, const Job_Pieces& job) {
     if (Media_Catalog_Finder(window).corrupt_files(count)) sum += count;
   }
   return sum;
+}
+
+void list_corrupt(IPiece_Store& store, const Job_Pieces& job,
+                  const std::function<void(const std::string& path)>& on_path) {
+  const Fault_Sink ignore;
+  Media_Tree(store, job, ignore).walk_corrupt([&](const Tree_Entry& item) {
+    on_path(item.entry.path);
+  });
 }
 
 }  // namespace MTF
