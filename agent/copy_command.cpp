@@ -26,13 +26,13 @@ struct Copy_Options {
   bool quiet = false;
 };
 
-std::atomic<bool> stop_asked{false};
+std::atomic<bool> copy_stop_asked{false};
 
 class Copy {
  public:
   Copy(IStorage& from, IStorage& to, const Copy_Options& options, Console& console)
       : from_(from), to_(to), options_(options), console_(console), copier_(from, to, [] {
-          return !stop_asked.load();
+          return !copy_stop_asked.load();
         }) {}
 
   int run() {
@@ -177,8 +177,8 @@ int run_copy(const Copy_Options& options, Console& console) {
     return exit_usage;
   }
   const platform::Private_Files private_files;
-  stop_asked = false;
-  platform::watch_stop_signals([](int) { stop_asked = true; });
+  copy_stop_asked = false;
+  platform::watch_stop_signals([](int) { copy_stop_asked = true; });
   const bool opened = open(*from, *to, options, error);
   for (const IStorage* each : {from.get(), to.get()}) {
     if (!each->cleared().empty()) console.note(cleared_text(each->cleared()));
