@@ -1,6 +1,7 @@
 #include "agent/status_line.h"
 
-#include <system_error>
+#include <exception>
+#include <new>
 #include <utility>
 
 #include "platform/terminal.h"
@@ -21,8 +22,8 @@ Status_Line::Status_Line(Console& console, Text text)
       next_line_(start_ + line_interval) {
   try {
     thread_ = std::thread([this] { run(); });
-  } catch (const std::system_error&) {
-    // A machine without a thread to spare can do without the line.
+  } catch (const std::exception&) {
+    // A machine without a thread or memory to spare can do without the line.
   }
 }
 
@@ -38,7 +39,13 @@ Status_Line::~Status_Line() {
 
 void Status_Line::run() {
   std::unique_lock<std::mutex> lock(mutex_);
-  while (!wake_.wait_for(lock, tick, [this] { return stop_; })) show();
+  while (!wake_.wait_for(lock, tick, [this] { return stop_; })) {
+    try {
+      show();
+    } catch (const std::bad_alloc&) {
+      // The next tick shows it.
+    }
+  }
 }
 
 void Status_Line::show() {

@@ -116,6 +116,7 @@ TEST_F(Keeping, VerifyAllNamesTheBadOnes) {
   }
   EXPECT_EQ(states, "  damaged  sound  incomplete  sound  sound") << verified.out;
   EXPECT_EQ(lines.front().substr(0, 13), "demo.1.0.mtf:") << verified.out;
+  EXPECT_EQ(lines.back(), "5 jobs of 'demo', 2 not sound");
 }
 
 TEST_F(Keeping, CopiesAreTheSameBytes) {

@@ -1,4 +1,7 @@
 // Catalogs that are lost and made again.
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <filesystem>
 
 #include "tests/support/agent_run.h"
@@ -88,6 +91,25 @@ TEST_F(Rebuilding, EachPieceOfAChainInTurn) {
     platform::remove_tree(dir_ / "storage");
     platform::remove_tree(source());
   }
+}
+
+// No media marks the first of several names: the content comes back under each of them.
+TEST_F(Rebuilding, LinksAndDevices) {
+  write_file(source("/file"), "content");
+  fs::create_hard_link(source("/file"), source("/name"));
+  fs::create_symlink("nowhere", source("/link"));
+  ASSERT_EQ(::mkfifo(source("/pipe").c_str(), 0600), 0);
+  if (is_root()) ::mknod(source("/device").c_str(), S_IFCHR | 0640, makedev(1, 3));
+  ASSERT_EQ(save().code, 0);
+  touch_and_save("/new", {"--channels", "1"});
+  for (const char* piece : {"demo.1.0.cat", "demo.2.0.cat"}) fs::remove(storage(piece));
+  EXPECT_EQ(rebuild().code, 0);
+  for (const char* seq : {"1", "2"}) expect_verified({"--seq", seq});
+  EXPECT_EQ(restore("to").code, 0);
+  Snapshot found = snapshot(back());
+  EXPECT_EQ(read_file(back("/name")), "content");
+  for (Snapshot* each : {&before_, &found}) each->erase("/name");
+  EXPECT_EQ(difference(before_, found), "");
 }
 
 TEST_F(Rebuilding, ADamagedCatalogGoesOnlyIfItIsAskedFor) {
