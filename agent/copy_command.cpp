@@ -31,9 +31,10 @@ std::atomic<bool> copy_stop_asked{false};
 class Copy {
  public:
   Copy(IStorage& from, IStorage& to, const Copy_Options& options, Console& console)
-      : from_(from), to_(to), options_(options), console_(console), copier_(from, to, [] {
-          return !copy_stop_asked.load();
-        }) {}
+      : from_(from),
+        options_(options),
+        console_(console),
+        copier_(from, to, [] { return !copy_stop_asked.load(); }) {}
 
   int run() {
     std::string error;
@@ -137,7 +138,6 @@ class Copy {
   }
 
   IStorage& from_;
-  IStorage& to_;
   const Copy_Options& options_;
   Console& console_;
   Job_Copier copier_;
