@@ -209,8 +209,9 @@ void add_rebuild(CLI::App& app, Command& chosen) {
       "The media of an incremental job holds all directories and what changed, but not what\n"
       "didn't: this comes from the catalog of the job that it started from, which is made again\n"
       "first if need be. So a file that was deleted in between is listed too: nobody knows any\n"
-      "more that it was. A line counts the files of directories that changed. A further name of\n"
-      "a hard-linked file is saved anew by the next incremental job, unless the job is plain.\n"
+      "more that it was. A line counts the files of directories that changed. Unless the job is\n"
+      "plain, the first name and the further ones of a hard-linked file come back from such a\n"
+      "catalog as two files; the next incremental job saves them anew.\n"
       "Exit codes: 0 done; 1 a catalog could not be made; 2 wrong use; 3 done, but something was\n"
       "damaged, or the job that an incremental one started from is gone.");
   add_storage(*command, options->job.storage);
