@@ -17,6 +17,7 @@ namespace {
 
 constexpr long long ticks_per_second = 10000000;
 constexpr long long seconds_1601_to_1970 = 11644473600LL;
+constexpr unsigned int every_field = STATX_BASIC_STATS | STATX_BTIME;
 
 thread_local int last_error = 0;
 
@@ -61,6 +62,18 @@ unsigned int attributes(const struct statx& st, const std::string& native) {
   return bits | FILE_ATTRIBUTE_ARCHIVE;
 }
 
+void fill(const struct statx& st, const std::string& native, WIN32_FILE_ATTRIBUTE_DATA& out) {
+  const long long modified = ticks(st.stx_mtime);
+  const long long born =
+      st.stx_mask & STATX_BTIME ? ticks(st.stx_btime) : std::min(modified, ticks(st.stx_ctime));
+  out.dwFileAttributes = attributes(st, native);
+  out.ftCreationTime = file_time(born);
+  out.ftLastAccessTime = file_time(ticks(st.stx_atime));
+  out.ftLastWriteTime = file_time(modified);
+  out.nFileSizeHigh = static_cast<unsigned int>(st.stx_size >> 32);
+  out.nFileSizeLow = static_cast<unsigned int>(st.stx_size);
+}
+
 }  // namespace
 
 bool GetFileAttributesExW(const wchar_t* path, int level, void* data) {
@@ -70,18 +83,28 @@ bool GetFileAttributesExW(const wchar_t* path, int level, void* data) {
   }
   struct statx st;
   std::string native;
-  if (!query(path, STATX_BASIC_STATS | STATX_BTIME, st, native)) return false;
-  const long long modified = ticks(st.stx_mtime);
-  const long long born =
-      st.stx_mask & STATX_BTIME ? ticks(st.stx_btime) : std::min(modified, ticks(st.stx_ctime));
-  auto& out = *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
-  out.dwFileAttributes = attributes(st, native);
-  out.ftCreationTime = file_time(born);
-  out.ftLastAccessTime = file_time(ticks(st.stx_atime));
-  out.ftLastWriteTime = file_time(modified);
-  out.nFileSizeHigh = static_cast<unsigned int>(st.stx_size >> 32);
-  out.nFileSizeLow = static_cast<unsigned int>(st.stx_size);
+  if (!query(path, every_field, st, native)) return false;
+  fill(st, native, *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data));
   return true;
+}
+
+bool enter_directory(const wchar_t* path, WIN32_FILE_ATTRIBUTE_DATA& data) {
+  struct statx st;
+  std::string native;
+  if (!native_path(from_utf16(path), native)) return false;
+  const int fd = enter_source_directory(native);
+  if (fd < 0 || ::statx(fd, "", AT_EMPTY_PATH, every_field, &st) != 0) return false;
+  fill(st, native, data);
+  return true;
+}
+
+int examine(int fd, const std::string& native, File_Facts& out) {
+  struct statx st;
+  if (::statx(fd, "", AT_EMPTY_PATH, every_field, &st) != 0) return errno;
+  convert_stat(st, out.stat);
+  fill(st, native, out.data);
+  out.allocated = static_cast<long long>(st.stx_blocks * S_BLKSIZE);
+  return 0;
 }
 
 unsigned long GetLastError() {

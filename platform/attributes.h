@@ -1,6 +1,10 @@
 // File attributes in the shape of Windows, which the format's blocks are filled from.
 #pragma once
 
+#include <string>
+
+#include "platform/stat.h"
+
 namespace platform {
 
 // Steps of 100 nanoseconds since 1601.
@@ -31,6 +35,21 @@ constexpr unsigned int FILE_ATTRIBUTE_SPARSE_FILE = 0x200;  // less allocated th
 // one. False on failure, or for a level other than GetFileExInfoStandard; GetLastError() and errno
 // tell why.
 bool GetFileAttributesExW(const wchar_t* path, int level, void* data);
+
+// The attributes of the directory at a system path. Below a source the directory is opened for it
+// and stays the thread's own (source_path.h), so that what lies in it needs no other open. False,
+// and `data` untouched, for what can't be opened like this.
+bool enter_directory(const wchar_t* path, WIN32_FILE_ATTRIBUTE_DATA& data);
+
+// All that one look at a file tells.
+struct File_Facts {
+  _stat64 stat;
+  WIN32_FILE_ATTRIBUTE_DATA data = {};
+  long long allocated = 0;  // bytes on its disk
+};
+
+// Looks at an open file, whose native path gives its name. Returns 0 or the errno.
+int examine(int fd, const std::string& native, File_Facts& out);
 
 // The Windows number of this thread's last failure in this file.
 unsigned long GetLastError();

@@ -27,6 +27,7 @@ class File_Records : public Record_Source {
   bool open(const std::string& system_path) override;
   long long read(char* data, std::size_t size) override;
   int last_error() const override { return last_error_; }
+  const File_Facts* facts() const override { return &facts_; }
 
  private:
   enum class Next { security, attributes, data, extent, nothing };
@@ -42,7 +43,7 @@ class File_Records : public Record_Source {
   void close();
 
   int fd_ = -1;
-  struct stat stat_ = {};
+  File_Facts facts_;
   Next next_ = Next::nothing;
   std::string pending_;  // bytes of the record that come from memory
   std::size_t taken_ = 0;
@@ -74,8 +75,9 @@ bool File_Records::open(const std::string& system_path) {
 }
 
 int File_Records::look(bool directory) {
-  if (::fstat(fd_, &stat_) != 0) return errno;
-  if (directory ? !S_ISDIR(stat_.st_mode) : !S_ISREG(stat_.st_mode)) return EINVAL;
+  const int error = examine(fd_, native_, facts_);
+  if (error != 0) return error;
+  if (directory ? !S_ISDIR(facts_.stat.st_mode) : !S_ISREG(facts_.stat.st_mode)) return EINVAL;
   next_ = Next::security;
   return 0;
 }
@@ -133,7 +135,9 @@ bool File_Records::next_record() {
 
 void File_Records::begin_security() {
   start_record({BACKUP_SECURITY_DATA, 0, 0, 0});
-  append_security_descriptor(stat_.st_uid, stat_.st_gid, stat_.st_mode, pending_);
+  append_security_descriptor(static_cast<unsigned int>(facts_.stat.st_uid),
+                             static_cast<unsigned int>(facts_.stat.st_gid), facts_.stat.st_mode,
+                             pending_);
   set_size_from_memory();
   next_ = Next::attributes;
 }
@@ -143,7 +147,7 @@ void File_Records::begin_attributes() {
   attributes_.append(fd_, pending_);
   if (pending_.size() == stream_id_size) pending_.clear();
   set_size_from_memory();
-  next_ = S_ISREG(stat_.st_mode) ? Next::data : Next::nothing;
+  next_ = S_ISREG(facts_.stat.st_mode) ? Next::data : Next::nothing;
 }
 
 // Gives the record that was just made the size of the data behind its head.
@@ -155,27 +159,27 @@ void File_Records::set_size_from_memory() {
 }
 
 void File_Records::begin_data() {
-  const bool sparse = has_hole(fd_, stat_.st_size);
+  const bool sparse = has_hole(fd_, facts_.stat.st_size);
   if (sparse) {
     start_record({BACKUP_DATA, STREAM_SPARSE_ATTRIBUTE, 0, 0});
     extent_ = {0, 0};
     next_ = Next::extent;
     return;
   }
-  start_record({BACKUP_DATA, 0, static_cast<unsigned long long>(stat_.st_size), 0});
-  extent_ = {0, stat_.st_size};
+  start_record({BACKUP_DATA, 0, static_cast<unsigned long long>(facts_.stat.st_size), 0});
+  extent_ = {0, facts_.stat.st_size};
   next_ = Next::nothing;
 }
 
 bool File_Records::begin_extent() {
   Data_Extent found;
-  if (!next_extent(fd_, extent_.offset, stat_.st_size, found)) return false;
+  if (!next_extent(fd_, extent_.offset, facts_.stat.st_size, found)) return false;
   const unsigned long long size =
       sizeof(unsigned long long) + static_cast<unsigned long long>(found.size);
   start_record({BACKUP_SPARSE_BLOCK, 0, size, 0});
   append_little_endian(pending_, static_cast<unsigned long long>(found.offset));
   extent_ = found;
-  if (found.offset + found.size >= stat_.st_size) next_ = Next::nothing;
+  if (found.offset + found.size >= facts_.stat.st_size) next_ = Next::nothing;
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/attributes.h"
 #include "platform/extended_attributes.h"
 
 namespace platform {
@@ -53,6 +54,9 @@ class Record_Source {
 
   // The Windows number of the last failure.
   virtual int last_error() const = 0;
+
+  // What open() saw when it looked at the file; null where it doesn't look.
+  virtual const File_Facts* facts() const { return nullptr; }
 };
 
 // The records of what lies on the machine's file systems, in this order:

@@ -4,6 +4,9 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <new>
 
 #include "platform/long_path.h"
 #include "platform/native_path.h"
@@ -12,6 +15,8 @@
 
 namespace platform {
 namespace {
+
+constexpr std::size_t records_size = 32768;
 
 bool is_dot_or_dots(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
@@ -24,40 +29,47 @@ Directory_Handle::~Directory_Handle() {
 }
 
 void Directory_Handle::close() {
-  if (dir_) ::closedir(static_cast<DIR*>(dir_));
-  dir_ = nullptr;
+  if (fd_ >= 0) close_quietly(fd_);
+  fd_ = -1;
+  at_ = end_ = 0;
 }
 
 int Directory_Handle::open(const std::string& system_path, bool follow) {
+  close();
+  if (!records_) records_.reset(new (std::nothrow) char[records_size]);
+  if (!records_) return ENOMEM;
   std::string native;
-  return native_path(system_path, native) ? open_native(native, follow) : errno;
+  if (!native_path(system_path, native)) return errno;
+  fd_ = open_source_directory(native, follow);
+  return fd_ < 0 ? errno : 0;
 }
 
-int Directory_Handle::open_native(const std::string& native, bool follow) {
-  close();
-  const int fd = open_source_directory(native, follow);
-  if (fd < 0) return errno;
-  dir_ = ::fdopendir(fd);
-  if (dir_) return 0;
-  const int error = errno;
-  close_quietly(fd);
-  return error;
+// Takes the next records into the empty buffer; none at the end. Returns 0 or the errno.
+int Directory_Handle::fill() {
+  ssize_t size = ::getdents64(fd_, records_.get(), records_size);
+  // A directory that was removed has nothing more.
+  if (size < 0 && errno == ENOENT) size = 0;
+  if (size < 0) return errno;
+  at_ = 0;
+  end_ = static_cast<std::size_t>(size);
+  return 0;
 }
 
 int Directory_Handle::next(std::string& name, _stat64& stat, bool& end) {
   end = false;
-  auto* const dir = static_cast<DIR*>(dir_);
-  if (!dir) return EBADF;
+  if (fd_ < 0) return EBADF;
   for (;;) {
-    errno = 0;
-    const dirent* entry = ::readdir(dir);
-    if (!entry) {
-      end = errno == 0;
-      return errno;
-    }
-    if (is_dot_or_dots(entry->d_name)) continue;
+    const int error = at_ == end_ ? fill() : 0;
+    end = error == 0 && at_ == end_;
+    if (error != 0 || end) return error;
+    const char* const record = records_.get() + at_;
+    const char* const native = record + offsetof(dirent64, d_name);
+    unsigned short length;
+    std::memcpy(&length, record + offsetof(dirent64, d_reclen), sizeof length);
+    at_ += length;
+    if (is_dot_or_dots(native)) continue;
     struct stat st;
-    if (::fstatat(::dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (::fstatat(fd_, native, &st, AT_SYMLINK_NOFOLLOW) == 0) {
       convert_stat(st, stat);
     } else if (errno == ENOENT) {
       continue;
@@ -65,9 +77,9 @@ int Directory_Handle::next(std::string& name, _stat64& stat, bool& end) {
       // An entry that can't be examined keeps the kind that its directory tells, so that it counts
       // as a skipped file.
       stat = _stat64();
-      stat.st_mode = DTTOIF(entry->d_type);
+      stat.st_mode = DTTOIF(static_cast<unsigned char>(record[offsetof(dirent64, d_type)]));
     }
-    system_name(entry->d_name, name);
+    system_name(native, name);
     return 0;
   }
 }

@@ -1,6 +1,8 @@
 // Reading one directory.
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <string>
 
 struct _stat64;
@@ -26,10 +28,13 @@ class Directory_Handle {
   int next(std::string& name, _stat64& stat, bool& end);
 
  private:
-  int open_native(const std::string& native, bool follow);
+  int fill();
   void close();
 
-  void* dir_ = nullptr;  // the DIR of the system
+  int fd_ = -1;
+  std::unique_ptr<char[]> records_;  // entries as the system gave them
+  std::size_t at_ = 0;
+  std::size_t end_ = 0;
 };
 
 }  // namespace platform

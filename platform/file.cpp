@@ -21,15 +21,13 @@ bool File::open_read(const std::string& system_path) {
   if (!native_path(system_path, native_)) return false;
   fd_ = open_source(native_, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (fd_ < 0) return false;
-  struct stat st;
-  int error = ::fstat(fd_, &st) == 0 ? 0 : errno;
-  if (error == 0 && !S_ISREG(st.st_mode)) error = EINVAL;
+  int error = examine(fd_, native_, facts_);
+  if (error == 0 && !S_ISREG(facts_.stat.st_mode)) error = EINVAL;
   if (error != 0) {
     close();
     errno = error;
     return false;
   }
-  convert_stat(st, stat_);
   return true;
 }
 

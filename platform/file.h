@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "platform/stat.h"
+#include "platform/attributes.h"
 
 namespace platform {
 
@@ -16,9 +16,9 @@ class File {
   File(const File&) = delete;
   File& operator=(const File&) = delete;
 
-  // Opens a file of the sources for reading, by its system path, and takes its stat record. A link
-  // isn't followed, and what isn't a regular file is refused with EINVAL, without waiting for
-  // anybody at its other end. The file opened before is closed.
+  // Opens a file of the sources for reading, by its system path, and looks at it. A link isn't
+  // followed, and what isn't a regular file is refused with EINVAL, without waiting for anybody at
+  // its other end. The file opened before is closed.
   bool open_read(const std::string& system_path);
 
   // Opens a working file of the job, by its native path: for reading, or created or emptied for
@@ -48,12 +48,13 @@ class File {
   // The descriptor, -1 where nothing is open. It stays the object's.
   int handle() const { return fd_; }
 
-  // The record taken by open_read().
-  const _stat64& stat() const { return stat_; }
+  // What open_read() saw when it looked at the file.
+  const File_Facts& facts() const { return facts_; }
+  const _stat64& stat() const { return facts_.stat; }
 
  private:
   int fd_ = -1;
-  _stat64 stat_;
+  File_Facts facts_;
   std::string native_;  // kept for its memory
 };
 

@@ -22,9 +22,20 @@ constexpr int directory_place = O_PATH | O_DIRECTORY;
 struct Last_Directory {
   ~Last_Directory() { set(-1); }
 
+  bool is(const std::string& path) const {
+    return fd >= 0 && native == path && version == source_roots_version();
+  }
+
   bool holds(const std::string& path, std::size_t slash) const {
     return fd >= 0 && path.size() > slash + 1 && native.size() == slash &&
            path.compare(0, slash, native) == 0 && version == source_roots_version();
+  }
+
+  // Without a directory until the path is there: memory may run out.
+  void change(const std::string& path, std::size_t size, unsigned long long roots) {
+    set(-1);
+    native.assign(path, 0, size);
+    version = roots;
   }
 
   void set(int next) {
@@ -116,10 +127,7 @@ Source_Path::Source_Path(const std::string& native) {
       return;
     case Place::below_source:
       if (last != nullptr) {
-        // Without a directory until the path is there: memory may run out.
-        last->set(-1);
-        last->native.assign(native, 0, slash);
-        last->version = version;
+        last->change(native, slash, version);
         last->set(open_parent(real));
         if (last->fd < 0) return;
         dir_ = last->fd;
@@ -145,10 +153,26 @@ Source_Path::~Source_Path() {
 }
 
 int open_source(const std::string& native, int flags, bool follow) {
+  const Last_Directory* const last = last_directory();
+  if (last != nullptr && last->is(native)) {
+    const int fd = open_at_once(last->fd, ".", flags);
+    // One that may not be searched is reached from the directory that it is in.
+    if (fd >= 0 || errno != EACCES) return fd;
+  }
   const Source_Path path(native);
   if (!path.ok()) return -1;
   const bool no_follow = path.guarded() || !follow;
   return open_at(path.dir(), path.rest(), flags | (no_follow ? O_NOFOLLOW : 0));
+}
+
+int enter_source_directory(const std::string& native) {
+  Last_Directory* const last = last_directory();
+  const unsigned long long version = source_roots_version();
+  std::string real;
+  if (last == nullptr || find_source(native, real) == Place::outside) return -1;
+  last->change(native, native.size(), version);
+  last->set(open_without_links(real, directory_place));
+  return last->fd;
 }
 
 int open_source_directory(const std::string& native, bool follow) {

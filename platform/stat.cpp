@@ -1,6 +1,7 @@
 #include "platform/stat.h"
 
 #include <fcntl.h>
+#include <sys/sysmacros.h>
 
 #include <cerrno>
 
@@ -40,6 +41,20 @@ void convert_stat(const struct stat& from, _stat64& out) {
   out.st_atime = from.st_atime;
   out.st_mtime = from.st_mtime;
   out.st_ctime = from.st_ctime;
+}
+
+void convert_stat(const struct statx& from, _stat64& out) {
+  out.st_dev = ::makedev(from.stx_dev_major, from.stx_dev_minor);
+  out.st_ino = from.stx_ino ^ mix(out.st_dev);
+  out.st_mode = from.stx_mode;
+  out.st_nlink = from.stx_nlink;
+  out.st_uid = static_cast<int>(from.stx_uid);
+  out.st_gid = static_cast<int>(from.stx_gid);
+  out.st_rdev = ::makedev(from.stx_rdev_major, from.stx_rdev_minor);
+  out.st_size = static_cast<long long>(from.stx_size);
+  out.st_atime = from.stx_atime.tv_sec;
+  out.st_mtime = from.stx_mtime.tv_sec;
+  out.st_ctime = from.stx_ctime.tv_sec;
 }
 
 int stat_link_native(const std::string& native, _stat64& out) {

@@ -46,5 +46,6 @@ int stat_link_native(const std::string& native, _stat64& out);
 
 // The record from what the system gave.
 void convert_stat(const struct stat& from, _stat64& out);
+void convert_stat(const struct statx& from, _stat64& out);
 
 }  // namespace platform

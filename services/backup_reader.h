@@ -36,6 +36,9 @@ class Backup_Reader {
 
   const std::wstring& path() const { return path_; }
 
+  // What open() saw when it looked at the file; null where the source of the records doesn't look.
+  const platform::File_Facts* facts() const { return source_->facts(); }
+
  private:
   void tell_left_out(const std::string& name, const std::string& why) const;
 

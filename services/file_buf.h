@@ -27,7 +27,8 @@ class ifilebuf : public std::streambuf {
   // The errno of the last read that failed since open(), else 0.
   int last_error() const { return last_error_; }
 
-  // The record of the open file, taken when it was opened.
+  // What open() saw when it looked at the file, and the record of it.
+  const platform::File_Facts& facts() const { return file_.facts(); }
   const _stat64& stat() const { return file_.stat(); }
 
  protected:

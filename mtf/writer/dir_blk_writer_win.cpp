@@ -32,7 +32,10 @@ bool Dir_Blk_Writer_Win::set_dir_blk(Dir_Blk& blk) {
   if (!MTF_FS::replace_volume(ctx_->cur_vol, ctx_->cur_dir, ctx_->shadow_vol, path)) return false;
   to_wide_path(path.str(), wide_path_);
   WIN32_FILE_ATTRIBUTE_DATA data;
-  if (!query_attributes(wide_path_, data, last_error_)) return false;
+  if (!platform::enter_directory(wide_path_.c_str(), data) &&
+      !query_attributes(wide_path_, data, last_error_)) {
+    return false;
+  }
   dir_size_ = 0;
   set_dates(blk, data);
   blk.dirb_attributes(blk.dirb_attributes() | block_attributes(data.dwFileAttributes));

@@ -41,8 +41,12 @@ bool File_Blk_Writer_Unix::init(const Backup_Option* opt, Backup_Context* ctx, R
 }
 
 bool File_Blk_Writer_Unix::set_file_blk(File_Blk& blk) {
-  if (!File_Blk_Writer::set_file_blk(blk) ||
-      set_file_blk_win(blk, wide_path_, file_space_, last_error_, ctx_, file_name_) <= 0) {
+  if (!File_Blk_Writer::set_file_blk(blk)) return false;
+  opened_ = file_.open(path_.str(), read_flags, MTF_FS::share_all) == 0;
+  open_error_ = errno;
+  if (opened_ && ctx_->shadow_vol.empty()) {
+    set_file_blk_win(blk, file_.facts(), file_space_, *ctx_);
+  } else if (set_file_blk_win(blk, wide_path_, file_space_, last_error_, ctx_, file_name_) <= 0) {
     return false;
   }
   sparse_stream_.reset_offset();
@@ -50,7 +54,8 @@ bool File_Blk_Writer_Unix::set_file_blk(File_Blk& blk) {
 }
 
 int File_Blk_Writer_Unix::open_file() {
-  return file_.open(path_.str(), read_flags, MTF_FS::share_all) != 0 ? 1 : 0;
+  errno = open_error_;
+  return opened_ ? 0 : 1;
 }
 
 int File_Blk_Writer_Unix::write_content(File_Blk& blk, IWriter& writer) {

@@ -27,6 +27,8 @@ class File_Blk_Writer_Unix : public File_Blk_Writer {
   Standard_Data_Stream data_stream_;
   Sparse_Data_Stream sparse_stream_;  // gets no ranges: holes are read as zeros
   MTF_FS::ifilebuf file_;
+  bool opened_ = false;
+  int open_error_ = 0;  // why it can't be opened
   std::wstring wide_path_;
 };
 

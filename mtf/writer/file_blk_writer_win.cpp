@@ -1,5 +1,7 @@
 #include "mtf/writer/file_blk_writer_win.h"
 
+#include <cerrno>
+
 #include "mtf/writer/set_file_blk_win.h"
 #include "mtf/writer/wide_path.h"
 
@@ -18,12 +20,21 @@ bool File_Blk_Writer_Win::init(const Backup_Option* opt, Backup_Context* ctx, Re
 }
 
 bool File_Blk_Writer_Win::set_file_blk(File_Blk& blk) {
-  return File_Blk_Writer::set_file_blk(blk) &&
-         set_file_blk_win(blk, wide_path_, file_space_, last_error_, ctx_, file_name_) > 0;
+  if (!File_Blk_Writer::set_file_blk(blk) || !wide_path_of(*ctx_, file_name_, wide_path_)) {
+    return false;
+  }
+  opened_ = reader_.open(wide_path_);
+  open_error_ = errno;
+  if (opened_ && reader_.facts() != nullptr) {
+    set_file_blk_win(blk, *reader_.facts(), file_space_, *ctx_);
+    return true;
+  }
+  return set_file_blk_win(blk, wide_path_, file_space_, last_error_, ctx_, file_name_) > 0;
 }
 
 int File_Blk_Writer_Win::open_file() {
-  return reader_.open(wide_path_) ? 0 : 1;
+  errno = open_error_;
+  return opened_ ? 0 : 1;
 }
 
 int File_Blk_Writer_Win::write_content(File_Blk&, IWriter& writer) {

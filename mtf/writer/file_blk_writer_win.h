@@ -23,6 +23,8 @@ class File_Blk_Writer_Win : public File_Blk_Writer {
  private:
   NT_Content_Writer content_writer_;
   std::wstring wide_path_;
+  bool opened_ = false;
+  int open_error_ = 0;  // why it can't be opened
   MTF_FS::Backup_Reader reader_;
 };
 

@@ -5,6 +5,7 @@
 
 #include "mtf/common/file_blk.h"
 #include "mtf/writer/backup_context.h"
+#include "platform/attributes.h"
 
 namespace MTF {
 
@@ -14,5 +15,12 @@ namespace MTF {
 // `error` set where the file could not be examined.
 int set_file_blk_win(File_Shaped_Blk& blk, std::wstring& wide_path, unsigned long long& file_space,
                      int& error, Backup_Context* ctx, const std::string& name);
+
+// The same from what was seen of the file when it was opened.
+void set_file_blk_win(File_Blk& blk, const platform::File_Facts& facts,
+                      unsigned long long& file_space, const Backup_Context& ctx);
+
+// The first step of it: the path alone. False, with errno, if that gives none.
+bool wide_path_of(const Backup_Context& ctx, const std::string& name, std::wstring& wide_path);
 
 }  // namespace MTF
