@@ -64,9 +64,31 @@ std::size_t unmark(const std::string& text, std::size_t at, char mark, char*& ou
   return 3 + escape;
 }
 
+// Adds the native form of `text` if that is the same but for its separators, as with most paths.
+bool append_plain(const char* text, std::size_t size, std::string& native) {
+  if (std::memchr(text, '/', size) || std::memchr(text, '\0', size) ||
+      std::memchr(text, mark_1, size)) {
+    return false;
+  }
+  const std::size_t before = native.size();
+  native.append(text, size);
+  char* const end = &native[native.size()];
+  char* at = &native[before];
+  while ((at = static_cast<char*>(std::memchr(at, '\\', static_cast<std::size_t>(end - at))))) {
+    *at++ = '/';
+    // No name follows: that one goes.
+    if (at == end || *at == '\\') {
+      native.resize(before);
+      return false;
+    }
+  }
+  return true;
+}
+
 // Adds what follows the volume of a system path, from its first separator on. False for a slash or
 // NUL in a name.
 bool append_native(const std::string& path, std::size_t at, std::string& native) {
+  if (append_plain(path.data() + at, path.size() - at, native)) return true;
   const std::size_t before = native.size();
   native.resize(before + path.size() - at);
   char* out = &native[before];

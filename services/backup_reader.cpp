@@ -35,15 +35,19 @@ Backup_Reader::Backup_Reader(std::unique_ptr<platform::Record_Source> source)
 }
 
 void Backup_Reader::tell_left_out(const std::string& name, const std::string& why) const {
-  const std::string path = platform::display_path(platform::from_utf16(path_));
+  const std::string path = platform::display_path(path_);
   ACE_ERROR((LM_WARNING, ACE_TEXT("Extended attribute '%s' of '%s' is left out: %s\n"),
              name.empty() ? "*" : name.c_str(), path.c_str(), why.c_str()));
 }
 
 bool Backup_Reader::open(const std::wstring& path) {
-  path_ = path;
+  return open(platform::from_utf16(path));
+}
+
+bool Backup_Reader::open(const std::string& system_path) {
+  path_ = system_path;
   out_of_memory_ = false;
-  return source_->open(platform::from_utf16(path));
+  return source_->open(path_);
 }
 
 bool Backup_Reader::read(unsigned char* data, unsigned int& size) {

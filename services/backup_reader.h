@@ -19,9 +19,10 @@ class Backup_Reader {
   Backup_Reader(const Backup_Reader&) = delete;
   Backup_Reader& operator=(const Backup_Reader&) = delete;
 
-  // Goes to the first record of a path in UTF-16 and closes the one before. A directory is named
-  // with a separator at its end.
+  // Goes to the first record of a path, in UTF-16 or as a system path, and closes the one before. A
+  // directory is named with a separator at its end.
   bool open(const std::wstring& path);
+  bool open(const std::string& system_path);
 
   // Reads up to `size` bytes, of one record only, and sets `size` to what came: 0 at the end. False
   // where the reading failed.
@@ -34,7 +35,8 @@ class Backup_Reader {
   // The Windows number of the last failure.
   int last_error() const;
 
-  const std::wstring& path() const { return path_; }
+  // The path, as a system path.
+  const std::string& path() const { return path_; }
 
   // What open() saw when it looked at the file; null where the source of the records doesn't look.
   const platform::File_Facts* facts() const { return source_->facts(); }
@@ -43,7 +45,7 @@ class Backup_Reader {
   void tell_left_out(const std::string& name, const std::string& why) const;
 
   std::unique_ptr<platform::Record_Source> source_;
-  std::wstring path_;
+  std::string path_;
   bool out_of_memory_ = false;
 };
 

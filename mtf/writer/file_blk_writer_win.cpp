@@ -4,6 +4,7 @@
 
 #include "mtf/writer/set_file_blk_win.h"
 #include "mtf/writer/wide_path.h"
+#include "services/file_path.h"
 
 namespace MTF {
 
@@ -20,16 +21,20 @@ bool File_Blk_Writer_Win::init(const Backup_Option* opt, Backup_Context* ctx, Re
 }
 
 bool File_Blk_Writer_Win::set_file_blk(File_Blk& blk) {
-  if (!File_Blk_Writer::set_file_blk(blk) || !wide_path_of(*ctx_, file_name_, wide_path_)) {
-    return false;
-  }
-  opened_ = reader_.open(wide_path_);
+  if (!File_Blk_Writer::set_file_blk(blk)) return false;
+  opened_ = ctx_->shadow_vol.empty() ? reader_.open(path_.str()) : open_shadow();
   open_error_ = errno;
   if (opened_ && reader_.facts() != nullptr) {
     set_file_blk_win(blk, *reader_.facts(), file_space_, *ctx_);
     return true;
   }
   return set_file_blk_win(blk, wide_path_, file_space_, last_error_, ctx_, file_name_) > 0;
+}
+
+bool File_Blk_Writer_Win::open_shadow() {
+  oxbase::Path_T<char> path('\\', false);
+  return MTF_FS::replace_volume(ctx_->cur_vol, ctx_->cur_dir, file_name_, ctx_->shadow_vol, path) &&
+         reader_.open(path.str());
 }
 
 int File_Blk_Writer_Win::open_file() {

@@ -21,6 +21,8 @@ class File_Blk_Writer_Win : public File_Blk_Writer {
             IMBC_Writer* mbc_writer, Catalog_Writer* catalog) override;
 
  private:
+  bool open_shadow();
+
   NT_Content_Writer content_writer_;
   std::wstring wide_path_;
   bool opened_ = false;

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "oxbase/system.h"
+#include "mtf/writer/wide_path.h"
 #include "services/assertion.h"
 #include "services/text.h"
 
@@ -78,7 +78,7 @@ int NT_Content_Writer::read_stream_id(MTF_FS::Backup_Reader& reader, WIN32_STREA
     corrupt_attributes_ = corrupt_length_change;
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("Failed to read WIN32_STREAM_ID read bytes: %d, actual: %d, path=%s\n"),
-         static_cast<int>(sizeof bytes), count, oxbase::UTF16_String(reader.path()).c_utf8()),
+         static_cast<int>(sizeof bytes), count, shown_path(reader.path()).c_str()),
         content_corrupt);
   }
   id = platform::load_stream_id(reinterpret_cast<const char*>(bytes));
@@ -90,13 +90,13 @@ int NT_Content_Writer::write_record(MTF_FS::Backup_Reader& reader, const WIN32_S
   if (!pre_read_) return write_nt_stream(reader, id, writer);
   if (!pre_reader_.pre_read(reader, id)) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to read record %d of '%s'\n"), stream_count_ + 1,
-                      oxbase::UTF16_String(reader.path()).c_utf8()),
+                      shown_path(reader.path()).c_str()),
                      content_corrupt);
   }
   const int result = write_nt_stream(pre_reader_, id, writer);
   if (result != content_corrupt) return result;
   ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to write_nt_stream with pre_read, path=%s\n"),
-                    oxbase::UTF16_String(reader.path()).c_utf8()),
+                    shown_path(reader.path()).c_str()),
                    failed);
 }
 

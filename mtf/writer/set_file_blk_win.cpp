@@ -29,16 +29,11 @@ unsigned long long space_of(long long allocated, unsigned long long size,
 
 }  // namespace
 
-bool wide_path_of(const Backup_Context& ctx, const std::string& name, std::wstring& wide_path) {
-  oxbase::Path_T<char> path('\\', false);
-  if (!MTF_FS::replace_volume(ctx.cur_vol, ctx.cur_dir, name, ctx.shadow_vol, path)) return false;
-  to_wide_path(path.str(), wide_path);
-  return true;
-}
-
 int set_file_blk_win(File_Shaped_Blk& blk, std::wstring& wide_path, unsigned long long& file_space,
                      int& error, Backup_Context* ctx, const std::string& name) {
-  if (!wide_path_of(*ctx, name, wide_path)) return 0;
+  oxbase::Path_T<char> path('\\', false);
+  if (!MTF_FS::replace_volume(ctx->cur_vol, ctx->cur_dir, name, ctx->shadow_vol, path)) return 0;
+  to_wide_path(path.str(), wide_path);
   WIN32_FILE_ATTRIBUTE_DATA data;
   if (!query_attributes(wide_path, data, error)) return 0;
   fill(blk, data);

@@ -20,7 +20,4 @@ int set_file_blk_win(File_Shaped_Blk& blk, std::wstring& wide_path, unsigned lon
 void set_file_blk_win(File_Blk& blk, const platform::File_Facts& facts,
                       unsigned long long& file_space, const Backup_Context& ctx);
 
-// The first step of it: the path alone. False, with errno, if that gives none.
-bool wide_path_of(const Backup_Context& ctx, const std::string& name, std::wstring& wide_path);
-
 }  // namespace MTF

@@ -19,6 +19,12 @@ void to_wide_path(const std::string& path, std::wstring& out) {
   if (out.size() > longest_plain_path && out.front() != L'\\') out.insert(0, L"\\\\?\\");
 }
 
+std::string shown_path(const std::string& path) {
+  std::wstring wide;
+  to_wide_path(path, wide);
+  return platform::from_utf16(wide);
+}
+
 bool query_attributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA& data, int& error) {
   data = WIN32_FILE_ATTRIBUTE_DATA{};
   if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) return true;

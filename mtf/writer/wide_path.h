@@ -14,6 +14,9 @@ constexpr std::size_t usual_path_size = 260;
 // units and doesn't begin with a backslash.
 void to_wide_path(const std::string& path, std::wstring& out);
 
+// A system path as the lines about the content of files show it: that in UTF-8.
+std::string shown_path(const std::string& path);
+
 // Asks for the attributes of `path`. On failure stores GetLastError() in `error`, logs a line at
 // LM_ERROR and returns false; errno says why.
 bool query_attributes(const std::wstring& path, platform::WIN32_FILE_ATTRIBUTE_DATA& data,
