@@ -92,6 +92,13 @@ bool path_component(const std::string& path, char separator, std::string& volume
   return true;
 }
 
+std::string entry_path(const std::string& dir, const std::string& name) {
+  oxbase::Path_T<char> path(system_separator, false);
+  path /= dir;
+  path /= name;
+  return path.str();
+}
+
 std::size_t common_parent(const std::string& current, const std::string& wanted) {
   const std::size_t shorter = std::min(current.size(), wanted.size());
   std::size_t shared = 0;

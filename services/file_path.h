@@ -22,6 +22,9 @@ bool path_component(const std::string& path, char separator, std::string& volume
 bool path_component(const std::string& path, char separator, std::string& volume, std::string& dir,
                     std::string& name);
 
+// The path of the entry `name` of the directory `dir`.
+std::string entry_path(const std::string& dir, const std::string& name);
+
 // The length of the leading directories that both share, with the separator behind them, where
 // both are directories like `a\b\`. What stands in `wanted` behind it are the directories whose
 // blocks are still missing when the last block was that of `current`. On the way back to an

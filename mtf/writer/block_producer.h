@@ -59,8 +59,8 @@ class Block_Producer : public Task_Base {
   virtual char source_separator() const { return '\\'; }
   // Gives the entries of a directory in order; false for one of which nothing is saved.
   virtual bool read_dir(const std::string& path, std::vector<Entry>& entries) = 0;
-  // False for an entry that is left out: `entry` of the directory `dir`, with the full path `path`.
-  virtual bool is_wanted(const std::string& dir, const std::string& path, const Entry& entry) = 0;
+  // False for an entry of the directory `dir` that is left out.
+  virtual bool is_wanted(const std::string& dir, const Entry& entry) = 0;
   // Takes note of the volume whose block was written last.
   virtual void set_volume(const std::string& vol);
   // Called for an entry that is left out since its type can't be saved, with its full path.

@@ -78,16 +78,14 @@ void Block_Producer::enter(Walk& walk) {
 }
 
 bool Block_Producer::handle(Walk& walk, const Entry& entry) {
-  oxbase::Path_T<char> full(system_separator, false);
-  full /= walk.path;
-  full /= entry.name;
-  if (!is_wanted(walk.path, full.str(), entry)) return true;
+  if (!is_wanted(walk.path, entry)) return true;
   if (!entry.is_directory()) return process_file(entry.stat, entry.name, entry.reparse_type);
+  const std::string full = MTF_FS::entry_path(walk.path, entry.name);
   bool left_out = false;
-  if (!put_sub_directory(full.str(), left_out)) return false;
+  if (!put_sub_directory(full, left_out)) return false;
   if (!end_directory()) return false;
   if (left_out) return true;
-  walk.path = full.str();
+  walk.path = full;
   enter(walk);
   return true;
 }

@@ -78,9 +78,11 @@ bool Callback_Source_Producer::read_dir(const std::string& path, std::vector<Ent
   return true;
 }
 
-bool Callback_Source_Producer::is_wanted(const std::string& dir, const std::string& path,
-                                         const Entry& entry) {
-  if (is_leaf_name(entry.name)) return !is_filtered(path, entry.is_directory());
+bool Callback_Source_Producer::is_wanted(const std::string& dir, const Entry& entry) {
+  if (is_leaf_name(entry.name)) {
+    return filter_ == nullptr ||
+           !is_filtered(MTF_FS::entry_path(dir, entry.name), entry.is_directory());
+  }
   skip_nameless(dir, entry);
   return false;
 }

@@ -40,7 +40,7 @@ class Callback_Source_Producer : public Block_Producer {
 
   bool walk(const std::list<source_entry>& list);
   bool read_dir(const std::string& path, std::vector<Entry>& entries) override;
-  bool is_wanted(const std::string& dir, const std::string& path, const Entry& entry) override;
+  bool is_wanted(const std::string& dir, const Entry& entry) override;
   bool is_filtered(const std::string& path, bool is_directory) const;
   void skip_nameless(const std::string& path, const Entry& entry);
 

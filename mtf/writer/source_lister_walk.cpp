@@ -15,13 +15,6 @@
 namespace MTF {
 namespace {
 
-std::string join(const std::string& dir, const std::string& name) {
-  oxbase::Path_T<char> full('\\', false);
-  full /= dir;
-  full /= name;
-  return full.str();
-}
-
 // A source is walked even where it is excluded, and finds those of its files that the filter keeps.
 std::list<source_entry> without_found(std::list<source_entry> list, const IFilter* filter) {
   const source_entry* directory = nullptr;
@@ -92,13 +85,13 @@ bool Source_Producer::handle_listed(const std::string& dir, const Entry& entry, 
   if (is_source) {
     verdict = handle_source(entry, counts);
   } else if (entry.is_directory()) {
-    verdict = handle_directory(join(dir, entry.name), entry.reparse_type, counts);
+    verdict = handle_directory(MTF_FS::entry_path(dir, entry.name), entry.reparse_type, counts);
   } else {
     handle_file(dir, entry, counts);
   }
   if (verdict == Verdict::take && ACE::debug()) {
     ACE_DEBUG((LM_DEBUG, ACE_TEXT("%s\n"),
-               is_source ? entry.name.c_str() : join(dir, entry.name).c_str()));
+               is_source ? entry.name.c_str() : MTF_FS::entry_path(dir, entry.name).c_str()));
   }
   return verdict != Verdict::fail;
 }
@@ -110,7 +103,7 @@ void Source_Producer::handle_file(const std::string& dir, const Entry& entry,
     return;
   }
   ACE_ERROR((LM_WARNING, ACE_TEXT("Failed to process and skip file '%s'.\n"),
-             join(dir, entry.name).c_str()));
+             MTF_FS::entry_path(dir, entry.name).c_str()));
 }
 
 Block_Producer::Verdict Source_Producer::handle_directory(const std::string& full,

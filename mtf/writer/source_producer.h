@@ -57,7 +57,7 @@ class Source_Producer : public Block_Producer {
   std::vector<Entry> named_entries(const std::string& dir);
 
   bool read_dir(const std::string& path, std::vector<Entry>& entries) override;
-  bool is_wanted(const std::string& dir, const std::string& path, const Entry& entry) override;
+  bool is_wanted(const std::string& dir, const Entry& entry) override;
   bool is_excluded(const std::string& path);
   bool is_filtered(const std::string& path, bool is_directory);
   std::string path_to_open(const std::string& path) const;

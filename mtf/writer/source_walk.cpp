@@ -60,26 +60,25 @@ std::vector<Block_Producer::Entry> Source_Producer::named_entries(const std::str
   for (std::string& name : names_in(covered_, dir)) {
     const bool is_dir = name.back() == '\\';
     if (is_dir) name.pop_back();
-    oxbase::Path_T<char> full('\\', false);
-    full /= dir;
-    full /= name;
+    const std::string full = MTF_FS::entry_path(dir, name);
     Entry entry{std::move(name), {}};
-    const int error = platform::stat_link(map_path(full.str()), entry.stat);
+    const int error = platform::stat_link(map_path(full), entry.stat);
     if (error == 0) {
       entries.push_back(std::move(entry));
     } else if (is_dir) {
-      count_skipped_dir(full.str(), error, "Failed to open directory.");
+      count_skipped_dir(full, error, "Failed to open directory.");
     } else {
       ++skipped_files();
-      tell_skip("file", full.str(), error, "Failed to stat file");
+      tell_skip("file", full, error, "Failed to stat file");
     }
   }
   return entries;
 }
 
-bool Source_Producer::is_wanted(const std::string&, const std::string& path, const Entry& entry) {
-  return !is_filtered(path, entry.is_directory()) &&
-         (!entry.is_directory() || entry.reparse_type == 0);
+bool Source_Producer::is_wanted(const std::string& dir, const Entry& entry) {
+  const bool kept =
+      filter_ == nullptr || !is_filtered(MTF_FS::entry_path(dir, entry.name), entry.is_directory());
+  return kept && (!entry.is_directory() || entry.reparse_type == 0);
 }
 
 }  // namespace MTF
