@@ -57,10 +57,12 @@ void add_how(CLI::App& command, Full_Options& options) {
       ->capture_default_str()
       ->check(number_range(1U, most_channels))
       ->type_name("N");
-  options.threads = static_cast<int>(std::min(platform::processor_count(), most_default_threads));
+  // The writers keep one processor busy.
+  options.threads =
+      static_cast<int>(std::clamp(platform::processor_count() - 1, 1U, most_default_threads));
   command
       .add_option("--threads", options.threads,
-                  "Scan with N threads; else one for each processor, at most 4")
+                  "Scan with N threads; else one for each processor but one, at most 4")
       ->check(number_range(1, most_threads))
       ->type_name("N");
   command.add_flag("--plain", options.plain,

@@ -92,12 +92,12 @@ TEST_F(Program_Output, FailureAsJson) {
 }
 
 TEST_F(Program_Output, PlainLinesWhereThereIsNoTerminal) {
-  const Output output = save();
+  const Output output = save({"--threads", "2"});
   EXPECT_EQ((output.out + output.err).find_first_of("\r\x1b"), std::string::npos);
   EXPECT_EQ(output.err, "skipped: " + source("/socket") + ": Unsupported file type(0xc1a4)\n");
   EXPECT_EQ(lines_of(output.out).size(), 1U) << output.out;
   EXPECT_NE(output.out.find(", 97.7 KiB saved, "), std::string::npos) << "the bytes of the content";
-  const Output next = save({}, "incremental");
+  const Output next = save({"--threads", "2"}, "incremental");
   EXPECT_EQ(next.err,
             "warning: Unsupported file type, path=" + source("/socket") + ", mode=0xC1A4\n");
   EXPECT_NE(next.out.find(", 0 B saved, "), std::string::npos) << next.out;
@@ -109,8 +109,8 @@ TEST_F(Program_Output, PlainLinesWhereThereIsNoTerminal) {
 
 TEST_F(Program_Output, TenOfAKind) {
   for (char c = 'a'; c < 'm'; ++c) ASSERT_EQ(::mkfifo((source("/f") + c).c_str(), 0644), 0);
-  EXPECT_EQ(lines_of(save({"--no-links"}).err).size(), 12U);
-  const std::string err = save({"--no-links"}, "incremental").err;
+  EXPECT_EQ(lines_of(save({"--no-links", "--threads", "2"}).err).size(), 12U);
+  const std::string err = save({"--no-links", "--threads", "2"}, "incremental").err;
   const std::string last =
       "... and 2 more: warning: Unsupported file type, path=..., mode=0x11A4\n";
   EXPECT_EQ(err.substr(err.size() - last.size()), last);
