@@ -9,7 +9,6 @@
 namespace agent {
 
 bool Exclude_Filter::accept(const char* path, bool) const {
-  if (excludes_.empty() && globs_.empty()) return true;
   return !MTF::is_exclude(excludes_, path) && (globs_.empty() || !matches_glob(path));
 }
 

@@ -18,6 +18,9 @@ class Exclude_Filter final : public MTF::IFilter {
   Exclude_Filter(const std::list<std::string>& excludes, const std::vector<std::string>& globs)
       : excludes_(excludes), globs_(globs) {}
 
+  // True for one that rejects nothing.
+  bool is_empty() const { return excludes_.empty() && globs_.empty(); }
+
   bool accept(const char* path, bool is_directory) const override;
 
  private:

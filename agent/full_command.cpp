@@ -75,7 +75,8 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
   // A job without a factory says so.
   settings.channel_factory = MTF::share<MTF::Channel_Factory>(
       new (std::nothrow) Storage_Channel_Factory(pieces, events.get()));
-  settings.filter = &filter;
+  // Without one the walk needs no path of each entry.
+  if (!filter.is_empty()) settings.filter = &filter;
   settings.pre_action_data = pre_action;
   MTF::Backup backup(events, metadata, log);
   for (const std::string& source : plan.sources) backup.add_source(source);
