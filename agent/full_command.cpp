@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -49,6 +50,11 @@ MTF::Job_Settings job_settings(const Full_Options& options, const Full_Plan& pla
   return settings;
 }
 
+// The processors are shared by the channels.
+int compression_threads(unsigned int channels) {
+  return static_cast<int>(std::max(1U, platform::processor_count() / channels));
+}
+
 // Opens the pre-action data and gives its handle; `file` keeps it open.
 bool open_pre_action(const std::string& path, platform::File& file, void*& handle) {
   handle = MTF::Backup::no_pre_action_data;
@@ -83,6 +89,7 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
   backup.backup_read(!options.plain);
   backup.careful(!options.no_careful);
   backup.save_links(!options.no_links);
+  backup.compression_threads(compression_threads(options.channels));
   backup.exclude_list(&plan.excludes);
   const bool started = backup.init(settings);
   if (started) {

@@ -69,6 +69,9 @@ class Backup {
   // Whether symbolic links, the further names of hard-linked files, devices and FIFOs are saved
   // too; else (the default) each is left out with a line. No link is ever followed.
   void save_links(bool on) { opt_.save_links = on; }
+  // How many threads of each channel compress the content of large files; 1 (the default) is the
+  // channel's own. The bytes on the storage are the same with any number.
+  void compression_threads(int threads) { opt_.compression_threads = threads; }
   // Directories that are left out with what is found in them, in either form; a file that is a
   // source is saved all the same. Not owned; must live until full() has begun. With no list, or an
   // empty one, the default list holds (source_list.h).

@@ -31,9 +31,10 @@ struct Backup_Option {
   unsigned short compression_method = 0;  // a Compression_Method; 0 means none
   Sparse_Method sparse_method = sparse_default;
   int compression_level = 1;
-  bool backup_read = true;  // read file content as backup records, else as plain bytes
-  int threads = 1;          // that scan the sources
-  bool save_links = false;  // symbolic links, further names of files, devices and FIFOs too
+  bool backup_read = true;      // read file content as backup records, else as plain bytes
+  int threads = 1;              // that scan the sources
+  int compression_threads = 1;  // that compress the frames of a channel's long streams
+  bool save_links = false;      // symbolic links, further names of files, devices and FIFOs too
 };
 
 }  // namespace MTF

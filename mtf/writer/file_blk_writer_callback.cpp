@@ -20,6 +20,7 @@ bool File_Blk_Writer_Callback::init(const Backup_Option* opt, Backup_Context* ct
   if (!DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) || !make_buffers()) return false;
   data_stream_.set_channel(ctx->channel);
   data_stream_.set_buffer(buf);
+  data_stream_.set_compression_threads(opt->compression_threads);
   MTF_ASSERT_NOT_NULL(callback_.get(), false);
   reader_ = callback_->create_file_reader();
   MTF_ASSERT_NOT_NULL(reader_.get(), false);

@@ -35,6 +35,7 @@ bool File_Blk_Writer_Unix::init(const Backup_Option* opt, Backup_Context* ctx, R
   if (!DBLK_Writer::init(opt, ctx, buf, mbc_writer, catalog) || !make_buffers()) return false;
   data_stream_.set_channel(ctx->channel);
   data_stream_.set_buffer(buf);
+  data_stream_.set_compression_threads(opt->compression_threads);
   sparse_stream_.set_channel(ctx->channel);
   sparse_stream_.set_buffer(buf);
   return true;

@@ -13,6 +13,8 @@ namespace MTF {
 namespace {
 
 constexpr unsigned int sequence_modulus = 255;
+// A shorter stream is compressed before threads would be there.
+constexpr unsigned long long long_stream = 0x40000;
 
 }  // namespace
 
@@ -38,6 +40,8 @@ void NT_Stream_Base::reset_stream(unsigned long long length, unsigned short meth
     attributes |= mf_compressed;
     header.data_compression_algorithm(method);
   }
+  framed_size_ = 0;
+  set_pipeline();
   header.media_format_attributes(attributes);
 }
 
@@ -45,6 +49,20 @@ void NT_Stream_Base::set_compressor(unsigned short method, int level) {
   if (method == compressor_method_) return;
   compressor_.reset(Compression_Factory::create(method, level));
   compressor_method_ = method;
+  compressor_level_ = level;
+  pipeline_.reset();
+}
+
+// Without a pipeline, for want of memory or threads, frames are compressed one by one.
+void NT_Stream_Base::set_pipeline() {
+  if (pipeline_ != nullptr) pipeline_->clear();
+  is_pipelined_ =
+      compressor_ != nullptr && compression_threads_ > 1 && stream_length_ > long_stream;
+  if (!is_pipelined_) return;
+  if (pipeline_ == nullptr) {
+    pipeline_ = Frame_Pipeline::create(compressor_method_, compressor_level_, compression_threads_);
+  }
+  is_pipelined_ = pipeline_ != nullptr;
 }
 
 bool NT_Stream_Base::write_hdr(IWriter& writer) {
@@ -57,7 +75,7 @@ bool NT_Stream_Base::write_data(const Buffer& buffer, IWriter& writer) {
   if (buffer.size() == 0) return true;
   if (need_flush_ && !flush_once(writer)) return false;
   const bool compressed = (hdr().media_format_attributes() & mf_compressed) != 0;
-  return compressed ? write_frame(buffer, writer) : write_plain(buffer, writer);
+  return compressed ? take_frame(buffer, writer) : write_plain(buffer, writer);
 }
 
 bool NT_Stream_Base::flush_once(IWriter& writer) {
@@ -77,28 +95,50 @@ bool NT_Stream_Base::write_plain(const Buffer& buffer, IWriter& writer) {
   return true;
 }
 
-bool NT_Stream_Base::write_frame(const Buffer& buffer, IWriter& writer) {
-  Compression_Stream frame(hdr().media_format_attributes());
-  frame.hdr().remaining_stream_size(stream_length_ - current_size_);
-  frame.hdr().sequence_number(
-      static_cast<unsigned char>(static_cast<unsigned char>(++frame_sequence_) % sequence_modulus));
-  frame.hdr().uncompressed_size(buffer.size());
-  if (compressor_ == nullptr || compressor_->compress(buffer, compression_buffer_) < 0) {
+bool NT_Stream_Base::take_frame(const Buffer& buffer, IWriter& writer) {
+  if (is_pipelined_) {
+    if (pipeline_->is_full() && !write_oldest_frame(writer)) return false;
+    if (!pipeline_->put(buffer)) return false;
+  } else if (compressor_ == nullptr || compressor_->compress(buffer, compression_buffer_) < 0 ||
+             !write_frame(buffer, compression_buffer_, writer)) {
     return false;
   }
+  current_size_ += buffer.size();
+  return true;
+}
+
+bool NT_Stream_Base::write_oldest_frame(IWriter& writer) {
+  const Frame_Pipeline::Frame& frame = pipeline_->front();
+  if (frame.state == Frame_Pipeline::Frame::failed ||
+      !write_frame(frame.data, frame.compressed, writer)) {
+    return false;
+  }
+  pipeline_->pop();
+  return true;
+}
+
+bool NT_Stream_Base::write_frame(const Buffer& data, const Buffer& compressed, IWriter& writer) {
+  Compression_Stream frame(hdr().media_format_attributes());
+  frame.hdr().remaining_stream_size(stream_length_ - framed_size_);
+  frame.hdr().sequence_number(
+      static_cast<unsigned char>(static_cast<unsigned char>(++frame_sequence_) % sequence_modulus));
+  frame.hdr().uncompressed_size(data.size());
   // Data that doesn't shrink is stored as it came.
-  const Buffer& stored = buffer.size() <= compression_buffer_.size() ? buffer : compression_buffer_;
+  const Buffer& stored = data.size() <= compressed.size() ? data : compressed;
   if (frame.write(stored, writer) == IWriter::failed) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to write compress STAN stream\n")), false);
   }
   checksum_.calc(frame.header(), Compression_Frame_Header::fixed_size, false);
   checksum_.calc(stored.data(), stored.size(), false);
-  current_size_ += buffer.size();
+  framed_size_ += data.size();
   written_size_ += Compression_Frame_Header::fixed_size + stored.size();
   return true;
 }
 
-bool NT_Stream_Base::end_stream(IWriter&) {
+bool NT_Stream_Base::end_stream(IWriter& writer) {
+  while (is_pipelined_ && !pipeline_->is_empty()) {
+    if (!write_oldest_frame(writer)) return false;
+  }
   if (current_size_ != stream_length_) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Invalid current size: %d, stream length: %d\n"),
                       static_cast<int>(current_size_), static_cast<int>(stream_length_)),

@@ -11,6 +11,7 @@
 #include "services/checksum.h"
 #include "services/compression.h"
 #include "services/event_handler.h"
+#include "services/frame_pipeline.h"
 
 namespace MTF {
 
@@ -24,6 +25,11 @@ class NT_Stream_Base : public Stream {
   // Compression_Method. `need_flush` flushes the writer before the first payload byte. `level` is
   // looked at when the method changes.
   void reset_stream(unsigned long long length, unsigned short method, bool need_flush, int level);
+
+  // How many threads compress the frames of a long stream; 1, as from the start, is the caller's
+  // alone. The bytes of a stream are the same with any number. With several a frame may be written,
+  // or its failure told, with one of the next ones or at the end.
+  void set_compression_threads(int threads) { compression_threads_ = threads; }
 
   // Each is false when the writer took less than it was given, or as told there.
   virtual bool write_hdr(IWriter& writer);
@@ -42,8 +48,11 @@ class NT_Stream_Base : public Stream {
  private:
   bool flush_once(IWriter& writer);
   bool write_plain(const Buffer& buffer, IWriter& writer);
-  bool write_frame(const Buffer& buffer, IWriter& writer);
+  bool take_frame(const Buffer& buffer, IWriter& writer);
+  bool write_oldest_frame(IWriter& writer);
+  bool write_frame(const Buffer& data, const Buffer& compressed, IWriter& writer);
   void set_compressor(unsigned short method, int level);
+  void set_pipeline();
 
   unsigned long long written_size_ = 0;
   unsigned long long current_size_ = 0;
@@ -55,6 +64,11 @@ class NT_Stream_Base : public Stream {
   std::unique_ptr<Compressor> compressor_;
   unsigned char frame_sequence_ = 0;
   unsigned short compressor_method_ = 0;
+  int compressor_level_ = 0;
+  int compression_threads_ = 1;
+  std::unique_ptr<Frame_Pipeline> pipeline_;  // made for the first long stream
+  bool is_pipelined_ = false;                 // the stream's frames go through it
+  unsigned long long framed_size_ = 0;        // payload in the frames that were written
 };
 
 // File content of a known length (STAN). Counts as progress, and sees a cancel as a failed write.

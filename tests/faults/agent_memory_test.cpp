@@ -28,9 +28,10 @@ bool has_file(const std::string& dir) {
 
 class Short_Memory : public Agent_Run {
  protected:
-  // Files with attributes, links, holes and a path of more than 247 units.
+  // Files with attributes, links, holes and a path of more than 247 units; the first is long enough
+  // for several threads to compress it.
   Short_Memory() {
-    write_file(source("/a"), std::string(70001, 'a'));
+    write_file(source("/a"), std::string(300001, 'a'));
     fs::create_directory(source("/d"));
     write_file(source("/d/c"), "c");
     ::setxattr(source("/d/c").c_str(), "user.x", "y", 1, 0);

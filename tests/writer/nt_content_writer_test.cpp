@@ -291,6 +291,47 @@ TEST(DataStream, Failures) {
   EXPECT_FALSE(write(0, Memory_Writer()));
 }
 
+// Frames of all kinds, short of the end of the stream: the rest is filled up.
+TEST(DataStream, SeveralThreadsWriteWhatOneWrites) {
+  using test_support::Memory_Writer;
+  using test_support::Op;
+  constexpr unsigned int frame_size = 0x10000;
+  const MTF::Ref_Ptr<MTF::Event_Handler> handler(new test_support::Events);
+  MTF::Standard_Data_Stream stream(handler);
+  std::mt19937 random(1);
+  MTF::Buffer data(8);
+  data.expand(frame_size);
+  std::vector<std::string> frames(20);
+  for (std::string& frame : frames) {
+    frame.resize(1 + random() % frame_size, 'r');
+    std::generate_n(frame.begin(), random() % frame.size(),
+                    [&] { return static_cast<char>(random()); });
+  }
+  const auto write = [&](int threads, Memory_Writer& writer) {
+    MTF::Backup_Context ctx(12, 9);
+    stream.set_compression_threads(threads);
+    stream.reset_stream(22 * frame_size, MTF::compression_zstd, 1);
+    for (const std::string& frame : frames) {
+      data.copy(frame.data(), static_cast<unsigned int>(frame.size()));
+      data.size(static_cast<unsigned int>(frame.size()));
+      if (!stream.write_data(data, writer)) return false;
+    }
+    return fill_stream(ctx, stream, data, writer) && ctx.length == writer.bytes.size();
+  };
+  Memory_Writer one;
+  ASSERT_TRUE(write(1, one));
+  const unsigned int checksum = stream.checksum();
+  for (const int threads : {2, 5}) {
+    for (unsigned n = 1; n < 40; n += 7) {
+      Memory_Writer failing({Op::write, n}), several;
+      EXPECT_FALSE(write(threads, failing));
+      EXPECT_TRUE(write(threads, several));
+      EXPECT_EQ(several.bytes, one.bytes);
+      EXPECT_EQ(stream.checksum(), checksum);
+    }
+  }
+}
+
 // Goes to the directory of the parts.
 std::string enter(test::Writer_Parts& parts) {
   std::string system;
