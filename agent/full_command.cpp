@@ -89,6 +89,7 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
   backup.backup_read(!options.plain);
   backup.careful(!options.no_careful);
   backup.save_links(!options.no_links);
+  backup.read_ahead(true);
   backup.compression_threads(compression_threads(options.channels));
   backup.exclude_list(&plan.excludes);
   const bool started = backup.init(settings);

@@ -18,6 +18,10 @@ while [ $# -gt 0 ]; do
   esac
 done
 
+if [ -n "$cold" ] && ! { [ -d "$cold" ] && [ -w /proc/sys/vm/drop_caches ]; }; then
+  echo "--cold needs a directory on a disk, and root" >&2
+  exit 2
+fi
 scratch
 
 # deep_tree DIR: 30,000 files of 0 to 16 KiB in 11,500 directories, 3 to a leaf.
@@ -139,9 +143,10 @@ theirs() {
 }
 row "unchanged incremental, against tar -g" 0.6 "$work/deep"
 
-if [ -n "$cold" ] && [ -w /proc/sys/vm/drop_caches ]; then
+if [ -n "$cold" ]; then
   disk=$(mktemp -d "$cold/mtf-bench.XXXXXX")
   trap 'rm -rf "$work" "$disk"' EXIT
+  [ "$(stat -f -c %T "$disk")" != tmpfs ] || echo "note: $cold is in memory" >&2
   deep_tree "$disk/deep"
   prepare() { anew; drop_caches; }
   theirs() { tar cf "$work/bench.tar" -C "$(dirname "$1")" "$(basename "$1")"; }

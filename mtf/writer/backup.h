@@ -69,6 +69,9 @@ class Backup {
   // Whether symbolic links, the further names of hard-linked files, devices and FIFOs are saved
   // too; else (the default) each is left out with a line. No link is ever followed.
   void save_links(bool on) { opt_.save_links = on; }
+  // Whether a few threads of each channel have the system read the next files of local sources
+  // ahead, while reads wait for a disk; off from the start. What is stored and told is the same.
+  void read_ahead(bool on) { opt_.read_ahead = on; }
   // How many threads of each channel compress the content of large files; 1 (the default) is the
   // channel's own. The bytes on the storage are the same with any number.
   void compression_threads(int threads) { opt_.compression_threads = threads; }

@@ -34,6 +34,7 @@ struct Backup_Option {
   bool backup_read = true;      // read file content as backup records, else as plain bytes
   int threads = 1;              // that scan the sources
   int compression_threads = 1;  // that compress the frames of a channel's long streams
+  bool read_ahead = false;      // files of local sources, while reads wait for a disk
   bool save_links = false;      // symbolic links, further names of files, devices and FIFOs too
 };
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <new>
+#include <optional>
 
 #include "mtf/writer/backup.h"
 #include "mtf/writer/data_set.h"
@@ -76,7 +77,11 @@ void Backup_Task::set_error(int code) {
 bool Backup_Task::run() {
   Data_Set_Conf conf;
   conf.compression_method(opt_->compression_method);
-  Source_Consumer consumer(msg_queue());
+  std::optional<Read_Ahead> read_ahead;
+  if (opt_->read_ahead && callback_.get() == nullptr) {
+    read_ahead.emplace(static_cast<unsigned short>(seq_), volume_map_);
+  }
+  Source_Consumer consumer(msg_queue(), read_ahead ? &*read_ahead : nullptr);
   Data_Set data_set(conf, consumer, evt_handler_.get());
   if (!register_writers(data_set)) return false;
   if (!write_media(data_set) || consumer.damaged()) return false;

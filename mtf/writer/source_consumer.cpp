@@ -8,13 +8,13 @@
 namespace MTF {
 
 bool Source_Consumer::next(Cat_Blk& blk) {
-  Cat_Blk* block = nullptr;
-  if (queue_->dequeue_head(block) == -1) {
+  keep_place();
+  catalog_block_ = take();
+  if (catalog_block_ == nullptr) {
     ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Failed to get catalog block from producer, errno=%d\n"),
                       ACE_OS::last_error()),
                      false);
   }
-  catalog_block_.reset(block);
   const Cat_Hdr& hdr = catalog_block_->hdr();
   if (hdr.type() == block_fend) return false;
   if (hdr.checksum() != hdr.calc_checksum()) {
@@ -28,6 +28,54 @@ bool Source_Consumer::next(Cat_Blk& blk) {
   }
   blk.set_buffer(catalog_block_->data(), hdr.length(), false);
   return true;
+}
+
+std::unique_ptr<Cat_Blk> Source_Consumer::take() {
+  if (read_ahead_ != nullptr && read_ahead_->is_wanted()) look_ahead();
+  if (ahead_count_ == 0) {
+    is_followed_ = false;
+    return dequeue();
+  }
+  std::unique_ptr<Cat_Blk> block = std::move(ahead_[first_ahead_]);
+  first_ahead_ = (first_ahead_ + 1) % ahead_.size();
+  --ahead_count_;
+  read_ahead_->remove_oldest();
+  return block;
+}
+
+std::unique_ptr<Cat_Blk> Source_Consumer::dequeue() {
+  Cat_Blk* block = nullptr;
+  return std::unique_ptr<Cat_Blk>(queue_->dequeue_head(block) != -1 ? block : nullptr);
+}
+
+// A block that isn't sound ends the job when its turn comes.
+void Source_Consumer::look_ahead() {
+  if (!is_followed_) find_place();
+  while (!is_at_end_ && read_ahead_->has_room() && !queue_->is_empty()) {
+    std::unique_ptr<Cat_Blk> block = dequeue();
+    if (block == nullptr) return;
+    const Cat_Hdr& hdr = block->hdr();
+    is_at_end_ = hdr.type() == block_fend || hdr.checksum() != hdr.calc_checksum();
+    read_ahead_->add(*block);
+    ahead_[(first_ahead_ + ahead_count_++) % ahead_.size()] = std::move(block);
+  }
+}
+
+void Source_Consumer::find_place() {
+  if (volume_ != nullptr) read_ahead_->enter(*volume_);
+  if (dir_ != nullptr) read_ahead_->enter(*dir_);
+  is_followed_ = true;
+}
+
+void Source_Consumer::keep_place() {
+  if (read_ahead_ == nullptr || catalog_block_ == nullptr) return;
+  const unsigned int type = catalog_block_->hdr().type();
+  if (type == block_dirb) {
+    dir_ = std::move(catalog_block_);
+  } else if (type == block_volb) {
+    volume_ = std::move(catalog_block_);
+    dir_.reset();
+  }
 }
 
 }  // namespace MTF
