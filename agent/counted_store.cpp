@@ -19,6 +19,10 @@ class Counted_Reader final : public MTF::IRandom_Reader {
     return count;
   }
 
+  void read_ahead(unsigned long long offset, unsigned long long size) override {
+    reader_->read_ahead(offset, size);
+  }
+
  private:
   const std::unique_ptr<MTF::IRandom_Reader> reader_;
   std::atomic<unsigned long long>& bytes_;

@@ -73,6 +73,10 @@ class File_Reader final : public MTF::IRandom_Reader {
     return file_.read_at(offset, data, std::min(size, size_ - offset));
   }
 
+  void read_ahead(unsigned long long offset, unsigned long long size) override {
+    file_.read_ahead(offset, size);
+  }
+
  private:
   platform::Piece_File file_;
   unsigned long long size_;

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/read_ahead.h"
+
 namespace platform {
 
 Piece_File::~Piece_File() {
@@ -67,6 +69,10 @@ long long Piece_File::read_at(unsigned long long offset, char* data, std::size_t
 
 void Piece_File::forget_cached() {
   ::posix_fadvise(fd_, 0, 0, POSIX_FADV_DONTNEED);
+}
+
+void Piece_File::read_ahead(unsigned long long offset, unsigned long long size) {
+  platform::read_ahead(fd_, offset, size);
 }
 
 long long Piece_File::size() const {

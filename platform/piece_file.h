@@ -30,6 +30,9 @@ class Piece_File {
   // Reads up to `size` bytes from `offset`. Fewer only at the end of the piece; -1 on failure.
   long long read_at(unsigned long long offset, char* data, std::size_t size);
 
+  // Asks the kernel to read `size` bytes from `offset`, without waiting for them.
+  void read_ahead(unsigned long long offset, unsigned long long size);
+
   // Bytes in the piece; -1 on failure.
   long long size() const;
 

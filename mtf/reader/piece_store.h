@@ -18,6 +18,10 @@ class IRandom_Reader {
   // Reads up to `size` bytes from `offset` into `data`. Returns the bytes read, fewer than asked
   // for only at the end of the piece, -1 on failure with errno set.
   virtual long long read_at(unsigned long long offset, char* data, unsigned long long size) = 0;
+
+  // Says that the `size` bytes from `offset` will be asked for soon. A reader from a disk may have
+  // them read meanwhile; must not wait for that. Told only while reads come from a disk.
+  virtual void read_ahead(unsigned long long /*offset*/, unsigned long long /*size*/) {}
 };
 
 class IPiece_Store {

@@ -36,6 +36,7 @@ class Piece_Window {
 
  private:
   bool fill(unsigned long long offset, std::size_t length);
+  void ask_ahead(bool goes_on);
 
   IRandom_Reader& reader_;
   unsigned long long size_;
@@ -43,6 +44,9 @@ class Piece_Window {
   std::vector<char> buffer_;
   unsigned long long start_ = 0;  // position in the piece of the first byte in the buffer
   std::size_t filled_ = 0;
+  bool is_cold_ = false;               // reads came from a disk
+  unsigned long long disk_reads_ = 0;  // of the thread, when it was last looked at
+  unsigned long long asked_ = 0;       // up to here the reader was told
 };
 
 }  // namespace MTF
