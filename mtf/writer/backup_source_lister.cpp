@@ -40,6 +40,7 @@ Backup_Source_Lister::Backup_Source_Lister(std::unique_ptr<Impl> impl, int threa
 
 Backup_Source_Lister::~Backup_Source_Lister() {
   if (!read_to_end_) stopped_ = true;
+  if (impl_ != nullptr) impl_->end_reading();
   wait();
 }
 

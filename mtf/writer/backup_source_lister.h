@@ -107,6 +107,9 @@ class Backup_Source_Lister::Impl {
 
   // As Backup_Source_Lister::next_entry().
   virtual int next_entry(std::string& dir, Entry& entry, bool& is_source) = 0;
+
+  // Nobody calls next_entry() any more: a walker who waits for that goes on.
+  virtual void end_reading() {}
 };
 
 }  // namespace MTF

@@ -90,8 +90,9 @@ bool node_less(const Cache_Node* a, const Cache_Node* b) {
   return a != nullptr && b != nullptr && oxbase::path_less(a->name(), b->name());
 }
 
-Backup_Source_Lister_MMap_Impl::Backup_Source_Lister_MMap_Impl(const std::string& cache_dir)
-    : pool_(usable(cache_dir)), id_(++last_id) {}
+Backup_Source_Lister_MMap_Impl::Backup_Source_Lister_MMap_Impl(const std::string& cache_dir,
+                                                               std::size_t most_ahead)
+    : most_ahead_(most_ahead), pool_(usable(cache_dir)), id_(++last_id) {}
 
 bool Backup_Source_Lister_MMap_Impl::add_source(const source_entry& source) {
   const unsigned long long size = Cache_Node::node_size(source.path.size());
@@ -211,6 +212,9 @@ int Backup_Source_Lister_MMap_Impl::next_directory(std::string& dir) {
 
 int Backup_Source_Lister_MMap_Impl::take_directory(std::string& dir) {
   ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, lock_, -1);
+  while (is_far_ahead()) {
+    if (directory_ready_.wait() == -1) return -1;
+  }
   if (dequeue_sub_directory(dir) == Backup_Source_Lister::found) return Backup_Source_Lister::found;
   if (walkers_ == 0) {
     while (enqueue_one(true) != none_pending) {
@@ -228,6 +232,11 @@ int Backup_Source_Lister_MMap_Impl::take_directory(std::string& dir) {
     return -1;
   }
   return dequeue_sub_directory(dir);
+}
+
+// A reader who waits gets what he waits for from nobody but a walker.
+bool Backup_Source_Lister_MMap_Impl::is_far_ahead() const {
+  return ahead_ > most_ahead_ && !reader_waits_ && !broken_;
 }
 
 int Backup_Source_Lister_MMap_Impl::dequeue_sub_directory(std::string& dir) {
@@ -263,7 +272,10 @@ bool Backup_Source_Lister_MMap_Impl::walk_end(const std::string& dir, bool ok) {
   {
     ACE_GUARD_RETURN(ACE_Thread_Mutex, guard, lock_, false);
     // A thread that sees this state under the lock also sees the sorted lists.
-    if (directory != nullptr) directory->state = walked;
+    if (directory != nullptr) {
+      directory->state = walked;
+      ahead_ += directory->files.size() + 1;
+    }
     --walkers_;
     step = enqueue_one(false);
   }
@@ -331,10 +343,21 @@ int Backup_Source_Lister_MMap_Impl::take_ready() {
       errno = ENOMEM;
       return -1;
     }
+    reader_waits_ = true;
+    if (ahead_ > most_ahead_) directory_ready_.broadcast();
     if (entry_ready_.wait() == -1) return -1;
   }
+  reader_waits_ = false;
   taken_.swap(ready_);
+  if (ahead_ > most_ahead_) directory_ready_.broadcast();
+  ahead_ -= std::min(ahead_, taken_.size());
   return Backup_Source_Lister::found;
+}
+
+void Backup_Source_Lister_MMap_Impl::end_reading() {
+  ACE_GUARD(ACE_Thread_Mutex, guard, lock_);
+  reader_waits_ = true;
+  directory_ready_.broadcast();
 }
 
 // Records that were given aren't touched again, and the others can wait in the file.

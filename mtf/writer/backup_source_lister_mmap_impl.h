@@ -61,8 +61,10 @@ class Backup_Source_Lister_MMap_Impl : public Backup_Source_Lister::Impl {
   };
 
   // `cache_dir` is a native directory, which is made if it isn't there. With one that can't be made
-  // there is no room for anything.
-  explicit Backup_Source_Lister_MMap_Impl(const std::string& cache_dir);
+  // there is no room for anything. No directory is begun while more than `most_ahead` entries wait
+  // for the reader, unless the reader waits too; their links take 16 MB.
+  explicit Backup_Source_Lister_MMap_Impl(const std::string& cache_dir,
+                                          std::size_t most_ahead = 500000);
 
   bool add_source(const source_entry& source) override;
   int next_directory(std::string& dir) override;
@@ -70,6 +72,7 @@ class Backup_Source_Lister_MMap_Impl : public Backup_Source_Lister::Impl {
   // 1 for an entry that isn't a directory, 0 for one that is, -1 if there is no room.
   int add_entry(const std::string& dir, const Entry& entry) override;
   int next_entry(std::string& dir, Entry& entry, bool& is_source) override;
+  void end_reading() override;
 
   int add_file(const std::string& dir, const Entry& entry);
   int add_sub_directory(const std::string& dir, const Entry& entry);
@@ -95,6 +98,7 @@ class Backup_Source_Lister_MMap_Impl : public Backup_Source_Lister::Impl {
   Directory* find_directory(const std::string& dir);
   bool take_piece(unsigned long long size);
   int take_directory(std::string& dir);
+  bool is_far_ahead() const;
   void list_head(Directory& directory);
   int take_ready();
   void give(const Cache_Node& node, std::string& dir, Entry& entry, bool& is_source);
@@ -107,6 +111,9 @@ class Backup_Source_Lister_MMap_Impl : public Backup_Source_Lister::Impl {
   std::set<Cache_Node*, Compare> walk_queue_{node_less};
   std::list<Cache_Node*> pending_;
   int walkers_ = 0;  // threads that are in a directory
+  const std::size_t most_ahead_;
+  std::size_t ahead_ = 0;  // entries of walked directories that the reader hasn't begun to take
+  bool reader_waits_ = false;
   ACE_Condition<ACE_Thread_Mutex> directory_ready_{lock_};
   ACE_Condition<ACE_Thread_Mutex> entry_ready_{lock_};
   MMap_Pool pool_;

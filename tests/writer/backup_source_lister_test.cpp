@@ -66,6 +66,31 @@ TEST(Source_Lister, AnExceptionOfTheHostFailsADirectoryOnly) {
   EXPECT_EQ(error, ENOMEM);
 }
 
+// Nobody waits for a reader who waits, or who has gone.
+TEST(Source_Lister, WalkersThatWaitForTheReaderFindTheSame) {
+  const Temp_Dir dir, cache;
+  for (int i = 0; i < 60; ++i) {
+    ASSERT_EQ(::mkdir((dir / std::to_string(i)).c_str(), 0755), 0);
+    for (const char* name : {"/x", "/y"})
+      test_support::write_file(dir / std::to_string(i) + name, "");
+  }
+  MTF::source_entry top;
+  ASSERT_TRUE(platform::system_path(dir.path(), top.path));
+  platform::stat_link_native(dir.path(), top.stat);
+  const auto open = [&](std::size_t most_ahead) {
+    auto store = std::make_unique<MTF::Backup_Source_Lister_MMap_Impl>(cache.path(), most_ahead);
+    auto lister = std::make_unique<Lister>(std::move(store), 3, nullptr, nullptr, nullptr);
+    EXPECT_TRUE(lister->open({top}));
+    return lister;
+  };
+  const Lines all = rest(*open(1000));
+  EXPECT_EQ(all.size(), 1U + 60 * 3);
+  for (const std::size_t most_ahead : {0, 1, 20}) {
+    EXPECT_EQ(rest(*open(most_ahead)), all);
+    open(most_ahead);
+  }
+}
+
 class Source_Store : public testing::Test {
  protected:
   void add_source(const std::string& path, unsigned int mode = directory_mode) {
