@@ -9,7 +9,7 @@ namespace {
 
 // How far behind the last byte a view still goes on, and how far ahead the piece is read.
 constexpr unsigned long long longest_step = 0x100000;
-constexpr unsigned long long read_ahead_size = 0x800000;
+constexpr unsigned long long ahead_size = 0x800000;
 
 }  // namespace
 
@@ -48,12 +48,12 @@ bool Piece_Window::fill(unsigned long long offset, std::size_t length) {
 // Asking costs little, but nothing is to be paid for a piece that is in the cache.
 void Piece_Window::ask_ahead(bool goes_on) {
   const unsigned long long end = start_ + filled_;
-  const bool is_due = asked_ < end + read_ahead_size / 2 && asked_ < size_;
+  const bool is_due = asked_ < end + ahead_size / 2 && asked_ < size_;
   if (!goes_on) asked_ = 0;
   if (goes_on && is_cold_ && !is_due) return;
   if (goes_on && is_cold_) {
     const unsigned long long from = std::max(asked_, end);
-    asked_ = std::min(end + read_ahead_size, size_);
+    asked_ = std::min(end + ahead_size, size_);
     if (from < asked_) reader_.read_ahead(from, asked_ - from);
   }
   const unsigned long long reads = platform::disk_reads_of_thread();

@@ -13,14 +13,14 @@ namespace {
 
 constexpr int thread_count = 4;
 constexpr unsigned long long most_of_file = 4 << 20;
-constexpr unsigned long long most_ahead = 16 << 20;
+constexpr unsigned long long most_size_ahead = 16 << 20;
 
 // Measuring takes a call of the system, so it is for many blocks at once. Fewer reads than these
 // are strays, such as the allocation maps of the disk that is written to.
 constexpr unsigned int measured_blocks = 64;
 constexpr unsigned long long least_reads = 16 << 10;
 // As many measurements without reads as see all files that are ahead.
-constexpr unsigned int most_idle = 2;
+constexpr unsigned int idle_limit = 2;
 
 }  // namespace
 
@@ -52,7 +52,7 @@ void Read_Ahead::measure() {
   if (reads >= least_reads) {
     idle_measurements_ = 0;
     is_active_ = is_active_ || start();
-  } else if (++idle_measurements_ >= most_idle) {
+  } else if (++idle_measurements_ >= idle_limit) {
     is_active_ = false;
   }
 }
@@ -75,7 +75,7 @@ bool Read_Ahead::attempt(Step step) {
 }
 
 bool Read_Ahead::has_room() const {
-  return added_ - removed_ < most_files && size_ < most_ahead;
+  return added_ - removed_ < most_files && size_ < most_size_ahead;
 }
 
 void Read_Ahead::add(const Cat_Blk& block) {
