@@ -8,6 +8,7 @@
 #include "mtf/common/checksum_stream.h"
 #include "mtf/common/compression_stream.h"
 #include "mtf/writer/dblk_writer.h"
+#include "services/frame_pipeline.h"
 
 namespace MTF {
 namespace {

@@ -11,9 +11,10 @@
 #include "services/checksum.h"
 #include "services/compression.h"
 #include "services/event_handler.h"
-#include "services/frame_pipeline.h"
 
 namespace MTF {
+
+class Frame_Pipeline;
 
 // Belongs to one block writer. The objects are reused: reset_stream starts each stream.
 class NT_Stream_Base : public Stream {
