@@ -5,6 +5,7 @@
 
 #include "agent/commands.h"
 #include "agent/exit_code.h"
+#include "agent/rclone.h"
 #include "agent/stem.h"
 #include "agent/text.h"
 
@@ -52,6 +53,7 @@ void define_command_line(CLI::App& app, Command& chosen) {
   add_remove(app, chosen);
   add_prune(app, chosen);
   add_copy(app, chosen);
+  add_unlock(app, chosen);
   add_rebuild(app, chosen);
   add_jobs(app, chosen);
   add_mount(app, chosen);
@@ -65,9 +67,12 @@ std::string number_fault(const std::string& text) {
 }
 
 CLI::Option* add_storage(CLI::App& command, std::string& storage) {
-  return command.add_option("--storage", storage, "The directory that holds the jobs")
+  return command
+      .add_option("--storage", storage,
+                  "Where the jobs are: a directory, or rclone:REMOTE:PATH for a path of a\n"
+                  "remote in the configuration of rclone")
       ->required()
-      ->type_name("DIR");
+      ->type_name("STORAGE");
 }
 
 CLI::Option* add_name(CLI::App& command, std::string& stem) {
@@ -120,6 +125,7 @@ int run(const std::vector<std::string>& arguments, Console& console) {
     if (!text.empty()) text.pop_back();
     if (line.command) {
       const int code = line.command(console);
+      for (const std::string& trouble : take_troubles()) console.note("error: " + trouble);
       if (console.finish()) return code;
       console.note("error: the output could not be written");
       return exit_failed;

@@ -29,6 +29,7 @@ void add_remove(CLI::App& app, Command& chosen);
 void add_prune(CLI::App& app, Command& chosen);
 void add_copy(CLI::App& app, Command& chosen);
 void add_rebuild(CLI::App& app, Command& chosen);
+void add_unlock(CLI::App& app, Command& chosen);
 void add_jobs(CLI::App& app, Command& chosen);
 void add_mount(CLI::App& app, Command& chosen);
 void add_report(CLI::App& app, Command& chosen);

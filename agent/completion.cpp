@@ -13,7 +13,7 @@ enum class Offer { nothing, files, directories, choices };
 Offer offer_for(const Option_Text& option) {
   const std::string& type = option.is_argument ? option.name : option.type;
   if (!choices_of(type).empty()) return Offer::choices;
-  if (type == "DIR") return Offer::directories;
+  if (type == "DIR" || type == "STORAGE") return Offer::directories;
   return type == "FILE" || type == "PATH" ? Offer::files : Offer::nothing;
 }
 

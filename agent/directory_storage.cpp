@@ -105,6 +105,17 @@ bool Directory_Storage::open_for_job(const std::string& stem, bool make, std::st
   return false;
 }
 
+// The system gives the lock back when its holder dies: one that is held is alive.
+bool Directory_Storage::unlock(const std::string& stem, std::vector<std::string>&,
+                               std::string& error) {
+  if (!directory_.open(path_, false)) return fail(error);
+  platform::Lock_File lock;
+  if (directory_.lock('.' + stem + ".lock", lock)) return true;
+  if (errno != EWOULDBLOCK) return fail(error);
+  error = "a job of '" + stem + "' is running, and the lock goes with it";
+  return false;
+}
+
 bool Directory_Storage::identity(std::string& out, std::string& error) const {
   return directory_.identity(out) || fail(error);
 }

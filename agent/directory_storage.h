@@ -21,6 +21,8 @@ class Directory_Storage : public IStorage {
   std::string directory() const override { return path_; }
   bool open_for_reading(std::string& error) override;
   bool open_for_job(const std::string& stem, bool make, std::string& error) override;
+  bool unlock(const std::string& stem, std::vector<std::string>& lines,
+              std::string& error) override;
   const std::vector<std::string>& cleared() const override { return cleared_; }
   bool identity(std::string& out, std::string& error) const override;
   bool list(std::vector<Stored_Piece>& pieces, std::string& error) override;

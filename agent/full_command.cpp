@@ -14,6 +14,7 @@
 #include "agent/job_events.h"
 #include "agent/job_log.h"
 #include "agent/progress.h"
+#include "agent/rclone.h"
 #include "agent/storage_channel.h"
 #include "agent/text.h"
 #include "mtf/writer/backup.h"
@@ -33,6 +34,7 @@ std::atomic<bool> stop_asked{false};
 
 void stop_running_job(int) {
   stop_asked = true;
+  stop_writing_calls();
   if (MTF::Event_Handler* events = running_events.load()) events->set_canceling();
 }
 
@@ -133,7 +135,7 @@ int run_full(const Full_Options& options, Console& console) {
   platform::watch_stop_signals(stop_running_job);
   Full_Plan plan;
   std::string error;
-  const std::unique_ptr<IStorage> storage = make_storage(options.storage, error);
+  const std::unique_ptr<IStorage> storage = make_storage(options.storage, error, options.tmp);
   if (!storage) return report_refusal(options, exit_usage, error, console);
   const int code = make_full_plan(options, *storage, plan, error);
   tell_cleared(*storage, plan.work_dir, console);

@@ -181,7 +181,7 @@ void Rebuilder::report(const std::string& catalog, unsigned int seq,
 
 int run_rebuild(const Rebuild_Options& options, Console& console) {
   std::string error;
-  const std::unique_ptr<IStorage> storage = make_storage(options.job.storage, error);
+  const std::unique_ptr<IStorage> storage = make_storage(options.job.storage, error, options.tmp);
   if (!storage) {
     console.note("mtf-agent: " + error);
     return exit_usage;

@@ -1,14 +1,25 @@
 #include "agent/storage.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 #include "agent/directory_storage.h"
 #include "agent/paths.h"
+#include "agent/rclone_storage.h"
 #include "agent/text.h"
 #include "services/piece_name.h"
 
 namespace agent {
 namespace {
+
+constexpr const char* rclone_start = "rclone:";
+
+// For files without a name, which the directory of the working files needn't be there for.
+std::string usual_tmp() {
+  const char* const given = std::getenv("TMPDIR");
+  return given != nullptr && *given != '\0' ? given : "/var/tmp";
+}
 
 bool is_media(const std::string& name) {
   MTF::Piece_Name piece;
@@ -25,7 +36,13 @@ bool IStorage::pieces(std::vector<std::string>& names, std::string& error) {
   return true;
 }
 
-std::unique_ptr<IStorage> make_storage(const std::string& text, std::string& error) {
+std::unique_ptr<IStorage> make_storage(const std::string& text, std::string& error,
+                                       const std::string& tmp) {
+  if (text.compare(0, std::strlen(rclone_start), rclone_start) == 0) {
+    const std::string place = text.substr(std::strlen(rclone_start));
+    if (!check_place(place, error)) return nullptr;
+    return std::make_unique<Rclone_Storage>(place, tmp.empty() ? usual_tmp() : tmp);
+  }
   std::string path;
   if (absolute_path(text, path)) return std::make_unique<Directory_Storage>(path);
   error = "--storage '" + escape_controls(text) + "' is no path";

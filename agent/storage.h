@@ -57,6 +57,11 @@ class IStorage : public MTF::IPiece_Store {
   // a storage that is missing, a directory only below one that is there.
   virtual bool open_for_job(const std::string& stem, bool make, std::string& error) = 0;
 
+  // Takes away locks of `stem` whose holders are dead, as far as that can be told; `lines` tells of
+  // each. False, with `error`, if one stays.
+  virtual bool unlock(const std::string& stem, std::vector<std::string>& lines,
+                      std::string& error) = 0;
+
   // The names of what open_for_job() removed.
   virtual const std::vector<std::string>& cleared() const = 0;
 
@@ -88,9 +93,11 @@ class IStorage : public MTF::IPiece_Store {
   bool pieces(std::vector<std::string>& names, std::string& error) final;
 };
 
-// The storage that `text`, the value of --storage, stands for; nothing is looked at yet. Null, with
-// a line for the user, if it can't stand for one.
-std::unique_ptr<IStorage> make_storage(const std::string& text, std::string& error);
+// The storage that `text`, the value of --storage, stands for: a directory, or rclone:REMOTE:PATH.
+// Nothing is looked at yet. Working files are made in the directory `tmp`, or in the usual one
+// where it is empty. Null, with a line for the user, if `text` can't stand for a storage.
+std::unique_ptr<IStorage> make_storage(const std::string& text, std::string& error,
+                                       const std::string& tmp = {});
 
 // Bytes of all pieces of each job, by its stem and number.
 using Job_Sizes = std::map<std::pair<std::string, unsigned int>, unsigned long long>;

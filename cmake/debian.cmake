@@ -17,8 +17,8 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_AGENT_PACKAGE_NAME mtf-agent)
 set(CPACK_DEBIAN_AGENT_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_AGENT_PACKAGE_SHLIBDEPS ON)
-# What users other than root mount with.
-set(CPACK_DEBIAN_AGENT_PACKAGE_RECOMMENDS fuse3)
+# What users other than root mount with, and what serves storages elsewhere.
+set(CPACK_DEBIAN_AGENT_PACKAGE_RECOMMENDS "fuse3, rclone")
 set(CPACK_DEBIAN_AGENT_DESCRIPTION "saves, verifies and restores backups in the Microsoft Tape Format
 Saves directories as full and incremental jobs, spread over parallel channels,
 with extended attributes, access control lists and holes. Each job can be

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <utility>
 
 #include "platform/read_ahead.h"
@@ -23,6 +24,16 @@ Piece_File& Piece_File::operator=(Piece_File&& other) noexcept {
     fd_ = std::exchange(other.fd_, -1);
   }
   return *this;
+}
+
+bool Piece_File::open_unnamed(const std::string& directory) {
+  close();
+  fd_ = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  if (fd_ >= 0 || (errno != EOPNOTSUPP && errno != EISDIR)) return fd_ >= 0;
+  // A file system that can't do it at once.
+  std::string path = directory + "/mtf-XXXXXX";
+  fd_ = ::mkostemp(path.data(), O_CLOEXEC);
+  return fd_ >= 0 && ::unlink(path.c_str()) == 0;
 }
 
 bool Piece_File::write_all(const char* data, std::size_t size) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 namespace platform {
 
@@ -13,6 +14,9 @@ class Piece_File {
   ~Piece_File();
   Piece_File(Piece_File&& other) noexcept;
   Piece_File& operator=(Piece_File&& other) noexcept;
+
+  // Makes a file without a name in `directory`, for writing and reading: it goes with its handle.
+  bool open_unnamed(const std::string& directory);
 
   // Appends all of `size` bytes, however many calls of the system that takes. The bytes written
   // before a failure stay in the piece.
@@ -41,6 +45,9 @@ class Piece_File {
   void forget_cached();
 
   bool is_open() const { return fd_ >= 0; }
+
+  // The descriptor, -1 where nothing is open. It stays the object's.
+  int handle() const { return fd_; }
 
  private:
   friend class Storage_Directory;

@@ -61,6 +61,18 @@ Agent_Run::Agent_Run() {
   fs::create_directory(dir_ / "source");
 }
 
+void Agent_Run::use_storage(const std::string& kind) {
+  if (kind == "directory") return;
+  const std::string config = dir_ / "rclone.conf";
+  // A word of the tests, as rclone wants it.
+  const std::string password = "yh1kz4C_c6lF7xnSmd4woVkvA-PpovciXUWZH1rmE6-mEwk";
+  write_file(config, "[remote]\ntype = alias\nremote = " + dir_.path() +
+                         "\n[encrypted]\ntype = crypt\nremote = " + dir_.path() +
+                         "\ndirectory_name_encryption = false\npassword = " + password + '\n');
+  ::setenv("RCLONE_CONFIG", config.c_str(), 1);
+  storage_text_ = "rclone:" + kind + ":storage";
+}
+
 Arguments agent(const Arguments& more) {
   Arguments all{MTF_AGENT};
   all.insert(all.end(), more.begin(), more.end());
@@ -68,7 +80,7 @@ Arguments agent(const Arguments& more) {
 }
 
 Arguments Agent_Run::on_storage(const std::string& command, const Arguments& more) const {
-  Arguments all = agent({command, "--storage", dir_ / "storage", "--name", "demo"});
+  Arguments all = agent({command, "--storage", storage_text(), "--name", "demo"});
   all.insert(all.end(), more.begin(), more.end());
   return all;
 }
@@ -89,6 +101,11 @@ Output Agent_Run::restore(const std::string& to, const Arguments& more) const {
 }
 
 Arguments Agent_Run::pieces() const {
+  if (storage_text().find(":encrypted:") != std::string::npos) {
+    Arguments names = lines_of(run({"/usr/bin/env", "rclone", "lsf", "encrypted:storage"}).out);
+    std::sort(names.begin(), names.end());
+    return names;
+  }
   platform::Storage_Directory directory;
   Arguments names;
   if (!directory.open(dir_ / "storage", false) || !directory.names(names)) return {};
@@ -140,7 +157,8 @@ void Agent_Run::expect_round_trip(const Arguments& how, const Arguments& sources
 bool Agent_Run::has_unfinished_piece() const {
   const Arguments names = pieces();
   return std::any_of(names.begin(), names.end(), [](const std::string& name) {
-    return name.find(".mtf.part") != std::string::npos;
+    return name.find(".mtf.part") != std::string::npos ||
+           name.find(".unfinished") != std::string::npos;
   });
 }
 

@@ -18,6 +18,13 @@ class Agent_Run : public testing::Test {
  protected:
   Agent_Run();
 
+  // Jobs go to another kind of storage from now on: "remote", the directory `storage` through
+  // rclone, or "encrypted", which hides names and content in it; "directory" is the usual one.
+  void use_storage(const std::string& kind);
+
+  // The value of --storage.
+  const std::string& storage_text() const { return storage_text_; }
+
   std::string source(const std::string& path = {}) const { return dir_ / "source" + path; }
   std::string storage(const std::string& name = {}) const { return dir_ / "storage/" + name; }
 
@@ -53,6 +60,16 @@ class Agent_Run : public testing::Test {
   bool has_unfinished_piece() const;
 
   Temp_Dir dir_;
+
+ private:
+  std::string storage_text_ = dir_ / "storage";
+};
+
+// For tests that are run on each kind of storage.
+template <class Test>
+class On_Each_Storage : public Test, public testing::WithParamInterface<const char*> {
+ protected:
+  On_Each_Storage() { this->use_storage(GetParam()); }
 };
 
 // The program, with more arguments behind.

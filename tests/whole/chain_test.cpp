@@ -29,11 +29,15 @@ class Broken_Chain : public Agent_Run {
   }
 };
 
+using Broken_Chain_On = On_Each_Storage<Broken_Chain>;
+
+INSTANTIATE_TEST_SUITE_P(, Broken_Chain_On, testing::Values("directory", "remote"));
+
 const std::string needs_job_1 =
     "job 2 of 'demo' needs job 1, which isn't complete: run a full job, or name another --base";
 
 // Files that didn't change would be nowhere on the storage.
-TEST_F(Broken_Chain, AJobThatTheBaseNeedsIsGone) {
+TEST_P(Broken_Chain_On, AJobThatTheBaseNeedsIsGone) {
   make_chain({});
   ASSERT_EQ(run(on_storage("remove", {"--seq", "1", "--force"})).code, 0);
   const Arguments left = pieces();
@@ -43,7 +47,7 @@ TEST_F(Broken_Chain, AJobThatTheBaseNeedsIsGone) {
   EXPECT_EQ(save_next().code, 0) << "the full job needs no other";
 }
 
-TEST_F(Broken_Chain, AJobThatTheBaseNeedsLacksAPiece) {
+TEST_P(Broken_Chain_On, AJobThatTheBaseNeedsLacksAPiece) {
   make_chain({"--channels", "2"});
   for (const char* piece : {"demo.1.1.mtf", "demo.1.2.cat"}) {
     SCOPED_TRACE(piece);

@@ -13,15 +13,18 @@ namespace fs = std::filesystem;
 using namespace test_support;
 
 class Jobs : public Agent_Run {};
+using Jobs_On = On_Each_Storage<Jobs>;
+
+INSTANTIATE_TEST_SUITE_P(, Jobs_On, testing::Values("directory", "remote", "encrypted"));
 
 const Arguments first_job{"demo.1.0.cat", "demo.1.0.mtf"};
 
-TEST_F(Jobs, ComeAndGo) {
+TEST_P(Jobs_On, ComeAndGo) {
   write_file(source("/f"), "one");
   ASSERT_EQ(save().code, 0);
   write_file(source("/f"), "two");
   ASSERT_EQ(save({"--channels", "2"}).code, 0);
-  const Output jobs = run(agent({"jobs", "--storage", storage(), "--json"}));
+  const Output jobs = run(agent({"jobs", "--storage", storage_text(), "--json"}));
   const auto lines = lines_of(jobs.out);
   ASSERT_EQ(lines.size(), 2U) << jobs.out;
   for (unsigned int seq : {1U, 2U}) {

@@ -58,6 +58,8 @@ class Rebuilding : public Agent_Run {
   Snapshot before_;
 };
 
+using Rebuilding_On = On_Each_Storage<Rebuilding>;
+
 TEST_F(Rebuilding, EachPieceOfAChainInTurn) {
   for (const char* kind : {"--plain", "--compression=lz4"}) {
     SCOPED_TRACE(kind);
@@ -112,7 +114,9 @@ TEST_F(Rebuilding, LinksAndDevices) {
   EXPECT_EQ(difference(before_, found), "");
 }
 
-TEST_F(Rebuilding, ADamagedCatalogGoesOnlyIfItIsAskedFor) {
+INSTANTIATE_TEST_SUITE_P(, Rebuilding_On, testing::Values("directory", "remote"));
+
+TEST_P(Rebuilding_On, ADamagedCatalogGoesOnlyIfItIsAskedFor) {
   make_chain({"--plain"});
   const std::string sound = read_file(storage("demo.2.0.cat"));
   std::string damaged = sound;

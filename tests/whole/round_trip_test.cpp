@@ -13,21 +13,27 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test_support;
 
-using Kind = std::pair<std::string, std::string>;  // channels, compression
+struct Kind {
+  const char *channels, *compression, *storage;
+};
 
 class Round_Trip : public Agent_Run {};
 class Round_Trip_Kinds : public Round_Trip, public testing::WithParamInterface<Kind> {};
 
 TEST_P(Round_Trip_Kinds, HardTree) {
+  use_storage(GetParam().storage);
   make_hard_tree(source());
-  expect_round_trip({"--channels", GetParam().first, "--compression", GetParam().second},
+  expect_round_trip({"--channels", GetParam().channels, "--compression", GetParam().compression},
                     {source()}, 0);
   EXPECT_EQ(snapshot(source()).size(), snapshot(back()).size());
 }
 
 INSTANTIATE_TEST_SUITE_P(, Round_Trip_Kinds,
-                         testing::Values(Kind{"1", "none"}, Kind{"1", "lz4"}, Kind{"1", "zstd"},
-                                         Kind{"3", "none"}, Kind{"3", "lz4"}, Kind{"3", "zstd"}));
+                         testing::Values(Kind{"1", "none", "directory"}, Kind{"1", "lz4", "remote"},
+                                         Kind{"1", "zstd", "directory"},
+                                         Kind{"3", "none", "encrypted"},
+                                         Kind{"3", "lz4", "directory"},
+                                         Kind{"3", "zstd", "remote"}));
 
 TEST_F(Round_Trip, WhatIsNotSavedIsNamed) {
   write_file(source("/file"), "content");

@@ -1,0 +1,58 @@
+#include "agent/catalog_copy.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "agent/text.h"
+
+namespace agent {
+namespace {
+
+// Enough for a look at what the job is; a whole catalog may have gigabytes.
+constexpr unsigned long long head_size = 0x10000;
+
+}  // namespace
+
+long long Catalog_Copy::read_at(unsigned long long offset, char* data, unsigned long long size) {
+  if (offset >= size_) return 0;
+  size = std::min(size, size_ - offset);
+  const std::lock_guard<std::mutex> guard(mutex_);
+  std::string error;
+  const bool from_head = !file_.is_open() && offset + size <= head_size;
+  if (!(from_head ? fetch_head(error) : fetch_all(error))) {
+    note_trouble(name_ + ": " + error);
+    errno = EIO;
+    return -1;
+  }
+  if (!from_head) return file_.read_at(offset, data, static_cast<std::size_t>(size));
+  head_.copy(data, static_cast<std::size_t>(size), static_cast<std::size_t>(offset));
+  return static_cast<long long>(size);
+}
+
+bool Catalog_Copy::fetch_head(std::string& error) {
+  const unsigned long long wanted = std::min(size_, head_size);
+  if (head_.size() == wanted) return true;
+  const Call_End end =
+      rclone_.run({"cat", "--count", std::to_string(wanted), rclone_.path(name_)}, &head_, error);
+  if (end == Call_End::done && head_.size() == wanted) return true;
+  if (error.empty()) error = "rclone: the object ends too early";
+  return false;
+}
+
+bool Catalog_Copy::fetch_all(std::string& error) {
+  if (file_.is_open()) return true;
+  platform::Piece_File file;
+  if (!file.open_unnamed(tmp_)) {
+    error = error_text("a working file in '" + escape_controls(tmp_) + '\'', errno);
+    return false;
+  }
+  const Call_End end = rclone_.run_with({"cat", rclone_.path(name_)}, nullptr, &file, error);
+  if (end == Call_End::done && file.size() == static_cast<long long>(size_)) {
+    file_ = std::move(file);
+    return true;
+  }
+  if (error.empty()) error = "rclone: the object ends too early";
+  return false;
+}
+
+}  // namespace agent

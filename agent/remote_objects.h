@@ -1,0 +1,37 @@
+// The objects that a remote holds for jobs: pieces, marks and locks.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace agent {
+
+struct Remote_Object {
+  std::string name;
+  unsigned long long size = 0;
+  bool sized = false;   // some kinds of remote don't tell the size
+  std::string changed;  // as the remote tells it, in UTC; empty where it wasn't asked for
+};
+
+// Reads what `rclone lsjson` prints. False if it is something else.
+bool parse_listing(const std::string& json, std::vector<Remote_Object>& objects);
+
+// An object that stands beside pieces for as long as they don't count: `STEM.SEQ.unfinished` beside
+// all pieces of a job that is being made, `CATALOG.rebuild` beside a catalog that is made again.
+struct Mark {
+  std::string stem;
+  unsigned int seq = 0;
+  std::string catalog;  // empty for a whole job
+
+  std::string name() const;
+
+  // True for a piece that doesn't count because of it.
+  bool covers(const std::string& piece) const;
+};
+
+bool parse_mark(const std::string& name, Mark& out);
+
+// The marks among `objects`, of one stem where it isn't empty.
+std::vector<Mark> marks_among(const std::vector<Remote_Object>& objects, const std::string& stem);
+
+}  // namespace agent

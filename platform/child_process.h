@@ -1,0 +1,83 @@
+// Another program that runs beside this one.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/piece_file.h"
+
+namespace platform {
+
+// What to start, and what it is connected with. Where nothing else is said its input is empty.
+struct Child_Setup {
+  std::vector<std::string> arguments;  // the first is the program, which is looked up in PATH
+  // Variables of its environment, set where this process has none of that name.
+  std::vector<std::pair<std::string, std::string>> defaults;
+  bool is_fed = false;                 // write() gives it its input
+  const Piece_File* input = nullptr;   // its input is this file, from the start
+  const Piece_File* output = nullptr;  // what it prints goes there, and not to read()
+  // Seconds that one call waits for it while nothing moves between it and this process.
+  int patience = 0;
+  // Ends the waiting of write() and finish() when it becomes true; may be null.
+  const std::atomic<bool>* canceled = nullptr;
+};
+
+// The child has a session of its own, so the keys of a terminal don't reach it. It ends with this
+// process, however that ends. One thread at a time; every failure leaves its errno.
+class Child_Process {
+ public:
+  Child_Process() = default;
+  ~Child_Process() { stop(); }
+  Child_Process(const Child_Process&) = delete;
+  Child_Process& operator=(const Child_Process&) = delete;
+
+  // ENOENT if there is no such program. Files of `setup` must outlive the child.
+  bool start(const Child_Setup& setup);
+
+  // Gives it all of `size` bytes. ETIMEDOUT when its patience ran out, ECANCELED, EPIPE when it
+  // takes no more.
+  bool write(const char* data, std::size_t size);
+
+  // Up to `size` bytes of what it prints; 0 at the end, -1 on failure.
+  long long read(char* data, std::size_t size);
+
+  // Ends its input, waits for its end and gives its exit code, -1 where a signal ended it. Not
+  // before all is read that it prints to this process.
+  bool finish(int& code);
+
+  // Ends it: asks first, and kills it some seconds later.
+  void stop();
+
+  // What it said as its errors.
+  std::string said() const;
+
+  // How long nothing has moved between it and this process.
+  std::chrono::steady_clock::duration idle() const { return Clock::now() - moved_at_; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool wait_for(int fd, short events);
+  bool reap(int milliseconds, int& status);
+  long long moved() const;
+  void close_ways();
+
+  pid_t pid_ = -1;
+  int watch_ = -1;  // becomes readable at its end
+  int input_ = -1;
+  int output_ = -1;
+  int errors_ = -1;
+  int patience_ = 0;
+  Clock::time_point moved_at_;
+  const Piece_File* input_file_ = nullptr;
+  const Piece_File* output_file_ = nullptr;
+  const std::atomic<bool>* canceled_ = nullptr;
+};
+
+}  // namespace platform
