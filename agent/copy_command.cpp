@@ -208,7 +208,7 @@ void add_copy(CLI::App& app, Command& chosen) {
   add_storage(*command, options->job.storage);
   command->add_option("--to", options->to, "The storage that the jobs come to; made if missing")
       ->required()
-      ->type_name("DIR");
+      ->type_name("STORAGE");
   add_name(*command, options->job.stem)->required();
   command->add_option("SEQ", options->seqs, "Numbers of jobs; all where none is given")
       ->check(number_range(1U, last_seq))

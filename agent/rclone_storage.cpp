@@ -23,6 +23,21 @@ bool has(const std::vector<Remote_Object>& objects, const std::string& name) {
                      [&](const Remote_Object& each) { return each.name == name; });
 }
 
+// Reads a file that is the storage's.
+class Kept_Reader final : public MTF::IRandom_Reader {
+ public:
+  Kept_Reader(platform::Piece_File& file, unsigned long long size) : file_(file), size_(size) {}
+
+  unsigned long long size() const override { return size_; }
+  long long read_at(unsigned long long offset, char* data, unsigned long long size) override {
+    return file_.read_at(offset, data, static_cast<std::size_t>(size));
+  }
+
+ private:
+  platform::Piece_File& file_;
+  const unsigned long long size_;
+};
+
 }  // namespace
 
 bool check_place(const std::string& place, std::string& error) {
@@ -239,7 +254,7 @@ std::unique_ptr<MTF::IRandom_Reader> Rclone_Storage::open(const std::string& nam
 
 bool Rclone_Storage::put_mark(const Mark& mark, std::string& error) {
   const auto covers = [&](const Mark& each) {
-    return each.name() == mark.name() || each.covers(mark.catalog);
+    return each.name() == mark.name() || each.covers(mark.piece);
   };
   if (std::any_of(marks_.begin(), marks_.end(), covers)) return true;
   marks_.push_back(mark);  // ahead of the call, which may fail and leave it all the same
@@ -268,7 +283,11 @@ std::unique_ptr<IPiece_Sink> Rclone_Storage::create(const std::string& name, std
     error = error_text("the copy of " + name + " in '" + tmp_ + '\'', errno);
     return nullptr;
   }
-  if (!put_mark({piece.stem, piece.seq, {}}, error)) return nullptr;
+  // One that joins a job that is there must not hide the others.
+  const bool joins = std::any_of(known_.begin(), known_.end(), [&](const auto& each) {
+    return Mark{piece.stem, piece.seq, {}}.covers(each.first);
+  });
+  if (!put_mark({piece.stem, piece.seq, joins ? name : ""}, error)) return nullptr;
   platform::Child_Setup setup;
   setup.is_fed = true;
   std::string why;
@@ -276,6 +295,23 @@ std::unique_ptr<IPiece_Sink> Rclone_Storage::create(const std::string& name, std
   if (call != nullptr) return std::make_unique<Media_Sink>(*this, name, std::move(call));
   fail(why, error);
   return nullptr;
+}
+
+// A catalog is read back from here, where it is until its job is whole.
+std::unique_ptr<MTF::IRandom_Reader> Rclone_Storage::reopen(const std::string& name,
+                                                            std::string& error) {
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto length = lengths_.find(name);
+    const auto catalog = catalogs_.find(name);
+    if (catalog != catalogs_.end()) {
+      return std::make_unique<Kept_Reader>(catalog->second, length->second);
+    }
+    if (length != lengths_.end()) {
+      return std::make_unique<Remote_Reader>(rclone_, name, length->second);
+    }
+  }
+  return open(name, error);
 }
 
 bool Rclone_Storage::send_catalog(const std::string& name, std::string& error) {
@@ -309,7 +345,7 @@ bool Rclone_Storage::name_pieces(const std::vector<std::string>& names, std::str
   for (const std::string& name : names) {
     MTF::Piece_Name piece;
     if (!MTF::parse_piece_name(name, piece)) return fail(error_text(name, EINVAL), error);
-    if (piece.catalog && !put_mark({piece.stem, piece.seq, name}, error)) return false;
+    if (!put_mark({piece.stem, piece.seq, name}, error)) return false;
     if (!send_catalog(name, error)) return false;
   }
   if (!check_lengths(names, error)) return false;

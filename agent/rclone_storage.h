@@ -34,6 +34,7 @@ class Rclone_Storage final : public IStorage {
   bool list(std::vector<Stored_Piece>& pieces, std::string& error) override;
   std::unique_ptr<MTF::IRandom_Reader> open(const std::string& name, std::string& error) override;
   std::unique_ptr<IPiece_Sink> create(const std::string& name, std::string& error) override;
+  std::unique_ptr<MTF::IRandom_Reader> reopen(const std::string& name, std::string& error) override;
   bool name_pieces(const std::vector<std::string>& names, std::string& error) override;
   bool remove(const std::vector<std::string>& names, std::string& error) override;
 

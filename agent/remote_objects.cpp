@@ -10,7 +10,7 @@ namespace agent {
 namespace {
 
 constexpr const char* job_ending = ".unfinished";
-constexpr const char* catalog_ending = ".rebuild";
+constexpr const char* piece_ending = ".rebuild";
 
 bool cut_ending(const std::string& name, const std::string& ending, std::string& rest) {
   if (name.size() <= ending.size() ||
@@ -43,22 +43,22 @@ bool parse_listing(const std::string& json, std::vector<Remote_Object>& objects)
 }
 
 std::string Mark::name() const {
-  return catalog.empty() ? stem + '.' + std::to_string(seq) + job_ending : catalog + catalog_ending;
+  return piece.empty() ? stem + '.' + std::to_string(seq) + job_ending : piece + piece_ending;
 }
 
-bool Mark::covers(const std::string& piece) const {
+bool Mark::covers(const std::string& name) const {
   MTF::Piece_Name parsed;
-  if (!catalog.empty()) return piece == catalog;
-  return MTF::parse_piece_name(piece, parsed) && parsed.stem == stem && parsed.seq == seq;
+  if (!piece.empty()) return name == piece;
+  return MTF::parse_piece_name(name, parsed) && parsed.stem == stem && parsed.seq == seq;
 }
 
 bool parse_mark(const std::string& name, Mark& out) {
   out = Mark();
-  MTF::Piece_Name piece;
-  if (cut_ending(name, catalog_ending, out.catalog)) {
-    if (!MTF::parse_piece_name(out.catalog, piece) || !piece.catalog) return false;
-    out.stem = piece.stem;
-    out.seq = piece.seq;
+  MTF::Piece_Name parsed;
+  if (cut_ending(name, piece_ending, out.piece)) {
+    if (!MTF::parse_piece_name(out.piece, parsed)) return false;
+    out.stem = parsed.stem;
+    out.seq = parsed.seq;
     return true;
   }
   std::string job;

@@ -17,16 +17,17 @@ struct Remote_Object {
 bool parse_listing(const std::string& json, std::vector<Remote_Object>& objects);
 
 // An object that stands beside pieces for as long as they don't count: `STEM.SEQ.unfinished` beside
-// all pieces of a job that is being made, `CATALOG.rebuild` beside a catalog that is made again.
+// all pieces of a job that is being made, `PIECE.rebuild` beside one that joins a job that is
+// there.
 struct Mark {
   std::string stem;
   unsigned int seq = 0;
-  std::string catalog;  // empty for a whole job
+  std::string piece;  // empty for a whole job
 
   std::string name() const;
 
   // True for a piece that doesn't count because of it.
-  bool covers(const std::string& piece) const;
+  bool covers(const std::string& name) const;
 };
 
 bool parse_mark(const std::string& name, Mark& out);

@@ -35,6 +35,9 @@ bool native_names(const std::string& path, std::vector<std::string>& names) {
   return true;
 }
 
+// Directories whose attributes are kept: some hundred bytes each.
+constexpr std::size_t most_kept = 100000;
+
 // Where the files belong that the catalog names next.
 struct Place {
   Tree_Entry directory;  // or a volume
@@ -100,6 +103,7 @@ class Job_Restorer {
   Media_File* media_of(const Job_Entry& entry, std::string& why);
   void finish_directories();
   void finish_directory(const Tree_Entry& item);
+  void set_attributes(const Job_Entry& entry, const platform::Restore_Attributes& attributes);
 
   // What could not be set of the last file or directory.
   void tell_left_out(const Job_Entry& entry) {
@@ -141,6 +145,8 @@ class Job_Restorer {
   using First_Names = std::map<std::string, First_Name>;  // by path
   First_Names::iterator find_first_name(const std::string& path);
   First_Names first_names_;
+  // Of directories by their path, for the end, so that their blocks needn't be looked for again.
+  std::map<std::string, platform::Restore_Attributes> kept_;
   std::set<std::string> above_;  // directories above the paths asked for, missing ahead of the run
 };
 
@@ -238,6 +244,10 @@ void Job_Restorer::restore_directory(const Tree_Entry& item) {
   Media_File* media = find_block(item, block, why);
   if (media == nullptr || !read_description(*media, block, content, why)) {
     fail(entry, "its attributes: " + why);
+  } else if (kept_.size() < most_kept) {
+    platform::Restore_Attributes& attributes = kept_[entry.path];
+    attributes = attributes_of(content);
+    if (const long long mtime = block_mtime(block.view)) attributes.mtime = mtime;
   }
   if (enter(entry, true, content.stat ? Make::closed : Make::shared)) ++summary_.directories;
 }
@@ -434,6 +444,8 @@ void Job_Restorer::finish_directory(const Tree_Entry& item) {
   Media_Block block;
   std::string why;
   if (!enter(entry, true, Make::none)) return;
+  const auto kept = kept_.find(entry.path);
+  if (kept != kept_.end()) return set_attributes(entry, kept->second);
   Media_File* media = find_block(item, block, why);
   Content content;
   platform::Restore_Attributes attributes;
@@ -445,6 +457,11 @@ void Job_Restorer::finish_directory(const Tree_Entry& item) {
   if (media == nullptr) return;
   const long long mtime = block_mtime(block.view);
   if (mtime != 0) attributes.mtime = mtime;
+  set_attributes(entry, attributes);
+}
+
+void Job_Restorer::set_attributes(const Job_Entry& entry,
+                                  const platform::Restore_Attributes& attributes) {
   const int error = tree_.finish_directory(attributes);
   if (error != 0) fail(entry, std::string("its attributes can't be set: ") + std::strerror(error));
   tell_left_out(entry);
