@@ -353,14 +353,18 @@ bool Rclone_Storage::name_pieces(const std::vector<std::string>& names, std::str
     catalogs_.erase(name);
     lengths_.erase(name);
   }
-  return end_mark(error) && look(false, error);
+  return end_marks(names, error) && look(false, error);
 }
 
-// From here on the job counts.
-bool Rclone_Storage::end_mark(std::string& error) {
-  while (!marks_.empty()) {
-    if (!remove_object(marks_.back().name(), error)) return false;
-    marks_.pop_back();
+// From here on the job counts. The mark of another job, one that failed, stays.
+bool Rclone_Storage::end_marks(const std::vector<std::string>& names, std::string& error) {
+  const auto covers = [&](const Mark& mark) {
+    return std::any_of(names.begin(), names.end(),
+                       [&](const std::string& name) { return mark.covers(name); });
+  };
+  for (auto mark = marks_.begin(); mark != marks_.end();) {
+    if (covers(*mark) && !remove_object(mark->name(), error)) return false;
+    mark = covers(*mark) ? marks_.erase(mark) : std::next(mark);
   }
   return true;
 }

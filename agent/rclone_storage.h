@@ -55,7 +55,7 @@ class Rclone_Storage final : public IStorage {
   bool put_mark(const Mark& mark, std::string& error);
   bool send_catalog(const std::string& name, std::string& error);
   bool check_lengths(const std::vector<std::string>& names, std::string& error);
-  bool end_mark(std::string& error);
+  bool end_marks(const std::vector<std::string>& names, std::string& error);
   bool fail(const std::string& why, std::string& error) const;
 
   const std::string place_;

@@ -1,6 +1,7 @@
 #!/bin/bash
 # Jobs on a real object store, encrypted: a full and two incremental ones of two channels, verified,
-# restored and compared by rsync; nothing of names and content can be read in the store.
+# restored and compared by rsync, copied back to a directory, and thrown away by a rule; nothing of
+# names and content can be read in the store.
 #   remote-demo.sh [--faults N]   also kills and stops the gateway at N places each of a job and of
 #                                 a restore: nothing hangs, and no job that counts is damaged
 # Ends with 77 where the store's packages can't be installed.
@@ -52,7 +53,7 @@ echo newer >"$work/source/newer"
 sleep 1.1
 save incremental
 jobs_on jobs
-for seq in 1 2 3; do jobs_on verify --seq "$seq"; done
+jobs_on verify --all
 compare
 echo "restored and compared by rsync: the same"
 
@@ -65,6 +66,15 @@ for word in demo jobs nobody-else-has; do
   fi
 done
 echo "neither names nor content can be read"
+
+echo "== copied to a directory, and thrown away by a rule"
+jobs_on copy --to "$work/directory" --quiet
+"$agent" restore --storage "$work/directory" --name demo --to "$work/home"
+[ -z "$(rsync -aHAXni --delete "$work/source/" "$work/home$work/source/")" ] ||
+  fail "what was restored from the copy differs"
+save full
+jobs_on prune --keep-last 1
+rm -rf "${work:?}/home" "${work:?}/directory"
 
 # disturb HOW AFTER COMMAND...: kills the gateway AFTER milliseconds behind the start of COMMAND and
 # starts it anew, or stops it until COMMAND has ended. Prints how that ended; two minutes at most.
