@@ -77,14 +77,14 @@ jobs_on prune --keep-last 1
 rm -rf "${work:?}/home" "${work:?}/directory"
 
 # disturb HOW AFTER COMMAND...: kills the gateway AFTER milliseconds behind the start of COMMAND and
-# starts it anew, or stops it until COMMAND has ended. Prints how that ended; two minutes at most.
+# starts it anew, or stops it until COMMAND has ended. Prints how that ended; five minutes at most.
 disturb() {
   local how=$1 after=$2 gateway code=0 begun
   shift 2
   gateway=$(cat "$work/store/gateway.id")
   begun=$(date +%s)
   RCLONE_TIMEOUT=3s RCLONE_CONTIMEOUT=3s RCLONE_LOW_LEVEL_RETRIES=2 \
-    timeout 120 "$@" >"$work/output" 2>&1 &
+    timeout 300 "$@" >"$work/output" 2>&1 &
   local command=$!
   sleep "$(awk -v ms="$after" 'BEGIN {print ms / 1000}')"
   kill -"$how" "$gateway"

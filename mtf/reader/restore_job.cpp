@@ -35,8 +35,16 @@ bool native_names(const std::string& path, std::vector<std::string>& names) {
   return true;
 }
 
-// Directories whose attributes are kept: some hundred bytes each.
-constexpr std::size_t most_kept = 100000;
+// What is kept of directories until the end, in bytes.
+constexpr std::size_t most_kept = 0x1000000;
+
+// What a directory gets when all that is below it is there.
+struct Kept_Attributes {
+  std::size_t memory() const { return sizeof *this + content.attributes.size(); }
+
+  Content content;
+  long long mtime = 0;  // seconds since 1970; 0 where there is none
+};
 
 // Where the files belong that the catalog names next.
 struct Place {
@@ -103,7 +111,7 @@ class Job_Restorer {
   Media_File* media_of(const Job_Entry& entry, std::string& why);
   void finish_directories();
   void finish_directory(const Tree_Entry& item);
-  void set_attributes(const Job_Entry& entry, const platform::Restore_Attributes& attributes);
+  void set_attributes(const Job_Entry& entry, const Kept_Attributes& kept);
 
   // What could not be set of the last file or directory.
   void tell_left_out(const Job_Entry& entry) {
@@ -146,7 +154,8 @@ class Job_Restorer {
   First_Names::iterator find_first_name(const std::string& path);
   First_Names first_names_;
   // Of directories by their path, for the end, so that their blocks needn't be looked for again.
-  std::map<std::string, platform::Restore_Attributes> kept_;
+  std::map<std::string, Kept_Attributes> kept_;
+  std::size_t kept_size_ = 0;
   std::set<std::string> above_;  // directories above the paths asked for, missing ahead of the run
 };
 
@@ -242,14 +251,12 @@ void Job_Restorer::restore_directory(const Tree_Entry& item) {
   Content content;
   std::string why;
   Media_File* media = find_block(item, block, why);
-  if (media == nullptr || !read_description(*media, block, content, why)) {
-    fail(entry, "its attributes: " + why);
-  } else if (kept_.size() < most_kept) {
-    platform::Restore_Attributes& attributes = kept_[entry.path];
-    attributes = attributes_of(content);
-    if (const long long mtime = block_mtime(block.view)) attributes.mtime = mtime;
-  }
+  const bool is_described = media != nullptr && read_description(*media, block, content, why);
+  if (!is_described) fail(entry, "its attributes: " + why);
   if (enter(entry, true, content.stat ? Make::closed : Make::shared)) ++summary_.directories;
+  if (!is_described || kept_size_ >= most_kept) return;
+  const Kept_Attributes& kept = kept_[entry.path] = {std::move(content), block_mtime(block.view)};
+  kept_size_ += kept.memory() + entry.path.size();
 }
 
 // The names of directories tell where files belong, so one that is needed is held against its
@@ -447,21 +454,19 @@ void Job_Restorer::finish_directory(const Tree_Entry& item) {
   const auto kept = kept_.find(entry.path);
   if (kept != kept_.end()) return set_attributes(entry, kept->second);
   Media_File* media = find_block(item, block, why);
-  Content content;
-  platform::Restore_Attributes attributes;
-  if (media != nullptr && read_description(*media, block, content, why)) {
-    attributes = attributes_of(content);
-  } else if (above_.count(entry.path) != 0) {
-    fail(entry, "its attributes: " + why);
+  Kept_Attributes read;
+  if (media == nullptr || !read_description(*media, block, read.content, why)) {
+    read.content = {};
+    if (above_.count(entry.path) != 0) fail(entry, "its attributes: " + why);
   }
   if (media == nullptr) return;
-  const long long mtime = block_mtime(block.view);
-  if (mtime != 0) attributes.mtime = mtime;
-  set_attributes(entry, attributes);
+  read.mtime = block_mtime(block.view);
+  set_attributes(entry, read);
 }
 
-void Job_Restorer::set_attributes(const Job_Entry& entry,
-                                  const platform::Restore_Attributes& attributes) {
+void Job_Restorer::set_attributes(const Job_Entry& entry, const Kept_Attributes& kept) {
+  platform::Restore_Attributes attributes = attributes_of(kept.content);
+  if (kept.mtime != 0) attributes.mtime = kept.mtime;
   const int error = tree_.finish_directory(attributes);
   if (error != 0) fail(entry, std::string("its attributes can't be set: ") + std::strerror(error));
   tell_left_out(entry);
