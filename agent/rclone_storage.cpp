@@ -8,6 +8,7 @@
 
 #include "agent/remote_reader.h"
 #include "agent/text.h"
+#include "services/no_throw.h"
 #include "services/piece_name.h"
 
 namespace agent {
@@ -125,13 +126,16 @@ class Rclone_Storage::Catalog_Sink final : public IPiece_Sink {
 // A job that failed leaves its mark; what stands beside it is taken away as far as the remote still
 // answers.
 Rclone_Storage::~Rclone_Storage() {
+  MTF::no_throw("Storage", false, [&] { return remove_marked(); });
+}
+
+bool Rclone_Storage::remove_marked() {
   std::string error;
   const std::vector<Mark> marks = std::exchange(marks_, {});
-  for (const Mark& mark : marks) {
-    if (!rclone_.is_given_up() && look(true, error) && has(objects_, mark.name())) {
-      remove_marked(mark, error);
-    }
-  }
+  return std::all_of(marks.begin(), marks.end(), [&](const Mark& mark) {
+    return !rclone_.is_given_up() && look(true, error) &&
+           (!has(objects_, mark.name()) || remove_marked(mark, error));
+  });
 }
 
 bool Rclone_Storage::fail(const std::string& why, std::string& error) const {

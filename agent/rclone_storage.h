@@ -51,6 +51,7 @@ class Rclone_Storage final : public IStorage {
   bool look(bool may_be_missing, std::string& error);
   bool remove_object(const std::string& name, std::string& error);
   bool remove_unfinished(const std::string& stem, std::string& error);
+  bool remove_marked();
   bool remove_marked(const Mark& mark, std::string& error);
   bool put_mark(const Mark& mark, std::string& error);
   bool send_catalog(const std::string& name, std::string& error);

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "mtf/reader/view_tree.h"
 #include "tests/support/job_media.h"
 #include "tests/support/temp_dir.h"
 
@@ -44,6 +45,16 @@ class Hostile_Media : public testing::Test {
   void expect_outside_untouched() const {
     EXPECT_EQ(state(), outside_);
     for (const auto& entry : fs::directory_iterator(base_ / "room")) EXPECT_EQ(entry.path(), to_);
+  }
+
+  // In a tree to look into, no name leads anywhere but to its own entry.
+  static void expect_names_of_one_entry(MTF::IPiece_Store& store) {
+    MTF::View_Tree tree;
+    tree.build(store, test::job_of(), nullptr, nullptr);
+    for (MTF::View_Tree::Number number = 1; number < tree.size(); ++number) {
+      const std::string name(tree.name(number));
+      EXPECT_TRUE(name != "." && name != ".." && name.find('/') == std::string::npos) << name;
+    }
   }
 
   const test_support::Temp_Dir base_;
@@ -139,6 +150,7 @@ TEST_F(Hostile_Media, Nothing_outside_changes) {
     EXPECT_TRUE(fs::is_directory(to_ + "/d/there/inside"));
     EXPECT_EQ(fs::file_size(to_ + "/d/regular"), 5u);
     EXPECT_TRUE(fs::is_empty(base_ / "outside/directory"));
+    expect_names_of_one_entry(store);
   }
 }
 
