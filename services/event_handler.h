@@ -13,9 +13,11 @@ class Document;
 
 namespace MTF {
 
-// Codes of handle_event(), each with the keys of its document. A "name" holds the bytes of the path
-// as the system has it, which need not be UTF-8: dump() of the document throws then, unless it is
-// given json_spirit::Value::error_handler_t::replace or ignore.
+// Codes of handle_event(), each with the keys of its document (services/json_spirit.h). An "errno"
+// is a number, or null where no call failed. A "name" holds the bytes of the path in the system's
+// form, which platform::display_path() (platform/native_path.h) makes native. It need not be UTF-8:
+// dump() of the document throws then, unless it is given
+// json_spirit::Value::error_handler_t::replace or ignore.
 enum Event_Code : int {
   // A task of the job was made, or its making failed: "result", "name", "channel", "message".
   event_task_made = 0x1000004,
@@ -36,11 +38,13 @@ enum Event_Code : int {
   event_corrupt = 0x100000B,
 };
 
-// The host derives from it and overrides handle_event(). Every operation may be called from all
-// threads of a job at once.
+// The host derives from it and overrides handle_event(), and asks progress() from a thread of its
+// own. set_channels() to refresh_total_count() are the job's to call. Every operation may be called
+// from all threads of a job at once. An object serves one job: nothing sets its counters and its
+// flag back.
 class Event_Handler {
  public:
-  // Bytes and files of a job at one moment.
+  // Bytes and files of a job at one moment. What is found and then left out stays in the totals.
   struct Progress {
     unsigned long long done_size;    // bytes taken from the sources
     unsigned long long done_count;   // data streams finished
@@ -80,7 +84,8 @@ class Event_Handler {
   int progress_report_mode() const { return progress_report_mode_; }
   void set_progress_report_mode(int mode) { progress_report_mode_ = mode; }
 
-  // Asks the job to stop at the next block or data buffer. Safe in a signal handler.
+  // Asks the job to stop at the next block or data buffer. Safe in a signal handler. A job that
+  // fails sets it too.
   void set_canceling() { canceling_.store(true, std::memory_order_release); }
   bool is_canceling() const { return canceling_.load(std::memory_order_acquire); }
 

@@ -12,7 +12,8 @@ namespace MTF {
 // The key under which a host notes the number of the job that an incremental one started from.
 inline constexpr const char* base_seq_key = "base_seq";
 
-// Must not change while a job runs.
+// Must not change while a job runs. The job sets all but the host's own texts, base_seq_key among
+// them.
 class Metadata {
  public:
   // The number of channels; 0 for a job of one channel.

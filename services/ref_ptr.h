@@ -11,7 +11,7 @@
 namespace MTF {
 
 // A reference-counted owner whose count may be changed from several threads. The object itself is
-// not locked.
+// not locked. One of a derived class doesn't convert: say share<Base>(new (std::nothrow) Derived).
 template <class T>
 using Ref_Ptr = ACE_Refcounted_Auto_Ptr<T, ACE_Recursive_Thread_Mutex>;
 

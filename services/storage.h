@@ -75,7 +75,8 @@ class Channel {
   // Keeps its place; the system calls it nowhere.
   virtual bool unused_before_close() { return true; }
 
-  // Closes the open piece; only then is a written piece complete. True where none is open.
+  // Closes the open piece; only then is a written piece complete. True where none is open. A job
+  // that failed or was cancelled closes its cut pieces too.
   virtual bool close() = 0;
 
   // Deletes the piece `name`; false where that failed or there is none.
@@ -95,7 +96,8 @@ class Channel_Factory {
  public:
   virtual ~Channel_Factory() = default;
 
-  // A new channel; null on failure.
+  // A new channel; null on failure. The order says nothing of the numbers of the channels, and
+  // remove_storage_file() asks for one more, which gets no disconnect().
   virtual Ref_Ptr<Channel> create() = 0;
 
   // Tells the block size of the job in bytes, once, before the first create().

@@ -5,6 +5,8 @@
 
 namespace MTF {
 
+// Sizes are bytes on the disks of the sources: `total_size` of all files, `inc_size` of those that
+// the job saved itself. The counts are of all that the job knows, but for `inc_file_count`.
 class Cat_Summary {
  public:
   // Bytes of the record in a file.

@@ -39,7 +39,9 @@ using Fault_Sink = std::function<void(const Fault&)>;
 struct Job_Entry {
   unsigned int type;  // a Block_Type
   std::string path;   // in system form: `VOLUME\dir\name`, a directory without a last separator
-  unsigned long long size;     // bytes of content
+  // Bytes of content; of a symbolic link those of its target, of a further name those of the first
+  // name's path.
+  unsigned long long size;
   long long mtime;             // seconds since 1970; 0 where there is no date
   unsigned int seq;            // the job whose media holds it
   unsigned long long channel;  // of this job's catalog, and of that job's media

@@ -30,15 +30,18 @@ struct Job_Settings;
 // host's thread. An object runs one job. Nothing throws but the constructor, which does when memory
 // is short, and the single steps; where an operation has no result, it then does what it can.
 //
-// A source that can't be read never fails a job: the host is told by events (event_handler.h) and
-// by err_code. A storage that fails does.
+// A file or directory that can't be read never fails a job: the host is told by events
+// (event_handler.h) and by err_code. A storage that fails does, and so does a source that isn't
+// there, or a source or an exclude without an absolute path. Where full() or incremental() is false
+// err_code() may still be 0; the lines in the log say why.
 class Backup {
  public:
   // For Job_Settings::pre_action_data: there is none.
   static void* const no_pre_action_data;
 
   // `metadata` is the host's and must outlive the object. `log` gets the lines of the job's
-  // threads. A job needs an event handler.
+  // threads; with null, and on the host's own thread, they go where the process sends its lines.
+  // A job needs an event handler, and that serves one job alone.
   Backup(Ref_Ptr<Event_Handler> evt_handler, Metadata& metadata,
          std::shared_ptr<ACE_Log_Msg_Callback> log);
   // Waits for all threads.
@@ -75,9 +78,9 @@ class Backup {
   // How many threads of each channel compress the content of large files; 1 (the default) is the
   // channel's own. The bytes on the storage are the same with any number.
   void compression_threads(int threads) { opt_.compression_threads = threads; }
-  // Directories that are left out with what is found in them, in either form; a file that is a
-  // source is saved all the same. Not owned; must live until full() has begun. With no list, or an
-  // empty one, the default list holds (source_list.h).
+  // Directories whose content is left out, in either form; each is saved itself, empty. A file that
+  // is a source is saved all the same. Not owned; must live until full() has begun. With no list,
+  // or an empty one, the default list holds (source_list.h).
   void exclude_list(const std::list<std::string>* list) { exclude_list_ = list; }
   void reparse_point_types(unsigned int mask) { reparse_point_types_ = mask; }
 
@@ -92,10 +95,13 @@ class Backup {
             int compression_level, const char* cache_dir, int threads);
 
   // Runs a full job to its end. False if it failed, or if it was cancelled while a source was read.
+  // One that was cancelled later gives true, and its pieces are cut: ask the event handler's
+  // is_canceling() as well.
   bool full();
 
-  // Runs an incremental job to its end: saves what changed since job `base_seq` of init() and takes
-  // the rest from that job's catalogs, which the channels give. False as for full(), and if the
+  // Runs an incremental job to its end: saves each file whose date of modification isn't, to the
+  // second, that of its entry in job `base_seq` of init() (careful() looks closer), and takes the
+  // rest from that job's catalogs, which the channels give. False as for full(), and if the
   // base had another number of channels or one of its catalogs can't be had or isn't sound. What
   // the job left on the storage then is remove_storage_file()'s to take back.
   bool incremental();
@@ -118,13 +124,14 @@ class Backup {
   // any time after construction, and twice.
   void clean();
 
-  // Deletes the pieces that the job left on the storage; none where it never got a number of its
-  // own, since full() or incremental() was not called or refused to start.
+  // Deletes all pieces of the job's number on the storage, by a channel of its own; none where it
+  // never got a number of its own, since full() or incremental() was not called or refused to
+  // start.
   void remove_storage_file();
 
   unsigned int seq() const { return seq_; }
   const Cat_Summary& summary() const { return summary_; }
-  unsigned int err_code() const { return err_code_; }  // a Backup_Error
+  unsigned int err_code() const { return err_code_; }  // a Backup_Error (backup_context.h)
   const std::string& err_msg() const { return err_msg_; }
 
  private:
@@ -195,17 +202,19 @@ class Backup {
 // What a job needs beside its sources. Only the name and the channels have to be set. The pointers
 // are not owned; what they point to must outlive the job, but for the two strings.
 struct Job_Settings {
-  // Name stem of everything that the job stores; neither null nor empty.
+  // Name stem of everything that the job stores; neither null nor empty. The pieces are
+  // `STEM.SEQ.CHANNEL.mtf` and `.cat`, with channel 0 alone or 1 to N.
   const char* minor_resource_id = nullptr;
   const IFilter* filter = nullptr;
   // The job to compare with, for an incremental job.
   unsigned int base_seq = 0;
   // Number of the last job; this one gets seq + 1, up to 65535: full() and incremental() refuse to
-  // start a job with a higher number.
+  // start a job with a higher number. The pieces of a job that has the number already are
+  // overwritten; find_jobs() (mtf/reader/jobs.h) tells the numbers.
   unsigned int seq = 0;
   // Number of parallel streams; 0 counts as 1.
   unsigned long long channels = 1;
-  // A Compression_Method.
+  // A Compression_Method (services/compression.h).
   unsigned short compression_method = 0;
   Sparse_Method sparse_method = sparse_default;
   // Must not be null.
@@ -218,7 +227,8 @@ struct Job_Settings {
   // stored; stays open.
   void* pre_action_data = Backup::no_pre_action_data;
   int compression_level = 1;
-  // Native directory for working files; null or empty for the default.
+  // Native directory for working files; null or empty for the default. Their names are made of the
+  // stem and the number, so two jobs that share both must not run in one directory at once.
   const char* cache_dir = nullptr;
   // That scan the sources.
   int threads = 1;

@@ -22,7 +22,9 @@ struct Callback_Stat {
   unsigned long long ino = 0;
   unsigned long long nlink = 0;
   unsigned long long rdev = 0;
-  unsigned long long size = 0;      // bytes; the length of the file's data stream
+  // Bytes; the length of the file's data stream, as lstat() gives it. What a reader gives beyond it
+  // isn't saved, and nothing tells; less is event_corrupt.
+  unsigned long long size = 0;
   unsigned long long reserved = 0;  // carried unread
   unsigned long long blocks = 0;    // allocated blocks of 512 bytes
   long long atime = 0;              // seconds since 1970
@@ -54,7 +56,8 @@ class IFile_Reader {
 
 // Used by one thread. A source is named as the host gave it. What lies below is named in the
 // system's form, `X:\a\f` or `/\a\f`, but that lstat() of a directory has the host's separator
-// behind the volume. read_dir() has the system's form for sources, too.
+// behind the volume. read_dir() has the system's form for sources, too. The path of a directory may
+// end in a separator.
 class IBackup_Callback {
  public:
   virtual ~IBackup_Callback() = default;

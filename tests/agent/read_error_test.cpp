@@ -34,12 +34,14 @@ class Failing_File_System {
     char* arguments[] = {name, nullptr};
     fuse_args args = FUSE_ARGS_INIT(1, arguments);
     fuse_ = fuse_new(&args, &operations, sizeof operations, this);
+    fuse_opt_free_args(&args);
     mounted_ = fuse_ != nullptr && fuse_mount(fuse_, at.c_str()) == 0;
     if (mounted_) server_ = std::thread([this] { fuse_loop(fuse_); });
   }
   ~Failing_File_System() {
     if (mounted_) ::umount2(at_.c_str(), MNT_DETACH);
     if (server_.joinable()) server_.join();
+    if (mounted_) fuse_unmount(fuse_);
     if (fuse_ != nullptr) fuse_destroy(fuse_);
   }
   bool mounted() const { return mounted_; }
