@@ -106,7 +106,7 @@ CLI::App* add_job(CLI::App& app, const char* name, const char* help,
 
 constexpr const char* common_footer =
     "Sockets are named and left out, with --no-links also symbolic links, further names of\n"
-    "hard-linked files, FIFOs and devices. A link isn't followed. The job gets the next free "
+    "hard-linked files, FIFOs and devices. A link isn't followed. The job gets the next free\n"
     "sequence number of its name. Ctrl-C takes the job back.\n"
     "Exit codes: 0 done, also if such were left out; 1 failed or cancelled, nothing is left of\n"
     "it, or, as a line then says, saved, but the output can't be written; 2 wrong use; 3 done,\n"

@@ -39,7 +39,7 @@ class Planner {
       return exit_usage;
     }
     if (!examine_shadows() || !examine_sources() || !refuse_links() ||
-        !storage_.open_for_job(options_.stem, true, error_)) {
+        !storage_.open_for_job(options_.stem, !options_.incremental, error_)) {
       return exit_failed;
     }
     if (!exclude_storage()) return exit_usage;

@@ -135,6 +135,9 @@ TEST_F(Chain, FollowsAChangedChoiceOfSources) {
 
 TEST_F(Chain, RefusesABaseThatItCanNotUse) {
   write_file(source("/a"), "content");
+  const std::string missing = dir_ / "storage";
+  expect_failure(full({}, "incremental"), "storage '" + missing + "': No such file or directory");
+  ASSERT_TRUE(fs::create_directory(missing)) << "by the job, which had nothing to save there";
   expect_failure(full({}, "incremental"),
                  "there is no complete job of 'demo' to start from: run a full job first");
   EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
