@@ -5,7 +5,7 @@
 #include <stdlib.h>
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -35,7 +35,9 @@ inline void write_file(const std::string& path, const std::string& content) {
 
 inline std::string read_file(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
 }
 
 // All strings of up to `longest` pieces out of `alphabet`.
