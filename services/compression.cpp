@@ -75,18 +75,18 @@ class Zstd_Compressor : public Compressor {
 };
 
 template <class T>
-Compressor* make(int level) {
+std::unique_ptr<Compressor> make(int level) {
   std::unique_ptr<T> compressor(new (std::nothrow) T(level));
   if (compressor == nullptr || !compressor->ready()) {
     errno = ENOMEM;
     return nullptr;
   }
-  return compressor.release();
+  return compressor;
 }
 
 }  // namespace
 
-Compressor* Compression_Factory::create(unsigned short method, int level) {
+std::unique_ptr<Compressor> Compression_Factory::create(unsigned short method, int level) {
   switch (method) {
     case compression_lz4:
       return make<Lz4_Compressor>(level);

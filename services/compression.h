@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 #include "services/buffer.h"
 
@@ -28,10 +29,10 @@ class Compressor {
 
 class Compression_Factory {
  public:
-  // A compressor that the caller owns; null for method 0, for an unknown method, and, with errno
-  // 12, when memory is short. A higher `level` costs more time and gives less data; a level
-  // outside the method's range counts as the nearest one in it.
-  static Compressor* create(unsigned short method, int level);
+  // A compressor; null for method 0, for an unknown method, and, with errno 12, when memory is
+  // short. A higher `level` costs more time and gives less data; a level outside the method's range
+  // counts as the nearest one in it.
+  static std::unique_ptr<Compressor> create(unsigned short method, int level);
 };
 
 // Expands one frame. True if the `in_size` bytes at `in` give exactly `out_size` bytes, which are

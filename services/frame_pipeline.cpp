@@ -19,7 +19,7 @@ std::unique_ptr<Frame_Pipeline> Frame_Pipeline::create(unsigned short method, in
   try {
     std::vector<std::unique_ptr<Compressor>> compressors;
     for (int i = 0; i < std::min(threads, most_threads); ++i) {
-      compressors.emplace_back(Compression_Factory::create(method, level));
+      compressors.push_back(Compression_Factory::create(method, level));
       if (compressors.back() == nullptr) return nullptr;
     }
     std::unique_ptr<Frame_Pipeline> pipeline(new Frame_Pipeline(std::move(compressors)));

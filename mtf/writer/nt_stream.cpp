@@ -48,7 +48,7 @@ void NT_Stream_Base::reset_stream(unsigned long long length, unsigned short meth
 
 void NT_Stream_Base::set_compressor(unsigned short method, int level) {
   if (method == compressor_method_) return;
-  compressor_.reset(Compression_Factory::create(method, level));
+  compressor_ = Compression_Factory::create(method, level);
   compressor_method_ = method;
   compressor_level_ = level;
   pipeline_.reset();
