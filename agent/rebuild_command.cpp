@@ -210,8 +210,7 @@ void add_rebuild(CLI::App& app, Command& chosen) {
       "didn't: this comes from the catalog of the job that it started from, which is made again\n"
       "first if need be. So a file that was deleted in between is listed too: nobody knows any\n"
       "more that it was. A line counts the files of directories that changed. Unless the job is\n"
-      "plain, the first name and the further ones of a hard-linked file come back from such a\n"
-      "catalog as two files; the next incremental job saves them anew.\n"
+      "plain, the next incremental job saves files with several names anew.\n"
       "Exit codes: 0 done; 1 a catalog could not be made; 2 wrong use; 3 done, but something was\n"
       "damaged, or the job that an incremental one started from is gone.");
   add_storage(*command, options->job.storage);

@@ -115,10 +115,9 @@ void Catalog_Match::take_place() {
   if (first) first_names_.insert(hash_of(entry.path) ^ mixed(record_.ino));
 }
 
-// A further name must lead to a name that the same catalog has ahead of it. A catalog that was made
-// again from its media has no number for it, and doesn't mark first names.
+// A further name must lead to a name that the same catalog has ahead of it.
 void Catalog_Match::check_first_name(std::string_view path) {
-  if (record_.type != block_hlnk || path.empty() || record_.ino == 0) return;
+  if (record_.type != block_hlnk || path.empty()) return;
   if (first_names_.count(hash_of(path) ^ mixed(record_.ino)) != 0) return;
   fault("the first name of the entry isn't in the catalog");
 }

@@ -39,6 +39,9 @@ void Media_Objects::on_stream(const Media_Stream& stream) {
     case stream_ctex:
       object_.stat = stream.content;
       break;
+    case stream_link:
+      object_.link = stream.content;
+      break;
     case stream_spar:
       object_.sparse = true;
       if (stream.header.length > sparse_offset_size) {

@@ -14,6 +14,7 @@ struct Found_Object {
   std::string bytes;
   std::string name;
   std::string stat;  // the data of its CTEX stream, if it has one
+  std::string link;  // the data of its LINK stream, if it has one
   // Of its data: where its SPAD stream starts; 0 where the walk lost its way in front of that
   // or the checksum of a stream is missing.
   unsigned long long end = 0;

@@ -147,12 +147,10 @@ class Job_Restorer {
   Restore_Summary summary_;
   Place place_;
   platform::Restore_Tree tree_;
-  std::vector<std::string> names_;                        // native, of the entry at hand
-  std::map<unsigned long long, Earlier_Media> medias_;    // by channel
-  std::map<std::string, std::string> volumes_;            // by their name below the root
-  using First_Names = std::map<std::string, First_Name>;  // by path
-  First_Names::iterator find_first_name(const std::string& path);
-  First_Names first_names_;
+  std::vector<std::string> names_;                      // native, of the entry at hand
+  std::map<unsigned long long, Earlier_Media> medias_;  // by channel
+  std::map<std::string, std::string> volumes_;          // by their name below the root
+  std::map<std::string, First_Name> first_names_;       // by path
   // Of directories by their path, for the end, so that their blocks needn't be looked for again.
   std::map<std::string, Kept_Attributes> kept_;
   std::size_t kept_size_ = 0;
@@ -301,22 +299,6 @@ void Job_Restorer::note_restored(const std::string& first) {
   if (tree_.identify(names_.back(), to.identity) == 0) to.names = names_;
 }
 
-// A catalog that was made again from its media doesn't mark first names: then they are looked for.
-Job_Restorer::First_Names::iterator Job_Restorer::find_first_name(const std::string& path) {
-  if (first_names_.count(path) == 0) {
-    const Fault_Sink told_already;
-    walk_tree(
-        store_, job_, options_.from_media,
-        [&](const Tree_Entry& item) {
-          const unsigned int type = item.entry.type;
-          if (type != block_file && type != block_slnk && type != block_devb) return;
-          if (item.entry.path == path) first_names_[path] = {item, {}, {}};
-        },
-        told_already);
-  }
-  return first_names_.find(path);
-}
-
 // A file of which no name was restored yet comes back under this one.
 void Job_Restorer::restore_further_name(const Tree_Entry& item) {
   const Job_Entry& entry = item.entry;
@@ -327,7 +309,7 @@ void Job_Restorer::restore_further_name(const Tree_Entry& item) {
   Media_File* media = find_block(item, block, why);
   if (media == nullptr || !read_description(*media, block, content, why)) return fail(entry, why);
   if (!is_directory_known(item, block)) return;
-  const auto first = find_first_name(content.target);
+  const auto first = first_names_.find(content.target);
   if (first == first_names_.end()) return fail(entry, "its first name isn't in the job");
   if (first->second.names.empty()) {
     if (restore_as(first->second.item, entry)) note_restored(first->first);

@@ -278,8 +278,7 @@ void View_Tree::drop_doubles(Number directory) {
   node.space = static_cast<unsigned int>(kept - begin);
 }
 
-// The media tells what the catalogs don't: one that was made again from its media has no numbers of
-// files, and files of two file systems may have the same one.
+// The media tells what the catalogs don't where two files have the same number.
 void View_Tree::join_names(IPiece_Store& store, const Job_Pieces& job) {
   Link_Targets targets(store, job);
   for (Number number = 1; number < size(); ++number) {

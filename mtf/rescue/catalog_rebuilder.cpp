@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "mtf/common/round_up.h"
+#include "mtf/reader/link_view.h"
 #include "mtf/reader/stream_check.h"
 
 namespace MTF {
@@ -10,6 +11,12 @@ namespace {
 
 // The block size of a file system that isn't known.
 constexpr unsigned long long usual_block = 4096;
+
+// Usual file systems keep the target of a link in its inode if it is shorter.
+constexpr unsigned long long least_outside = 60;
+
+// A file whose number no stream tells gets one that no other has: its job and its address.
+constexpr unsigned int seq_shift = 48;
 
 // Where the long stat record (CTEX) has them.
 constexpr std::size_t stat_ino = 32;
@@ -63,9 +70,10 @@ bool Catalog_Rebuilder::take_volume(const Found_Object& object) {
     return leave_out(object, "VOLB block has no name");
   }
   in_volume_ = true;
+  take_path(object);
   if (earlier_ != nullptr && !earlier_->to_volume(object.name, gap_)) return false;
   gap_ = false;
-  return add(object);
+  return add(object, {});
 }
 
 // An entry without a volume would have no place.
@@ -73,6 +81,8 @@ bool Catalog_Rebuilder::enter_lost_volume(const Found_Object& object) {
   if (in_volume_) return true;
   in_volume_ = true;
   const std::string name = lost_volume_();
+  Job_Entry volume;
+  place_.find({block_volb, string_bytes, 0, {}, name}, volume);
   on_fault_(object.position, "the volume is lost: taken as '" + name + "'");
   if (earlier_ != nullptr && !earlier_->to_volume(name, false)) return false;
   Cat_Vol_Blk blk;
@@ -85,11 +95,12 @@ bool Catalog_Rebuilder::take_directory(const Found_Object& object) {
   if (!has_name(object)) return leave_out(object, "DIRB block has no name");
   if (!enter_lost_volume(object)) return false;
   directory_ = object.view.get<unsigned int>(dirb_at::directory_id);
+  take_path(object);
   if (earlier_ != nullptr && !earlier_->to_directory(object.name, date_of(object), gap_)) {
     return false;
   }
   gap_ = false;
-  return add(object);
+  return add(object, {});
 }
 
 bool Catalog_Rebuilder::take_file(const Found_Object& object) {
@@ -102,8 +113,47 @@ bool Catalog_Rebuilder::take_file(const Found_Object& object) {
     return leave_out(object, "this file isn't whole");
   }
   if (!enter_lost_volume(object)) return false;
-  if (!action && earlier_ != nullptr && !earlier_->to_file(object.name)) return false;
-  return object.corrupt || add(object);
+  const bool replaces = !action && earlier_ != nullptr;
+  if (replaces && !earlier_->to_file(object.name)) return false;
+  File_Facts facts;
+  if (!object.corrupt && !know_file(object, facts)) {
+    return leave_out(object, "the first name of this file is lost");
+  }
+  if (replaces) earlier_->replace_file(object.name);
+  return object.corrupt || add(object, facts);
+}
+
+// Gives the path of the object, and moves into it if it is a volume or directory.
+std::string Catalog_Rebuilder::take_path(const Found_Object& object) {
+  const Block_Header& header = object.view.header;
+  Job_Entry entry;
+  place_.find({header.type, header.string_type, 0, {}, object.name}, entry);
+  return entry.path;
+}
+
+// Finds out the number of a file and whether it is the first of several names. False for a further
+// name of a file that isn't listed.
+bool Catalog_Rebuilder::know_file(const Found_Object& object, File_Facts& facts) {
+  const Block_Header& header = object.view.header;
+  if (header.type == block_hlnk) {
+    std::string first;
+    if (!read_first_name(object.link, first)) return false;
+    const auto number = first_names_.number_of(first);
+    facts.number = number.value_or(0);
+    return number.has_value();
+  }
+  const std::string path = take_path(object);
+  facts.first = first_names_.has(path);
+  if (object.stat.size() >= stat_size) {
+    const char* stat = object.stat.data();
+    facts.number = load_le<unsigned long long>(stat + stat_ino);
+    facts.first = facts.first || load_le<unsigned long long>(stat + stat_links) > 1;
+  } else if (facts.first) {
+    facts.number =
+        static_cast<unsigned long long>(seq_) << seq_shift | header.format_logical_address;
+  }
+  if (facts.first) first_names_.note(path, facts.number);
+  return true;
 }
 
 // What is left out of the catalog is saved anew by the next incremental job.
@@ -131,7 +181,7 @@ bool Catalog_Rebuilder::is_damaged(const Found_Object& object) {
   return damaged;
 }
 
-bool Catalog_Rebuilder::add(const Found_Object& object) {
+bool Catalog_Rebuilder::add(const Found_Object& object, const File_Facts& facts) {
   if (!hold(object.bytes)) return false;
   ++summary_.saved;
   const unsigned long long bytes =
@@ -145,27 +195,24 @@ bool Catalog_Rebuilder::add(const Found_Object& object) {
     case block_pdat:
       return out_.add_pdat_blk(PDat_Blk(block_, false), object.name);
     case block_slnk:
-      return add_file(&Catalog_Stream::add_slnk_blk, object, space);
+      return add_file(&Catalog_Stream::add_slnk_blk, object, facts,
+                      bytes < least_outside ? 0 : space);
     case block_hlnk:
-      return add_file(&Catalog_Stream::add_hlnk_blk, object, space);
+      return add_file(&Catalog_Stream::add_hlnk_blk, object, facts, 0);
     case block_devb:
-      return add_file(&Catalog_Stream::add_devb_blk, object, space);
+      return add_file(&Catalog_Stream::add_devb_blk, object, facts, 0);
     default:
-      return add_file(&Catalog_Stream::add_file_blk, object, space);
+      return add_file(&Catalog_Stream::add_file_blk, object, facts, space);
   }
 }
 
 template <class Blk>
-bool Catalog_Rebuilder::add_file(bool (Catalog_Stream::*operation)(const Blk&, unsigned long long,
-                                                                   unsigned long long,
-                                                                   unsigned short,
-                                                                   const std::string&),
-                                 const Found_Object& object, unsigned long long space) {
-  const bool known = object.stat.size() >= stat_size;
-  const char* stat = object.stat.data();
-  const unsigned long long ino = known ? load_le<unsigned long long>(stat + stat_ino) : 0;
-  const bool first = known && load_le<unsigned long long>(stat + stat_links) > 1;
-  return (out_.*operation)(Blk(block_, false), space, ino, first ? cat_first_link : 0, object.name);
+bool Catalog_Rebuilder::add_file(
+    bool (Catalog_Stream::*operation)(const Blk&, unsigned long long, unsigned long long,
+                                      unsigned short, const std::string&),
+    const Found_Object& object, const File_Facts& facts, unsigned long long space) {
+  return (out_.*operation)(Blk(block_, false), space, facts.number,
+                           facts.first ? cat_first_link : 0, object.name);
 }
 
 bool Catalog_Rebuilder::end() {

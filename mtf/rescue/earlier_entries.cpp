@@ -84,8 +84,11 @@ bool Earlier_Entries::to_file(const std::string& name) {
   for (; at_file() && record_.name < name; advance()) {
     if (!keep(changed_)) return false;
   }
-  if (at_file() && record_.name == name) advance();
   return true;
+}
+
+void Earlier_Entries::replace_file(const std::string& name) {
+  if (in_place_ && at_file() && record_.name == name) advance();
 }
 
 bool Earlier_Entries::end(bool gap) {
@@ -99,11 +102,21 @@ bool Earlier_Entries::end(bool gap) {
 bool Earlier_Entries::keep(bool unsure) {
   if (at_file()) {
     const std::string path = here_.volume + '\\' + here_.directory + std::string(record_.name);
-    if (directories_.count(path_hash(path)) != 0) return true;
+    if (is_gone(path)) return true;
     unsure_ += unsure ? 1 : 0;
+    if ((record_.flags & cat_first_link) != 0) {
+      files_.insert(record_.ino);
+      first_names_.note(path, record_.ino);
+    }
   }
   ++kept_;
   return add();
+}
+
+// A further name is taken over only together with its first name; else it is on the media.
+bool Earlier_Entries::is_gone(const std::string& path) {
+  return directories_.count(path_hash(path)) != 0 ||
+         (record_.type == block_hlnk && files_.count(record_.ino) == 0);
 }
 
 // The entry goes over with all that the base's catalog says of it.

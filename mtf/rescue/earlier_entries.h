@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "mtf/reader/catalog_walker.h"
+#include "mtf/rescue/first_names.h"
 #include "mtf/writer/catalog_stream.h"
 
 namespace MTF {
@@ -16,11 +17,15 @@ namespace MTF {
 class Earlier_Entries {
  public:
   // `directories` has the hash of the path of each directory of the job: a file of that name has
-  // gone. Keeps the references.
+  // gone. `first_names` is told of those that are kept. Keeps the references.
   Earlier_Entries(IRandom_Reader& catalog, unsigned int seq,
-                  const std::unordered_set<std::size_t>& directories, Catalog_Stream& out,
-                  const Fault_At& on_fault)
-      : window_(catalog), walker_(window_, seq, on_fault), directories_(directories), out_(out) {}
+                  const std::unordered_set<std::size_t>& directories, First_Names& first_names,
+                  Catalog_Stream& out, const Fault_At& on_fault)
+      : window_(catalog),
+        walker_(window_, seq, on_fault),
+        directories_(directories),
+        first_names_(first_names),
+        out_(out) {}
 
   void open();
 
@@ -29,8 +34,10 @@ class Earlier_Entries {
   bool to_volume(const std::string& name, bool gap);
   bool to_directory(const std::string& name, std::string_view date, bool gap);
 
-  // The media holds a file of this name in the directory that it is in.
+  // The media holds a file of this name in the directory that it is in; and what it holds is listed
+  // in place of what the base has.
   bool to_file(const std::string& name);
+  void replace_file(const std::string& name);
 
   // The media has no more.
   bool end(bool gap);
@@ -52,11 +59,13 @@ class Earlier_Entries {
   bool go_to(const std::string& date, bool gap);
   bool leave();
   bool keep(bool unsure);
+  bool is_gone(const std::string& path);
   bool add();
 
   Piece_Window window_;
   Catalog_Walker walker_;
   const std::unordered_set<std::size_t>& directories_;
+  First_Names& first_names_;
   Catalog_Stream& out_;
   Catalog_Record record_{};
   bool at_end_ = false;
@@ -65,6 +74,7 @@ class Earlier_Entries {
   bool in_place_ = false;  // the two are one
   bool changed_ = false;   // the directory's date is another than in the base
   std::string bytes_;
+  std::unordered_set<unsigned long long> files_;  // numbers of those whose first name is kept
   unsigned long long kept_ = 0;
   unsigned long long unsure_ = 0;
 };

@@ -52,6 +52,7 @@ class Rebuild {
     tell(base_catalog_, position, text);
   };
   std::unordered_set<std::size_t> directories_;
+  First_Names first_names_;
   std::unique_ptr<Earlier_Entries> earlier_;
 };
 
@@ -69,7 +70,8 @@ bool Rebuild::run(const std::string& path, std::string& error) {
     tell(media_, position, text);
   };
   const std::function<std::string()> volume = [this] { return lost_volume(); };
-  Catalog_Rebuilder rebuilder(job_.seq, out, earlier_.get(), volume, summary_, tell_media);
+  Catalog_Rebuilder rebuilder(job_.seq, out, earlier_.get(), first_names_, volume, summary_,
+                              tell_media);
   const Fault_At on_fault = [&](unsigned long long position, const std::string& text) {
     rebuilder.note_fault(position);
     tell_media(position, text);
@@ -117,6 +119,7 @@ bool Rebuild::begin(Catalog_Stream& out) {
   SSet_Blk set(block, true);
   set.hdr().format_logical_address(set_pba * geometry_.physical / geometry_.logical);
   out.set_seq(static_cast<unsigned short>(job_.seq));
+  first_names_.find(store_, job_, channel_);
   open_base(out, text);
   return out.add_meta_stream(stream) && out.add_sset_blk(set);
 }
@@ -147,8 +150,8 @@ void Rebuild::open_base(Catalog_Stream& out, const std::string& text) {
   }
   if (base_reader_ == nullptr) return;
   find_directories();
-  earlier_ =
-      std::make_unique<Earlier_Entries>(*base_reader_, base.seq, directories_, out, on_base_fault_);
+  earlier_ = std::make_unique<Earlier_Entries>(*base_reader_, base.seq, directories_, first_names_,
+                                               out, on_base_fault_);
   earlier_->open();
 }
 

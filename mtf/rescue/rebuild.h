@@ -31,9 +31,9 @@ struct Rebuild_Summary {
 
 // Makes the catalog of `channel` of `job` again, in the local file `path` (native), in place of one
 // that is there. Reads the media whole and lists what is right on it, as the job listed it, but for
-// what no media holds: the file numbers and first names of hard-linked files of a job that isn't
-// plain (the next incremental job saves such a file anew), and the space on disk, which is taken in
-// blocks of 4096 bytes.
+// what no media holds: the file numbers of a job that isn't plain (a hard-linked file gets another
+// one, and the next incremental job saves it anew), and the space on disk, which is taken in blocks
+// of 4096 bytes.
 //
 // A media doesn't hold what an incremental job found unchanged. These entries come from the catalog
 // of its base, which must be sound for that: of each directory that stands on the media all files

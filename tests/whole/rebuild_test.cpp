@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "services/bytes.h"
 #include "tests/support/agent_run.h"
 
 namespace {
@@ -95,23 +96,71 @@ TEST_F(Rebuilding, EachPieceOfAChainInTurn) {
   }
 }
 
-// No media marks the first of several names: the content comes back under each of them.
+// A catalog as a reader sees it: what stands in place of a file's number tells which names are of
+// one file.
+std::string with_names_numbered(std::string catalog) {
+  const auto number = [&](std::size_t at, std::size_t size) {
+    return MTF::load_le<unsigned long long>(
+        (catalog.substr(at, size) + std::string(8, '\0')).data());
+  };
+  std::map<std::string, char> files;
+  for (std::size_t at = 118 + number(104, 8); number(at, 2) > 64; at += number(at, 2)) {
+    std::string file = catalog.substr(at + 44, 4) + catalog.substr(at + 56, 4);
+    if (number(at + 40, 2) != 2 && catalog.substr(at + 2, 4) != "HLNK") file.clear();
+    catalog.replace(at + 44, 4, 4, files.try_emplace(file, files.size()).first->second);
+    catalog.replace(at + 56, 8, 8, '\0');  // with its string type and the checksum
+  }
+  return catalog;
+}
+
 TEST_F(Rebuilding, LinksAndDevices) {
-  write_file(source("/file"), "content");
-  fs::create_hard_link(source("/file"), source("/name"));
-  fs::create_symlink("nowhere", source("/link"));
-  ASSERT_EQ(::mkfifo(source("/pipe").c_str(), 0600), 0);
-  if (is_root()) ::mknod(source("/device").c_str(), S_IFCHR | 0640, makedev(1, 3));
-  ASSERT_EQ(save().code, 0);
-  touch_and_save("/new", {"--channels", "1"});
-  for (const char* piece : {"demo.1.0.cat", "demo.2.0.cat"}) fs::remove(storage(piece));
-  EXPECT_EQ(rebuild().code, 0);
-  for (const char* seq : {"1", "2"}) expect_verified({"--seq", seq});
-  EXPECT_EQ(restore("to").code, 0);
-  Snapshot found = snapshot(back());
-  EXPECT_EQ(read_file(back("/name")), "content");
-  for (Snapshot* each : {&before_, &found}) each->erase("/name");
-  EXPECT_EQ(difference(before_, found), "");
+  struct {
+    Arguments how;
+    std::string lost;  // the jobs whose catalogs go
+  } const cases[] = {{{"--channels", "1"}, "123"},
+                     {{"--plain", "--channels", "1"}, "123"},
+                     {{"--compression", "zstd", "--channels", "3"}, "123"},
+                     {{"--channels", "2"}, "3"},
+                     {{"--channels", "1"}, "2"}};
+  for (const auto& [how, lost] : cases) {
+    SCOPED_TRACE(testing::PrintToString(how));
+    const auto name = [&](const char* file, const std::string& further) {
+      fs::create_hard_link(source(file), source(further));
+    };
+    fs::create_directories(source("/d/e"));
+    for (const char* file : {"/a", "/single", "/d/file", "/z\xFF\\"})
+      write_file(source(file), file);
+    for (const char* further : {"/b", "/d/b", "/d/e/b"}) name("/a", further);
+    name("/z\xFF\\", "/d/z");
+    fs::create_symlink("nowhere", source("/link"));
+    name("/link", "/d/link");
+    ASSERT_EQ(::mkfifo(source("/pipe").c_str(), 0600), 0);
+    name("/pipe", "/d/pipe");
+    if (is_root()) ::mknod(source("/device").c_str(), S_IFCHR | 0640, makedev(1, 3));
+    ASSERT_EQ(save(how).code, 0);
+    name("/a", "/A");
+    name("/single", "/d/single");
+    touch_and_save("/new", how);
+    name("/single", "/d/e/single");
+    touch_and_save("/newer", how);
+    std::map<std::string, std::string> before;
+    for (const std::string& piece : pieces()) {
+      if (lost.find(piece[5]) == std::string::npos || piece.find(".cat") == std::string::npos)
+        continue;
+      before[piece] = read_file(storage(piece));
+      fs::remove(storage(piece));
+    }
+    const Output made = rebuild();
+    EXPECT_EQ(made.code, 0) << made.err;
+    for (const auto& [piece, catalog] : before) {
+      EXPECT_EQ(with_names_numbered(read_file(storage(piece))), with_names_numbered(catalog));
+    }
+    for (const char* seq : {"1", "2", "3"}) expect_verified({"--seq", seq});
+    EXPECT_EQ(restore("to").code, 0);
+    EXPECT_EQ(difference(before_, snapshot(back(), how[0] == "--plain")), "");
+    for (const char* made_here : {"to", "storage", "source"})
+      platform::remove_tree(dir_ / made_here);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(, Rebuilding_On, testing::Values("directory", "remote"));
