@@ -1,9 +1,9 @@
 #include "mtf/rescue/earlier_entries.h"
 
 #include <algorithm>
-#include <functional>
 
 #include "mtf/common/format_words.h"
+#include "mtf/reader/tree_place.h"
 #include "oxbase/directory_iterator.h"
 #include "services/bytes.h"
 #include "services/text.h"
@@ -18,10 +18,6 @@ std::string with_separators(std::string_view name) {
 }
 
 }  // namespace
-
-std::size_t path_hash(const std::string& path) {
-  return std::hash<std::string>()(path);
-}
 
 int Earlier_Entries::compare(const Place& a, const Place& b) {
   const int order = a.volume.compare(b.volume);
@@ -115,7 +111,7 @@ bool Earlier_Entries::keep(bool unsure) {
 
 // A further name is taken over only together with its first name; else it is on the media.
 bool Earlier_Entries::is_gone(const std::string& path) {
-  return directories_.count(path_hash(path)) != 0 ||
+  return std::binary_search(taken_.begin(), taken_.end(), hash_of(path)) ||
          (record_.type == block_hlnk && files_.count(record_.ino) == 0);
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
 #include "mtf/reader/catalog_walker.h"
 #include "mtf/rescue/first_names.h"
@@ -16,14 +17,15 @@ namespace MTF {
 // false if the new catalog refuses an entry.
 class Earlier_Entries {
  public:
-  // `directories` has the hash of the path of each directory of the job: a file of that name has
-  // gone. `first_names` is told of those that are kept. Keeps the references.
+  // `taken` has, sorted, the hash of the path of each directory of the job and of each file on its
+  // other medias: a file of that name has gone. `first_names` is told of those that are kept. Keeps
+  // the references.
   Earlier_Entries(IRandom_Reader& catalog, unsigned int seq,
-                  const std::unordered_set<std::size_t>& directories, First_Names& first_names,
+                  const std::vector<unsigned long long>& taken, First_Names& first_names,
                   Catalog_Stream& out, const Fault_At& on_fault)
       : window_(catalog),
         walker_(window_, seq, on_fault),
-        directories_(directories),
+        taken_(taken),
         first_names_(first_names),
         out_(out) {}
 
@@ -64,7 +66,7 @@ class Earlier_Entries {
 
   Piece_Window window_;
   Catalog_Walker walker_;
-  const std::unordered_set<std::size_t>& directories_;
+  const std::vector<unsigned long long>& taken_;
   First_Names& first_names_;
   Catalog_Stream& out_;
   Catalog_Record record_{};
@@ -78,8 +80,5 @@ class Earlier_Entries {
   unsigned long long kept_ = 0;
   unsigned long long unsure_ = 0;
 };
-
-// The hash of the path of a directory: volume and name, with backslashes and none at the end.
-std::size_t path_hash(const std::string& path);
 
 }  // namespace MTF

@@ -1,8 +1,10 @@
 #include "mtf/rescue/rebuild.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "mtf/reader/block_loader.h"
 #include "mtf/reader/catalog_seqs.h"
@@ -32,7 +34,7 @@ class Rebuild {
   bool begin(Catalog_Stream& out);
   std::string metadata();
   void open_base(Catalog_Stream& out, const std::string& text);
-  void find_directories();
+  void find_taken();
   std::string lost_volume() const;
   void tell(const std::string& piece, unsigned long long position, const std::string& text) {
     if (on_fault_) on_fault_({piece, position, text});
@@ -51,7 +53,7 @@ class Rebuild {
   Fault_At on_base_fault_ = [this](unsigned long long position, const std::string& text) {
     tell(base_catalog_, position, text);
   };
-  std::unordered_set<std::size_t> directories_;
+  std::vector<unsigned long long> taken_;  // sorted
   First_Names first_names_;
   std::unique_ptr<Earlier_Entries> earlier_;
 };
@@ -149,20 +151,21 @@ void Rebuild::open_base(Catalog_Stream& out, const std::string& text) {
     summary_.lost_base = base.seq;
   }
   if (base_reader_ == nullptr) return;
-  find_directories();
-  earlier_ = std::make_unique<Earlier_Entries>(*base_reader_, base.seq, directories_, first_names_,
-                                               out, on_base_fault_);
+  find_taken();
+  earlier_ = std::make_unique<Earlier_Entries>(*base_reader_, base.seq, taken_, first_names_, out,
+                                               on_base_fault_);
   earlier_->open();
 }
 
-// The first channel has all directories of a job.
-void Rebuild::find_directories() {
-  Job_Pieces first = job_;
-  first.channels.resize(1);
+// A file goes to another channel when it becomes a further name, or ceases to be one.
+void Rebuild::find_taken() {
   const Fault_Sink told_already;
-  Media_Tree(store_, first, told_already).list([this](const Tree_Entry& item) {
-    if (item.entry.type == block_dirb) directories_.insert(path_hash(item.entry.path));
+  Media_Tree(store_, job_, told_already).list([this](const Tree_Entry& item) {
+    const Job_Entry& entry = item.entry;
+    const bool counts = entry.type == block_dirb ? !item.again : entry.channel != channel_;
+    if (counts && entry.type != block_volb) taken_.push_back(hash_of(entry.path));
   });
+  std::sort(taken_.begin(), taken_.end());
 }
 
 // The first one that the media's own catalog lists.
