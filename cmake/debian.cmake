@@ -46,17 +46,18 @@ A host program names what to save and supplies a storage channel for each
 parallel stream; the library writes one media and one catalog on each.
 This package holds what building such a program takes.")
 
-# Each package has a changelog and a copyright of its own.
+# Each package has both changelogs, the library's and the package's, and a copyright.
 find_program(GZIP gzip)
 if(GZIP)
   string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
   configure_file(cmake/debian/changelog.in debian/changelog.Debian @ONLY)
-  execute_process(COMMAND ${GZIP} -9nf debian/changelog.Debian
+  configure_file(CHANGELOG.md debian/changelog COPYONLY)
+  execute_process(COMMAND ${GZIP} -9nf debian/changelog.Debian debian/changelog
     WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR} COMMAND_ERROR_IS_FATAL ANY)
   foreach(component agent runtime dev)
     string(TOUPPER CPACK_DEBIAN_${component}_PACKAGE_NAME package)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.Debian.gz
-      ${CMAKE_CURRENT_LIST_DIR}/debian/copyright
+      ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.gz ${CMAKE_CURRENT_LIST_DIR}/debian/copyright
       DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${${package}} COMPONENT ${component})
   endforeach()
 endif()

@@ -30,7 +30,7 @@ file(RELATIVE_PATH pc_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_I
 configure_file(cmake/mtf.pc.in mtf.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/mtf.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT dev)
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmtf-dev COMPONENT dev)
+install(FILES README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmtf-dev COMPONENT dev)
 install(FILES examples/embed.cpp DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libmtf-dev/examples
   COMPONENT dev)
 

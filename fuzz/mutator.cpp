@@ -22,12 +22,8 @@ const std::string_view name_parts[] = {
 
 class Mutation {
  public:
-  Mutation(const std::uint8_t* data, std::size_t size, unsigned int seed) : random_(seed) {
-    for (const Piece& piece : split(data, size)) {
-      pieces_.push_back(piece);
-      texts_.emplace_back(piece.bytes);
-    }
-  }
+  Mutation(const std::uint8_t* data, std::size_t size, unsigned int seed)
+      : random_(seed), pieces_(split(data, size)) {}
 
   bool empty() const { return pieces_.empty(); }
 
@@ -35,7 +31,6 @@ class Mutation {
     do {
       change();
     } while (one_in(2));
-    for (std::size_t i = 0; i < pieces_.size(); ++i) pieces_[i].bytes = texts_[i];
     return join(pieces_);
   }
 
@@ -53,12 +48,11 @@ class Mutation {
 
   std::minstd_rand random_;
   std::vector<Piece> pieces_;
-  std::vector<std::string> texts_;
 };
 
 void Mutation::change() {
   const std::size_t piece = below(pieces_.size());
-  std::string& text = texts_[piece];
+  std::string& text = pieces_[piece].bytes;
   const std::vector<Mark> marks = marks_of(text, pieces_[piece].catalog);
   if (marks.empty()) return;
   const std::size_t mark = below(marks.size());
@@ -135,7 +129,8 @@ void Mutation::change_name(const std::string& catalog, const Mark& record) {
   const std::size_t at = one_in(2) ? 0 : below(name.size());
   name.replace(at, part.size(), part);
   name.resize(old.size(), part.back());
-  for (std::string& text : texts_) {
+  for (Piece& piece : pieces_) {
+    std::string& text = piece.bytes;
     for (std::size_t found = 0; (found = text.find(old, found)) != std::string::npos;
          found += old.size()) {
       text.replace(found, old.size(), name);
@@ -145,7 +140,7 @@ void Mutation::change_name(const std::string& catalog, const Mark& record) {
 
 // A type or a size that the catalog and the block on the media agree on.
 void Mutation::change_entry(std::size_t piece, const std::vector<Mark>& marks, std::size_t mark) {
-  std::string& catalog = texts_[piece];
+  std::string& catalog = pieces_[piece].bytes;
   const std::size_t at = marks[mark].at;
   if (at + 64 > catalog.size()) return;
   const auto address = MTF::load_le<unsigned long long>(&catalog[at + 8]);
@@ -165,10 +160,11 @@ void Mutation::change_entry(std::size_t piece, const std::vector<Mark>& marks, s
   seal(catalog, marks, mark);
   for (std::size_t i = 0; i < pieces_.size(); ++i) {
     if (pieces_[i].catalog || pieces_[i].channel != pieces_[piece].channel) continue;
-    if (address >= texts_[i].size() / 512) continue;
+    std::string& media = pieces_[i].bytes;
+    if (address >= media.size() / 512) continue;
     const std::size_t block = address * 512;
-    change(texts_[i], block, block + 12);
-    seal(texts_[i], {{Mark::Kind::block, block}}, 0);
+    change(media, block, block + 12);
+    seal(media, {{Mark::Kind::block, block}}, 0);
   }
 }
 

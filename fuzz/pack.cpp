@@ -2,14 +2,12 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <list>
 
 #include "fuzz/pieces.h"
 #include "services/piece_name.h"
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
-  std::list<std::string> texts;
   std::vector<fuzz::Piece> pieces;
   for (int i = 2; i < argc; ++i) {
     const std::string path = argv[i];
@@ -19,9 +17,10 @@ int main(int argc, char** argv) {
       std::cerr << path << ": no piece\n";
       return 1;
     }
-    texts.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    pieces.push_back({name.catalog, static_cast<unsigned char>(name.seq),
-                      static_cast<unsigned char>(name.channel), texts.back()});
+    pieces.push_back({name.catalog,
+                      static_cast<unsigned char>(name.seq),
+                      static_cast<unsigned char>(name.channel),
+                      {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()}});
   }
   return std::ofstream(argv[1], std::ios::binary) << fuzz::join(pieces) ? 0 : 1;
 }

@@ -11,16 +11,20 @@
 
 namespace fuzz {
 
-// One piece as it stands in an input, behind a head of 8 bytes: 'm' or 'c', sequence number,
-// channel, 0, size in 4 bytes.
+// One piece. In an input it stands packed behind a head of 8 bytes: 'm' or 'c', sequence number,
+// channel, 0, packed size in 4 bytes. Packed bytes are runs: a number of zeros in 2 bytes, a number
+// of other bytes in 2 bytes, and these. Most of a media is zeros, which would cost the fuzzer time.
 struct Piece {
   static constexpr std::size_t head_size = 8;
 
   bool catalog = false;
   unsigned char seq = 0;
   unsigned char channel = 0;
-  std::string_view bytes;
+  std::string bytes;  // as they are on a storage
 };
+
+// Of all pieces of an input; what goes beyond is cut off.
+constexpr std::size_t most_bytes = 0x40000;
 
 // The pieces of an input. A size that leads behind the end counts as that of the rest.
 std::vector<Piece> split(const std::uint8_t* data, std::size_t size);
@@ -40,19 +44,17 @@ class View_Reader : public MTF::IRandom_Reader {
   std::string_view bytes_;
 };
 
-// A storage with the pieces of an input, named `f.SEQ.CHANNEL.mtf` and `.cat`. The input must
-// outlive it.
+// A storage with the pieces of an input, named `f.SEQ.CHANNEL.mtf` and `.cat`.
 class Input_Store : public MTF::IPiece_Store {
  public:
-  Input_Store(const std::uint8_t* data, std::size_t size) : pieces_(split(data, size)) {}
+  Input_Store(const std::uint8_t* data, std::size_t size);
 
   bool pieces(std::vector<std::string>& names, std::string& error) override;
   std::unique_ptr<MTF::IRandom_Reader> open(const std::string& name, std::string& error) override;
 
-  const std::vector<Piece>& held() const { return pieces_; }
-
  private:
   std::vector<Piece> pieces_;
+  std::vector<std::string> names_;
 };
 
 // The jobs of a storage, complete or not.

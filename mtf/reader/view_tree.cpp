@@ -12,7 +12,7 @@
 namespace MTF {
 namespace {
 
-constexpr unsigned int text_chunk_bits = 20;
+constexpr unsigned int text_chunk_bits = 16;
 constexpr unsigned int text_chunk = 1U << text_chunk_bits;
 constexpr std::size_t longest_node_name = 255;  // a byte in front of each name holds its length
 constexpr const char* tree_full = "the tree holds as many names as it can";

@@ -110,11 +110,18 @@ TEST_F(Restore, Content_in_chunks_and_frames_is_put_together) {
     media.file("more", 1, test::modified);
     media.stan("1");
     media.stream("ADAT", "alternate");
+    media.file("short", 6, test::modified);
+    media.frames("STAN", {{"abcdef", "0abc"}}, 1, 6);  // in LZ4 three bytes and no more
   }));
+  // The name that the first file would have until it is whole.
+  const std::string taken = ".mtf-restore-" + std::to_string(::getpid()) + "-1";
+  fs::create_directory(to_);
+  test_support::write_file(to_ + '/' + taken, "");
   EXPECT_EQ(restore(store).files, 3u);
-  EXPECT_EQ(tree(), (Tree{{"chunks", "abcdef"}, {"frames", "abcdef"}, {"more", "1"}}));
-  ASSERT_EQ(problems_.size(), 1u);
+  EXPECT_EQ(tree(), (Tree{{taken, ""}, {"chunks", "abcdef"}, {"frames", "abcdef"}, {"more", "1"}}));
+  ASSERT_EQ(problems_.size(), 2u);
   EXPECT_NE(problems_["/more"].find("ADAT"), std::string::npos);
+  EXPECT_NE(problems_["/short"].find("can't be expanded"), std::string::npos);
 }
 
 TEST_F(Restore, Kinds_that_cant_come_back_are_told) {
