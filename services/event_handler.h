@@ -32,7 +32,8 @@ enum Event_Code : int {
   event_piece_open_failed = 0x1000008,
   // Writing or closing a piece failed: "result", "channel", "name", "message".
   event_piece_write_failed = 0x1000009,
-  // A source entry was skipped: "type", "name", "errno", "message".
+  // A source entry was skipped: "type", "name", "errno", "message". What the walk of an incremental
+  // job leaves out sends none: a line names it, and it is counted at the job's end.
   event_skipped = 0x100000A,
   // A file went bad while it was read: "type", "name", "message".
   event_corrupt = 0x100000B,
@@ -41,10 +42,11 @@ enum Event_Code : int {
 // The host derives from it and overrides handle_event(), and asks progress() from a thread of its
 // own. set_channels() to refresh_total_count() are the job's to call. Every operation may be called
 // from all threads of a job at once. An object serves one job: nothing sets its counters and its
-// flag back.
+// canceling flag back. A job refuses to start with the object of one in which a channel failed.
 class Event_Handler {
  public:
-  // Bytes and files of a job at one moment. What is found and then left out stays in the totals.
+  // Bytes and files of a job at one moment. What is found and then left out stays in the totals, so
+  // what is done may never reach them.
   struct Progress {
     unsigned long long done_size;    // bytes taken from the sources
     unsigned long long done_count;   // data streams finished
@@ -84,10 +86,17 @@ class Event_Handler {
   int progress_report_mode() const { return progress_report_mode_; }
   void set_progress_report_mode(int mode) { progress_report_mode_ = mode; }
 
-  // Asks the job to stop at the next block or data buffer. Safe in a signal handler. A job that
-  // fails sets it too.
+  // Asks the job to stop at the next block or data buffer. Safe in a signal handler.
   void set_canceling() { canceling_.store(true, std::memory_order_release); }
   bool is_canceling() const { return canceling_.load(std::memory_order_acquire); }
+
+  // A channel of the job has failed, and the others are to stop: sets the canceling flag as well.
+  // The job's to call.
+  void set_job_failed() {
+    job_failed_.store(true, std::memory_order_release);
+    set_canceling();
+  }
+  bool is_of_failed_job() const { return job_failed_.load(std::memory_order_acquire); }
 
   // Totals over all channels.
   Progress progress() const;
@@ -103,6 +112,7 @@ class Event_Handler {
   unsigned long long channel_count_ = 0;
   std::atomic<unsigned long long> processed_{0};
   std::atomic<bool> canceling_{false};
+  std::atomic<bool> job_failed_{false};
   int progress_report_mode_ = 0;
 };
 

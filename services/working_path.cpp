@@ -3,6 +3,8 @@
 #include <cerrno>
 
 #include "oxbase/path_conf.h"
+#include "oxbase/system.h"
+#include "platform/held_directory.h"
 #include "platform/tree.h"
 #include "services/assertion.h"
 #include "services/buffer.h"
@@ -16,13 +18,26 @@ namespace {
 constexpr unsigned short working_directory_mode = 0750;
 constexpr unsigned int owner_only = 0700;
 constexpr unsigned int copy_size = 0x10000;
+constexpr int most_attempts = 10;
+
+std::string working_directory(const std::string& job_tmp_dir, const std::string& stem) {
+  return oxbase::Path_Conf(job_tmp_dir.c_str(), stem.c_str(), false, nullptr,
+                           working_directory_mode)
+      .str();
+}
+
+bool make_tmp_dir(const std::string& job_tmp_dir) {
+  if (job_tmp_dir == MTF_Params::instance().job_tmp_dir()) {
+    return platform::private_directory(job_tmp_dir);
+  }
+  errno = platform::make_dirs(job_tmp_dir, owner_only);
+  return errno == 0;
+}
 
 bool working_path(const std::string& job_tmp_dir, const std::string& option_path,
                   const std::string& stem, unsigned long long channel, const char* ending,
                   std::string& out) {
-  const std::string directory =
-      oxbase::Path_Conf(job_tmp_dir.c_str(), stem.c_str(), false, nullptr, working_directory_mode)
-          .str();
+  const std::string directory = working_directory(job_tmp_dir, stem);
   if (!make_job_tmp_dir(job_tmp_dir)) return false;
   if (!platform::private_directory(directory)) return local_failure("make", directory);
   const std::string name =
@@ -35,11 +50,26 @@ bool working_path(const std::string& job_tmp_dir, const std::string& option_path
 }  // namespace
 
 bool make_job_tmp_dir(const std::string& job_tmp_dir) {
-  if (job_tmp_dir == MTF_Params::instance().job_tmp_dir()) {
-    return platform::private_directory(job_tmp_dir) || local_failure("make", job_tmp_dir);
+  return make_tmp_dir(job_tmp_dir) || local_failure("make", job_tmp_dir);
+}
+
+bool hold_working_directory(const std::string& job_tmp_dir, const std::string& stem,
+                            platform::Held_Directory& held) {
+  const std::string directory = working_directory(job_tmp_dir, stem);
+  make_tmp_dir(job_tmp_dir);
+  // The job that had it may remove it between the two steps.
+  for (int attempt = 0; attempt < most_attempts; ++attempt) {
+    if (!platform::private_directory(directory) || held.take_over(directory)) return true;
+    if (errno != ENOENT) break;
   }
-  errno = platform::make_dirs(job_tmp_dir, owner_only);
-  return errno == 0 || local_failure("make", job_tmp_dir);
+  return errno != EWOULDBLOCK;
+}
+
+bool remove_working_directory(const std::string& job_tmp_dir, const std::string& stem) {
+  const std::string directory = working_directory(job_tmp_dir, stem);
+  platform::Held_Directory held;
+  if (!held.take_over(directory) && errno == EWOULDBLOCK) return true;
+  return oxbase::rm_rf(directory.c_str());
 }
 
 bool cat_path(const std::string& job_tmp_dir, const std::string& option_path,

@@ -10,10 +10,12 @@
 #include "mtf/writer/source_producer.h"
 #include "mtf/writer/source_sharding.h"
 #include "platform/file_clock.h"
+#include "platform/held_directory.h"
 #include "services/assertion.h"
 #include "services/hash.h"
 #include "services/json_spirit.h"
 #include "services/settings.h"
+#include "services/working_path.h"
 
 namespace MTF {
 namespace {
@@ -114,6 +116,16 @@ bool Backup::prepare(bool incremental) {
     ACE_ERROR_RETURN(
         (LM_ERROR, ACE_TEXT("No job can follow job %u, seq goes up to %u\n"), seq_, last_seq),
         false);
+  }
+  if (evt_handler_.get() != nullptr && evt_handler_->is_of_failed_job()) {
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("The event handler is that of a job that failed\n")),
+                     false);
+  }
+  held_directory_ = std::make_unique<platform::Held_Directory>();
+  if (!hold_working_directory(opt_.job_tmp_dir, opt_.minor_resource_id, *held_directory_)) {
+    ACE_ERROR_RETURN((LM_ERROR, ACE_TEXT("Another job '%C' has its working files in '%C'\n"),
+                      opt_.minor_resource_id.c_str(), opt_.job_tmp_dir.c_str()),
+                     false);
   }
   ++seq_;
   numbered_ = true;

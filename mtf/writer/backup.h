@@ -21,6 +21,10 @@
 
 class ACE_Log_Msg_Callback;
 
+namespace platform {
+class Held_Directory;
+}
+
 namespace MTF {
 
 struct Job_Settings;
@@ -32,16 +36,21 @@ struct Job_Settings;
 //
 // A file or directory that can't be read never fails a job: the host is told by events
 // (event_handler.h) and by err_code. A storage that fails does, and so does a source that isn't
-// there, or a source or an exclude without an absolute path. Where full() or incremental() is false
-// err_code() may still be 0; the lines in the log say why.
+// there, or a source or an exclude without an absolute path.
+//
+// Where full() or incremental() is false, err_code() tells the failure of a channel or that nothing
+// was saved. For every other failure it is 0, err_msg() is empty, and no event need have told: the
+// lines say why. Those of the job's threads, which name a source that isn't there, go to `log`;
+// what keeps a job from starting is said on the host's thread.
 class Backup {
  public:
   // For Job_Settings::pre_action_data: there is none.
   static void* const no_pre_action_data;
 
   // `metadata` is the host's and must outlive the object. `log` gets the lines of the job's
-  // threads; with null, and on the host's own thread, they go where the process sends its lines.
-  // A job needs an event handler, and that serves one job alone.
+  // threads; with null, and on the host's own thread, they go where the process sends its lines. A
+  // host that wants all of them in one place sets the callback of its thread's ACE_Log_Msg too. A
+  // job needs an event handler, and that serves one job alone (event_handler.h).
   Backup(Ref_Ptr<Event_Handler> evt_handler, Metadata& metadata,
          std::shared_ptr<ACE_Log_Msg_Callback> log);
   // Waits for all threads.
@@ -124,7 +133,8 @@ class Backup {
   // any time after construction, and twice.
   void clean();
 
-  // Deletes all pieces of the job's number on the storage, by a channel of its own; none where it
+  // Deletes all pieces of the job's number on the storage, by a channel of its own, whoever wrote
+  // them: a host that must keep what has this number already doesn't call it. None where the job
   // never got a number of its own, since full() or incremental() was not called or refused to
   // start.
   void remove_storage_file();
@@ -197,6 +207,8 @@ class Backup {
   std::string err_msg_;
   bool sources_whole_ = true;  // false once there was no memory for a source
   bool numbered_ = false;      // seq_ is the number of this object's own job
+  // That of the working files, from the start of the job to the end of its threads.
+  std::unique_ptr<platform::Held_Directory> held_directory_;
 };
 
 // What a job needs beside its sources. Only the name and the channels have to be set. The pointers
@@ -227,8 +239,10 @@ struct Job_Settings {
   // stored; stays open.
   void* pre_action_data = Backup::no_pre_action_data;
   int compression_level = 1;
-  // Native directory for working files; null or empty for the default. Their names are made of the
-  // stem and the number, so two jobs that share both must not run in one directory at once.
+  // Native directory for working files; null or empty for the default. A job has a directory of its
+  // own in it, named by the stem alone. full() and incremental() refuse to start while another job
+  // of that stem runs there, and clean() then leaves its files alone. A file system without locks
+  // can't tell, and there the host must take care.
   const char* cache_dir = nullptr;
   // That scan the sources.
   int threads = 1;

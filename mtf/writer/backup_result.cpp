@@ -5,19 +5,13 @@
 #include "mtf/writer/backup_context.h"
 #include "mtf/writer/backup_task.h"
 #include "mtf/writer/block_producer.h"
-#include "oxbase/path_conf.h"
-#include "oxbase/system.h"
+#include "platform/held_directory.h"
 #include "services/assertion.h"
 #include "services/json_spirit.h"
 #include "services/piece_name.h"
+#include "services/working_path.h"
 
 namespace MTF {
-namespace {
-
-constexpr unsigned short directory_mode = 0750;
-
-}  // namespace
-
 bool Backup::complete() {
   for (std::size_t i = 0; i < backup_tasks_.size(); ++i) {
     add_up(static_cast<const Backup_Task&>(*backup_tasks_[i]).summary(), i == 0);
@@ -85,17 +79,14 @@ void Backup::clean() {
     safely([&] { return channel->disconnect(), true; });
   }
   channels_.clear();
+  held_directory_.reset();
   safely([this] { return remove_working_files(); });
 }
 
 bool Backup::remove_working_files() const {
   // A job that never got its name has no directory of its own.
   if (opt_.minor_resource_id.empty()) return true;
-  const std::string directory =
-      oxbase::Path_Conf(opt_.job_tmp_dir.c_str(), opt_.minor_resource_id.c_str(), false, nullptr,
-                        directory_mode)
-          .str();
-  return oxbase::rm_rf(directory.c_str());
+  return remove_working_directory(opt_.job_tmp_dir, opt_.minor_resource_id);
 }
 
 void Backup::remove_storage_file() {

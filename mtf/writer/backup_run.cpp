@@ -3,6 +3,7 @@
 
 #include "mtf/writer/backup.h"
 #include "mtf/writer/source_sharding.h"
+#include "platform/held_directory.h"
 #include "services/assertion.h"
 #include "services/json_spirit.h"
 
@@ -79,6 +80,7 @@ void Backup::wait_task() {
 
 bool Backup::execute() {
   wait_task();
+  held_directory_.reset();
   for (const auto& task : backup_tasks_) {
     if (task->last_error() == 0) continue;
     err_code_ = task->err_code();

@@ -71,7 +71,7 @@ int Backup_Task::svc_i() {
 void Backup_Task::set_error(int code) {
   Task_Base::set_error(code);
   msg_queue()->deactivate();
-  evt_handler_->set_canceling();
+  evt_handler_->set_job_failed();
 }
 
 bool Backup_Task::run() {

@@ -191,6 +191,31 @@ TEST_F(Backup_Job, OnlyPiecesOfItsOwnAreTakenBack) {
   EXPECT_EQ(job.storage.removed, (Texts{"j.1.0.mtf", "j.1.0.cat"}));
 }
 
+TEST_F(Backup_Job, WhatAnotherJobHasKeepsItFromStarting) {
+  Test_Job job;
+  job.storage.on_write = [&](auto&&...) {
+    job.storage.on_write = nullptr;
+    Test_Job other;
+    other.cache_dir = job.cache_dir;
+    other.channels = job.channels;
+    EXPECT_FALSE(other.run(""));
+    other.backup.clean();
+    EXPECT_EQ(::access((job.cache_dir + "/j/0.cat").c_str(), F_OK), 0);
+    other.backup.remove_storage_file();
+  };
+  EXPECT_TRUE(job.run(""));
+  EXPECT_TRUE(job.storage.removed.empty());
+  Test_Job failed({Op::write, 1});
+  EXPECT_FALSE(failed.run(""));
+  Backup again(failed.handler, failed.metadata, failed.log);
+  Job_Settings settings;
+  settings.minor_resource_id = "j";
+  settings.channel_factory = job.channels;
+  settings.cache_dir = job.cache_dir.c_str();
+  EXPECT_TRUE(again.init(settings) && !again.full());
+  EXPECT_EQ(failed.log->count("128 The event handler is that of a job that failed"), 1);
+}
+
 // Linked, odd and special files find no block writer and stay out with a line.
 TEST_F(Backup_Job, BlocksWithoutAWriterAreDropped) {
   write_file(tree / "a", "1");
