@@ -105,7 +105,7 @@ class Copy {
     }
   }
 
-  // False if no other is to be tried.
+  // False if the copying is to stop here.
   bool copy(const Job_Facts& job) {
     std::string error;
     seq_ = job.seq;

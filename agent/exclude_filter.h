@@ -9,9 +9,9 @@
 
 namespace agent {
 
-// Rejects the paths of `excludes` with all below them, which the library's own exclude list does
-// for directories only, and what one of the shell patterns `globs` matches: the whole native path
-// or the last name of it.
+// Rejects the paths of `excludes` with all below them; the library's own exclude list does that for
+// directories only. Rejects too what one of the shell patterns `globs` matches, by its whole native
+// path or by its last name.
 class Exclude_Filter final : public MTF::IFilter {
  public:
   // `excludes` is in system form.

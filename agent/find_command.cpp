@@ -24,7 +24,7 @@ struct State {
   std::vector<unsigned int> jobs;  // rising
 };
 
-// True for an entry whose bytes stand in one job. Each job writes its directories anew.
+// True for an entry that a later job may carry over. Directories each job writes anew.
 bool is_file(const MTF::Job_Entry& entry) {
   return entry.type != MTF::block_volb && entry.type != MTF::block_dirb;
 }

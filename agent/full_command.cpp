@@ -80,10 +80,10 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
   Piece_Namer pieces(storage);
   const Exclude_Filter filter(plan.user_excludes, options.exclude_globs);
   MTF::Job_Settings settings = job_settings(options, plan);
-  // A job without a factory says so.
+  // Null without memory: the job then fails, with a line that says so.
   settings.channel_factory = MTF::share<MTF::Channel_Factory>(
       new (std::nothrow) Storage_Channel_Factory(pieces, events.get()));
-  // Without one the walk needs no path of each entry.
+  // A job without a filter needn't make the path of each entry.
   if (!filter.is_empty()) settings.filter = &filter;
   settings.pre_action_data = pre_action;
   MTF::Backup backup(events, metadata, log);
@@ -99,8 +99,8 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
     const Progress progress(*events, console, !options.quiet && !options.json);
     result.done = options.incremental ? backup.incremental() : backup.full();
   }
-  // The channels drop their pieces from the first word of a cancel on, so one that came too late to
-  // stop the job counts all the same.
+  // The channels drop their pieces as soon as a cancel is asked for. So it counts even if it came
+  // too late to stop the job.
   result.canceled = stop_asked;
   result.seq = backup.seq();
   result.err_code = backup.err_code();

@@ -205,8 +205,8 @@ class Planner {
     return true;
   }
 
-  // The ways on which a walk may come by a directory of the job's own: as it was given, and by its
-  // real path.
+  // The paths by which a walk may meet a directory of the job's own: as it was given, and with all
+  // links resolved.
   std::set<std::string> system_forms(const std::string& path) const {
     std::set<std::string> forms;
     for (const std::string& way : {path, real_path(path)}) {
@@ -216,7 +216,7 @@ class Planner {
     return forms;
   }
 
-  // A walk that comes by must not save the pieces that it fills.
+  // A walk that meets the storage must not save the pieces that the job writes there.
   bool exclude_storage() {
     const std::string directory = storage_.directory();
     if (directory.empty()) return true;

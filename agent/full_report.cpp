@@ -103,7 +103,7 @@ int report_full(const Full_Options& options, const Full_Result& result, const Jo
       console.note("job " + std::to_string(result.seq) + " of '" + options.stem + "' is saved");
     }
   } catch (const std::bad_alloc&) {
-    // The job is what it is.
+    // The job stays done or failed, whether or not that can be shown.
     console.note("warning: out of memory, the result can't be shown");
   }
   return code;

@@ -38,9 +38,10 @@ class Job_Copier {
   // it gets its name; the names come last, those of the catalogs behind those of the medias, so
   // that a copy which is killed leaves no job. Nothing is left of one that failed.
   //
-  // A job that is there already is compared: its names and sizes and, byte for byte, its catalogs,
-  // which have the address and date of every file; of one that isn't complete there every piece,
-  // and what is missing is copied. `error` is a line for the user if it is refused or fails.
+  // A job that is there already is compared: the names and sizes of its pieces and, byte for byte,
+  // its catalogs, which have the address and date of every file. If it isn't complete there, all
+  // its pieces are compared byte for byte and the missing ones are copied. `error` is a line for
+  // the user if the job is refused or fails.
   Outcome copy(unsigned int seq, std::string& error);
 
  private:

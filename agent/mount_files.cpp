@@ -73,7 +73,7 @@ int Mount_Files::fail(const Mount_Place& place, const std::string& why) {
   return EIO;
 }
 
-// Without a look into the job: that is for those who enter it.
+// Doesn't open the job: only who enters its directory needs that.
 void Mount_Files::describe(const Root_Entry& entry, fuse_entry_param& out) {
   out = {};
   out.ino = out.attr.st_ino = entry.key;

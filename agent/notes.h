@@ -14,7 +14,8 @@ namespace agent {
 // called from several threads.
 class Notes {
  public:
-  // `console` must outlive it. With `all` kinds don't matter.
+  // `console` must outlive it. With `all` every line is shown, however many of its kind came
+  // before.
   Notes(Console& console, bool all) : console_(console), all_(all) {}
   ~Notes();
   Notes(const Notes&) = delete;

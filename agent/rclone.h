@@ -48,7 +48,7 @@ class Rclone {
   // True once calls are refused: the remote was silent for too long, or failed again and again.
   bool is_given_up() const { return given_up_; }
 
-  // Data came or went: the remote answers.
+  // To be called when data came or went: the remote answers.
   void note_progress();
 
  private:

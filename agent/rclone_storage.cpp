@@ -287,7 +287,7 @@ std::unique_ptr<IPiece_Sink> Rclone_Storage::create(const std::string& name, std
     error = error_text("the copy of " + name + " in '" + tmp_ + '\'', errno);
     return nullptr;
   }
-  // One that joins a job that is there must not hide the others.
+  // A piece that joins a job that is there must not hide that job's other pieces.
   const bool joins = std::any_of(known_.begin(), known_.end(), [&](const auto& each) {
     return Mark{piece.stem, piece.seq, {}}.covers(each.first);
   });

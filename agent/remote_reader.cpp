@@ -42,7 +42,7 @@ Remote_Reader::Stretch& Remote_Reader::stretch_at(unsigned long long offset) {
     stretches_.splice(stretches_.begin(), stretches_, found);
     return stretches_.front();
   }
-  // The stream that was read last may go on beside the new place, and no other.
+  // Only the stream that was read last stays open beside the new place.
   for (auto each = stretches_.begin(); each != stretches_.end();) {
     const bool drop = each != stretches_.begin() && each->kept.size() > first_stream;
     if (each != stretches_.begin()) each->stream.reset();

@@ -11,8 +11,8 @@
 namespace agent {
 
 // A look here and there fetches little more than was asked for. Whoever reads on behind a look gets
-// a stream, of which each is twice as long as the one before, and gaps of a stream are read over
-// where that is cheaper than a new one. A stream that breaks is begun anew where it broke.
+// a stream; each further stream is twice as long as the one before. A gap is read over where that
+// is cheaper than a new stream. A stream that breaks is begun anew where it broke.
 class Remote_Reader final : public MTF::IRandom_Reader {
  public:
   // `rclone` must outlive it.

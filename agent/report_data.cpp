@@ -64,8 +64,7 @@ std::vector<Sized_Path> paths_of(const View_Tree& tree, const Sums& sums, Larges
   return paths;
 }
 
-// True if one entry of a directory has all of its bytes. Listing the directory too would tell
-// nothing new.
+// True if one sub-directory has all the bytes of a directory: listing both would tell nothing new.
 bool only_passes(const View_Tree& tree, View_Tree::Number directory,
                  const std::vector<unsigned long long>& bytes) {
   View_Tree::Number child;

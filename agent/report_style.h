@@ -1,4 +1,4 @@
-// How a report looks. Without `<`, `>` and `&`, which a document tree would write in other letters.
+// How a report looks. The text must not hold `<`, `>` and `&`: a document tree would escape them.
 #pragma once
 
 namespace agent {

@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* rclone_start = "rclone:";
 
-// For files without a name, which the directory of the working files needn't be there for.
+// The directory for files without a name: the one for working files may not be there yet.
 std::string usual_tmp() {
   const char* const given = std::getenv("TMPDIR");
   return given != nullptr && *given != '\0' ? given : "/var/tmp";

@@ -20,8 +20,8 @@ class Work_Directory {
 
   // Removes what killed jobs left in the directory `root`, and makes the one of the job `id` there;
   // no other living job may have that id. A missing `root` is made. One where another user might
-  // put something in place of the job's files is refused, and that of `closed` is closed to others.
-  // False, with a line for the user in `error`.
+  // put something in place of the job's files is refused. With `closed` it is made the user's
+  // alone. False, with a line for the user in `error`.
   bool open(const std::string& root, bool closed, const std::string& id, std::string& error);
 
   // Deletes the directory with all in it; true if none is open. Leaves errno.

@@ -40,7 +40,8 @@ constexpr unsigned int frame_types[] = {MTF::block_tape, MTF::block_sset, MTF::b
                                         MTF::block_eset, MTF::block_eotm, MTF::block_sfmb};
 constexpr unsigned int stream_ids[] = {
     MTF::stream_stan, MTF::stream_spar, MTF::stream_spad, MTF::stream_nacl, MTF::stream_ntea,
-    MTF::stream_adat, MTF::stream_csum, MTF::stream_fnam, MTF::stream_pnam, MTF::stream_ctex,
+    MTF::stream_ntoi, MTF::stream_ntpr, MTF::stream_ntrp, MTF::stream_adat, MTF::stream_csum,
+    MTF::stream_fnam, MTF::stream_pnam, MTF::stream_stat, MTF::stream_ctex, MTF::stream_link,
     MTF::stream_tfdd, MTF::stream_tsmp, MTF::stream_meta};
 
 template <std::size_t N>

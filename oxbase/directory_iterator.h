@@ -28,8 +28,9 @@ struct Directory_Entry_T {
 bool operator<(const Directory_Entry_T<char>& a, const Directory_Entry_T<char>& b);
 
 // Puts the entries of one directory in that order and keeps each name once: a directory that
-// changes while it is read may give one twice. Where one of them is a directory it stays, as the
-// walk tells of one that has gone again; gives the others of such a name.
+// changes while it is read may give one twice. If a name is a directory's and another entry's, the
+// directory stays, and the other entry is returned: should the directory have gone again, the walk
+// tells of it.
 std::vector<Directory_Entry_T<char>> put_in_order(std::vector<Directory_Entry_T<char>>& entries);
 
 // Reads a directory by its system path. No file system here has reparse points, so the choice of

@@ -7,8 +7,8 @@
 
 namespace oxbase {
 
-// Tells whether one of [at, end) has a name; `name_of` gives theirs. Both these and the names asked
-// for come in the order of path_less().
+// Tells whether an element of [at, end) has a given name; `name_of` gives the name of an element.
+// The elements, and the names asked for, come in the order of path_less().
 template <class Iterator, class Name_Of>
 class Name_Finder {
  public:

@@ -14,7 +14,8 @@ void expand_environment_strings(std::string& text);
 // The last part of a path, trailing separators aside.
 std::string basename(const std::string& path, char separator);
 
-// The path without its last part and the separator in front of it; empty where there is no other.
+// The path without its last part and the separator in front of it; empty where it has one part
+// alone.
 std::string dirname_string(const char* path, char separator);
 
 // A path to which parts are joined with exactly one separator between them. With the flag on,

@@ -36,9 +36,9 @@ constexpr unsigned int FILE_ATTRIBUTE_SPARSE_FILE = 0x200;  // less allocated th
 // tell why.
 bool GetFileAttributesExW(const wchar_t* path, int level, void* data);
 
-// The attributes of the directory at a system path. Below a source the directory is opened for it
-// and stays the thread's own (source_path.h), so that what lies in it needs no other open. False,
-// and `data` untouched, for what can't be opened like this.
+// The attributes of the directory at a system path. It is opened for this, and below a source the
+// thread keeps it open (source_path.h), so that the files in it are reached by their names alone.
+// False, with `data` untouched, where it can't be opened like this.
 bool enter_directory(const wchar_t* path, WIN32_FILE_ATTRIBUTE_DATA& data);
 
 // All that one look at a file tells.

@@ -43,9 +43,9 @@ class Record_Source {
  public:
   virtual ~Record_Source() = default;
 
-  // Goes to the first record of a system path; one with a separator at its end must be a directory,
-  // any other a regular file.
-  // The path before is closed. False on failure; last_error() and errno tell why.
+  // Closes the path before and goes to the first record of a system path; one with a separator at
+  // its end must be a directory, any other a regular file. False on failure; last_error() and errno
+  // tell why.
   virtual bool open(const std::string& system_path) = 0;
 
   // Reads up to `size` bytes, of one record only: as many as it has, unless its file has become

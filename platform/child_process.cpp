@@ -168,7 +168,7 @@ long long Child_Process::moved() const {
 }
 
 bool Child_Process::wait_for(int fd, short events) {
-  // How long the caller took with what it got is nothing to wait for.
+  // The time that the caller takes with what it got doesn't count as waiting.
   Clock::time_point since = Clock::now();
   long long before = moved();
   while (true) {

@@ -54,7 +54,7 @@ class Child_Process {
   // Ends it: asks first, and kills it some seconds later.
   void stop();
 
-  // What it said as its errors.
+  // What it printed on its standard error.
   std::string said() const;
 
   // How long nothing has moved between it and this process.

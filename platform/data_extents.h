@@ -13,8 +13,8 @@ struct Data_Extent {
 bool has_hole(int fd, long long size);
 
 // Finds the first stretch of data at or behind `from`, cut at `size`; an extent of size 0 at `size`
-// where only a hole is left. The rest is data, which can't be read, where the file has become
-// shorter than `size`. False with errno on failure.
+// where only a hole is left. Where the file has become shorter than `size`, the rest of it counts
+// as data, which a read then finds missing. False with errno on failure.
 bool next_extent(int fd, long long from, long long size, Data_Extent& out);
 
 }  // namespace platform

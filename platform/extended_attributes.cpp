@@ -85,7 +85,7 @@ bool Extended_Attributes::append_one(int fd, const char* name, std::string& out)
       value_, longest_value + 1,
       [fd, name](char* value, std::size_t room) { return get_value(fd, name, value, room); });
   if (size < 0 || static_cast<std::size_t>(size) > longest_value) {
-    // An attribute that was removed since the list was made isn't missing.
+    // An attribute that was removed since the list was made isn't told as left out.
     if (size < 0 && errno == ENODATA) return false;
     left_out_(name, size < 0 && errno != ERANGE ? std::strerror(errno) : "longer than 65535 bytes");
     return false;

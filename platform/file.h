@@ -58,8 +58,8 @@ class File {
   std::string native_;  // kept for its memory
 };
 
-// Waits, for `milliseconds` at most, until a read of `fd` needn't wait. True then, also where the
-// read has the end or a failure to tell.
+// Waits, for `milliseconds` at most, until a read of `fd` needn't wait. True if it need not: there
+// is data, the end, or a failure to tell.
 bool wait_readable(int fd, int milliseconds);
 
 }  // namespace platform

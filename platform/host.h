@@ -20,8 +20,8 @@ bool filesystem_block_size(const std::string& system_path, unsigned int& size);
 unsigned int processor_count();  // usable by this process, at least 1
 unsigned int current_uid();      // the effective user
 
-// While one lives, what the process makes is its user's, who may do with it what the mode says, and
-// nobody else's.
+// While an object lives, the files that the process makes are closed to everybody but its own user,
+// for whom the mode of each still counts.
 class Private_Files {
  public:
   Private_Files();

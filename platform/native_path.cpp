@@ -64,7 +64,8 @@ std::size_t unmark(const std::string& text, std::size_t at, char mark, char*& ou
   return 3 + escape;
 }
 
-// Adds the native form of `text` if that is the same but for its separators, as with most paths.
+// Adds the native form of `text` if only the separators differ, as with most paths; false where
+// more has to be done.
 bool append_plain(const char* text, std::size_t size, std::string& native) {
   if (std::memchr(text, '/', size) || std::memchr(text, '\0', size) ||
       std::memchr(text, mark_1, size)) {
@@ -76,7 +77,7 @@ bool append_plain(const char* text, std::size_t size, std::string& native) {
   char* at = &native[before];
   while ((at = static_cast<char*>(std::memchr(at, '\\', static_cast<std::size_t>(end - at))))) {
     *at++ = '/';
-    // No name follows: that one goes.
+    // No name follows. Such a separator has to go, which is not done here.
     if (at == end || *at == '\\') {
       native.resize(before);
       return false;

@@ -30,7 +30,7 @@ bool Piece_File::open_unnamed(const std::string& directory) {
   close();
   fd_ = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
   if (fd_ >= 0 || (errno != EOPNOTSUPP && errno != EISDIR)) return fd_ >= 0;
-  // A file system that can't do it at once.
+  // The file system can't make a file without a name: it gets one for a moment.
   std::string path = directory + "/mtf-XXXXXX";
   fd_ = ::mkostemp(path.data(), O_CLOEXEC);
   return fd_ >= 0 && ::unlink(path.c_str()) == 0;

@@ -15,8 +15,8 @@ namespace platform {
 namespace {
 
 constexpr mode_t directory_mode = 0777;  // less the process's mask
-// Of the root, as nothing tells who may enter the directories below, and of a directory while it is
-// filled.
+// The mode of the root, as nothing tells who may enter the directories below, and that of a
+// directory while it is filled.
 constexpr mode_t closed_mode = 0700;
 constexpr mode_t private_mode = 0600;
 constexpr mode_t permission_bits = 07777;
@@ -46,8 +46,8 @@ int set_owner(int fd, const Restore_Attributes::Owner& owner) {
                     AT_EMPTY_PATH);
 }
 
-// A path that leads to the file of a descriptor, also where that is a place. It leads to a link
-// itself.
+// A path that leads to what a descriptor is open for, also where that is a place (O_PATH). For a
+// link it leads to the link itself.
 std::string path_of(int fd) {
   return "/proc/self/fd/" + std::to_string(fd);
 }
@@ -149,7 +149,7 @@ int Restore_Tree::set_attributes(int fd, const Restore_Attributes& attributes) {
   return error;
 }
 
-// The same for what isn't opened. Nothing here leads through a link.
+// The same for a link, device or FIFO, which isn't opened. No call here follows a link.
 int Restore_Tree::set_place_attributes(const Restore_Attributes& attributes, bool is_link) {
   left_out_.clear();
   owner_error_ = 0;
@@ -166,7 +166,7 @@ int Restore_Tree::set_place_attributes(const Restore_Attributes& attributes, boo
                                AT_SYMLINK_NOFOLLOW));
 }
 
-// Of `fd`, by the path `place` where it is no open file.
+// Sets those of `fd`: by the path `place`, unless that is null, for what is no open file.
 void Restore_Tree::set_extended(int fd, const char* place, const Restore_Attributes& attributes) {
   if (attributes.exact_acl) {
     for (const char* acl : {"system.posix_acl_access", "system.posix_acl_default"}) {

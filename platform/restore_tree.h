@@ -21,7 +21,7 @@ struct Restore_Attributes {
   unsigned long long length = 0;   // of a file
   // Names and values of extended attributes.
   std::vector<std::pair<std::string, std::string_view>> extended;
-  // An ACL that isn't among them goes, such as one that came from the directory around it.
+  // Takes away an ACL that isn't among them, such as one that came from the directory around it.
   bool exact_acl = false;
 };
 
@@ -76,8 +76,8 @@ class Restore_Tree {
 
   // Each makes an entry of the directory entered last, with its attributes, in place of what had
   // the name; on failure that is still there. A link to the native path `target`, which is never
-  // followed; a device or FIFO, where `mode` says which, with the device number `number`. A mode is
-  // none of a link's.
+  // followed; a device or FIFO, where `mode` says which, with the device number `number`. A link
+  // has no mode of its own.
   int make_link(const std::string& name, const std::string& target,
                 const Restore_Attributes& attributes);
   int make_node(const std::string& name, unsigned int mode, unsigned long long number,

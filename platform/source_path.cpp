@@ -31,7 +31,7 @@ struct Last_Directory {
            path.compare(0, slash, native) == 0 && version == source_roots_version();
   }
 
-  // Without a directory until the path is there: memory may run out.
+  // Has no directory until the path is copied: memory may run out in between.
   void change(const std::string& path, std::size_t size, unsigned long long roots) {
     set(-1);
     native.assign(path, 0, size);
@@ -156,7 +156,7 @@ int open_source(const std::string& native, int flags, bool follow) {
   const Last_Directory* const last = last_directory();
   if (last != nullptr && last->is(native)) {
     const int fd = open_at_once(last->fd, ".", flags);
-    // One that may not be searched is reached from the directory that it is in.
+    // A directory that may not be searched can't be opened by the name `.` in it.
     if (fd >= 0 || errno != EACCES) return fd;
   }
   const Source_Path path(native);

@@ -43,9 +43,9 @@ class Source_Path {
 // -1 with errno on failure.
 int open_source(const std::string& native, int flags, bool follow = false);
 
-// Makes a directory below a source, or a source, the one that stays open for itself and the paths
-// in it. Gives its descriptor, a place (O_PATH) that stays the thread's; -1 where that can't be
-// done.
+// Opens a directory, a source or one below it, as the one that this thread keeps open to reach it
+// and the paths in it. Gives its descriptor, a place (O_PATH) that stays the thread's; -1 where
+// that can't be done.
 int enter_source_directory(const std::string& native);
 
 // Opens a directory to read its entries, in the same way. The thread's own directory isn't changed.

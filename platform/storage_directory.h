@@ -31,7 +31,7 @@ class Storage_Directory {
   // True if this process may create and remove entries.
   bool is_writable() const;
 
-  // A text that is the same for every path that leads to this directory, and no other's.
+  // A text that names this directory: the same by every path that leads here, and no other's.
   bool identity(std::string& out) const;
 
   // The names of all entries but `.` and `..`, in any order.

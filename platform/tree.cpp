@@ -17,7 +17,7 @@
 namespace platform {
 namespace {
 
-// Closes what is open, also where memory runs out in between. -1 for nothing.
+// Owns a descriptor, so that it is closed also where memory runs out; -1 for none.
 class Handle {
  public:
   explicit Handle(int fd) : fd_(fd) {}

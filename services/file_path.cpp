@@ -22,7 +22,7 @@ std::size_t volume_size(const std::string& path, char separator) {
     size = 2;
   } else {
     while (size < path.size() && path[size] == '/') ++size;
-    // Where the slash is the separator too, `/a` has no other between volume and directory.
+    // If the slash is the separator too, `/a` has no further one between volume and directory.
     if (separator == '/') return size;
   }
   return size == path.size() || path[size] == separator ? size : 0;

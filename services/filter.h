@@ -3,7 +3,7 @@
 
 namespace MTF {
 
-// Called from several threads at once when a job scans with several.
+// A job that scans with several threads calls it from all of them at once.
 class IFilter {
  public:
   virtual ~IFilter() = default;

@@ -8,8 +8,8 @@
 namespace MTF {
 
 // Hands out memory that neither moves nor is given back before the pool goes. The file has no name.
-// The caller locks. What has been touched of the memory counts as the process's until it is
-// unloaded, as all is each time that `unload_step` bytes have been handed out.
+// The caller locks. Memory that has been touched counts as the process's until it is
+// unloaded, which happens to all of it each time that `unload_step` bytes have been handed out.
 class MMap_Pool {
  public:
   // The pool's file is made in the native `directory` when memory is first asked for.

@@ -18,8 +18,8 @@ void Content_Map::open_range(const Stream_Header& header, unsigned long long pos
   seen_ = 0;
 }
 
-// When there are too many, every second one of the long ranges goes and fewer are noted from then
-// on.
+// When there are too many, each range gives up every second one, and from then on only half as many
+// are noted.
 void Content_Map::add_frame(unsigned long long position, unsigned long long offset) {
   if (!is_open_ || offset == 0 || ++seen_ % step_ != 0) return;
   if (frames_ == most_frames) {

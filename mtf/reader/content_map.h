@@ -27,13 +27,13 @@ struct Content_Range {
 // Filled stream by stream, then looked into. Its memory is bounded.
 class Content_Map {
  public:
-  // A stream whose data stands at `position`.
+  // Starts with a stream whose data stands at `position`.
   void open_range(const Stream_Header& header, unsigned long long position, std::size_t prefix);
 
-  // A frame of the stream that is open; without one, it isn't noted.
+  // Notes a frame of the open stream; does nothing while none is open.
   void add_frame(unsigned long long position, unsigned long long offset);
 
-  // The stream has been read; its content belongs at `offset` of the file.
+  // Ends the open stream, whose content belongs at `offset` of the file.
   void close_range(unsigned long long offset);
 
   // Sorts the ranges. False if there were too many, or if two of them overlap.
@@ -49,7 +49,7 @@ class Content_Map {
   bool too_many_ = false;
   std::size_t frames_ = 0;       // noted in all ranges
   unsigned long long seen_ = 0;  // frames of the range that is open
-  unsigned long long step_ = 1;  // one of so many frames is noted
+  unsigned long long step_ = 1;  // one frame in this many is noted
 };
 
 }  // namespace MTF

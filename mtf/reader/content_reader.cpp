@@ -10,11 +10,12 @@ namespace MTF {
 namespace {
 
 constexpr std::size_t most_small_data = 0x40000;
-// Far more than a file system holds; the stream lies whole on the media in any case.
+// Far more than a file system gives a file. Its bytes stand on the media, so a length that is only
+// claimed takes no memory.
 constexpr std::size_t most_attribute_data = 0x40000000;
 
-// Streams that tell about the file, each small enough to be held. What leads elsewhere belongs to
-// links alone.
+// Streams that tell about the file, each small enough to be held. One that leads elsewhere tells
+// something only behind the block of a link or of a further name.
 bool is_description(unsigned int id, unsigned int block_type) {
   if (id == stream_ntrp) return block_type == block_slnk;
   if (id == stream_link) return block_type == block_hlnk;
@@ -34,7 +35,7 @@ const char* missing_of(unsigned int block_type, const Content& content) {
   return nullptr;
 }
 
-// Streams whose loss takes content away, where nothing restores them.
+// Streams with content that is lost if nothing restores them.
 bool holds_content(unsigned int id) {
   switch (id) {
     case stream_fnam:

@@ -9,7 +9,7 @@
 namespace MTF {
 namespace {
 
-// What leads to something else has no content of its own.
+// A link and a further name of a file have no content of their own.
 unsigned long long content_bytes(const Catalog_Record& record) {
   return record.type == block_slnk || record.type == block_hlnk ? 0 : record.size;
 }

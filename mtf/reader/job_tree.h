@@ -15,7 +15,7 @@ struct Tree_Entry {
   Job_Entry entry;
   std::string name;    // as it stands in the catalog
   bool again = false;  // a volume or directory that was given before
-  // It has its path whatever was lost in front of it: that doesn't hang on the entry before.
+  // Its path is right whatever was lost in front of it: it doesn't depend on the entry before.
   bool placed = false;
   unsigned long long space = 0;  // bytes that it took on its disk
   unsigned long long ino = 0;    // of a file its number, of a further name that of the first one
@@ -23,7 +23,7 @@ struct Tree_Entry {
 };
 
 // Gives every entry of a job's catalogs, channel by channel. A directory that several channels
-// hold, or that the walk came back to, comes `again`.
+// hold, or that the walk came back to, is marked `again` from the second time on.
 class Job_Tree {
  public:
   // Keeps all references.

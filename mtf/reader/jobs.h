@@ -107,9 +107,9 @@ bool read_contents(IPiece_Store& store, const Job_Pieces& job, Job_Contents& out
 bool find_dependents(IPiece_Store& store, const Job_Pieces& job, std::vector<unsigned int>& seqs,
                      std::string& error);
 
-// A job that `job` took files from and that isn't complete, or lacks their channel, among `jobs`,
-// those of the same name; 0 if there is none. What can't be read of the catalogs of `job` counts
-// for nothing: whoever needs it finds the damage.
+// Looks among `jobs`, those of the same name, for one that `job` took files from and that isn't
+// complete or lacks their channel. Gives its number; 0 if there is none. What can't be read of the
+// catalogs of `job` counts for nothing: whoever needs it finds the damage.
 unsigned int find_lost_job(IPiece_Store& store, const Job_Pieces& job,
                            const std::vector<Job_Pieces>& jobs);
 
@@ -132,9 +132,9 @@ Verify_Summary verify_job(IPiece_Store& store, const Job_Pieces& job, const Faul
 struct Restore_Options {
   std::string to;                  // native directory, made where it is missing
   std::vector<std::string> paths;  // native or system paths to restore with all below; all if empty
-  // Needs no catalog and no other channel: brings back what the medias of the job that are there
-  // hold, also behind damage. What damage took is named where the media's own catalog tells it; a
-  // file whose directory is lost comes below `lost+found`, and one of a lost volume below `/`.
+  // Brings back what those medias of the job hold that are there, also behind damage, and needs no
+  // catalog and no other channel. What damage took is named where the media's own catalog tells it;
+  // a file whose directory is lost comes below `lost+found`, and one of a lost volume below `/`.
   // Files that another job's media holds aren't restored.
   bool from_media = false;
 };
@@ -149,7 +149,7 @@ struct Restore_Summary {
   std::string owner_fault;               // the reason of the first of them
 };
 
-// Told of each entry that could not be restored, or not wholly: its native path and why.
+// Takes each entry that could not be restored, or not wholly: its native path and why.
 using Problem_Sink = std::function<void(const std::string& path, const std::string& why)>;
 
 // Writes what a job holds below `options.to`, as `<to>/dir/name` (a volume `X:` as

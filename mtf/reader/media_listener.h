@@ -25,7 +25,7 @@ struct Media_Set {
   signed char time_zone;
 };
 
-// Told in the order of the media. Views are valid until the call returns.
+// Is told of them in the order of the media. Views are valid until the call returns.
 class IMedia_Listener {
  public:
   virtual ~IMedia_Listener() = default;

@@ -23,15 +23,15 @@ struct Found_Object {
   bool corrupt = false;  // a CFIL block follows: no catalog lists it
 };
 
-// Told of what stands on a media, in order. What is given is valid until the call returns.
+// Is told what stands on a media, in order. What it is given is valid until the call returns.
 class IObject_Listener {
  public:
   virtual ~IObject_Listener() = default;
 
-  // Another block than that of an object.
+  // A block that isn't an object's.
   virtual void on_frame(const Media_Block& /*block*/) {}
 
-  // The metadata stream: where its text stands.
+  // The place of the text in the metadata stream.
   virtual void on_metadata(unsigned long long /*position*/, unsigned long long /*length*/) {}
 
   virtual void on_object(const Found_Object& object) = 0;

@@ -51,8 +51,7 @@ class Media_Tree::Channel : private IObject_Listener {
   std::optional<FDD_View> next_;  // of the media's catalog, where that is whole
   bool corrupt_ = false;          // give only what is
   bool gap_ = false;              // the next object comes behind damage
-  // The number of the directory that the next file lies in; none behind one of which only the name
-  // is known.
+  // The number of the directory that the next file lies in; none where only its name is known.
   std::optional<unsigned int> directory_ = 0;
 };
 

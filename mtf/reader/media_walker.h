@@ -36,7 +36,7 @@ struct Media_Stream {
   std::string_view content;
 };
 
-// Told of what stands on a media, in order. Views are valid until the call returns.
+// Is told what stands on a media, in order. Views are valid until the call returns.
 class IMedia_Visitor {
  public:
   virtual ~IMedia_Visitor() = default;

@@ -7,8 +7,9 @@
 namespace MTF {
 namespace {
 
-// How far behind the last byte a view still goes on, and how far ahead the piece is read.
+// A view that starts at most this far behind the bytes in the buffer counts as reading on.
 constexpr unsigned long long longest_step = 0x100000;
+// How far ahead the reader is asked to read then.
 constexpr unsigned long long ahead_size = 0x800000;
 
 }  // namespace

@@ -19,8 +19,8 @@ namespace {
 
 using Make = platform::Restore_Tree::Make;
 
-// The native names of a system path below the directory restored to, `X:` as `X` and `/` as
-// nothing. False if the path doesn't start with a volume.
+// Splits a system path into the native names that lead to it from the directory restored to: first
+// `X` for the volume `X:`, or no name for `/`. False if the path doesn't start with a volume.
 bool native_names(const std::string& path, std::vector<std::string>& names) {
   names.clear();
   std::size_t end = path.find('\\');
@@ -46,7 +46,7 @@ struct Kept_Attributes {
   long long mtime = 0;  // seconds since 1970; 0 where there is none
 };
 
-// Where the files belong that the catalog names next.
+// The directory that the next files of the catalog belong to.
 struct Place {
   Tree_Entry directory;  // or a volume
   bool checked = false;
@@ -113,7 +113,7 @@ class Job_Restorer {
   void finish_directory(const Tree_Entry& item);
   void set_attributes(const Job_Entry& entry, const Kept_Attributes& kept);
 
-  // What could not be set of the last file or directory.
+  // Tells what could not be set of the last file or directory.
   void tell_left_out(const Job_Entry& entry) {
     for (const std::string& attribute : tree_.left_out()) {
       tell(entry, "its extended attribute " + attribute);
@@ -151,7 +151,7 @@ class Job_Restorer {
   std::map<unsigned long long, Earlier_Media> medias_;  // by channel
   std::map<std::string, std::string> volumes_;          // by their name below the root
   std::map<std::string, First_Name> first_names_;       // by path
-  // Of directories by their path, for the end, so that their blocks needn't be looked for again.
+  // What directories get at the end, by path, so that their blocks needn't be looked for again.
   std::map<std::string, Kept_Attributes> kept_;
   std::size_t kept_size_ = 0;
   std::set<std::string> above_;  // directories above the paths asked for, missing ahead of the run
@@ -293,7 +293,7 @@ void Job_Restorer::restore_entry(const Tree_Entry& item) {
   if (may_be_first(item)) note_restored(entry.path);
 }
 
-// Further names lead to what has the content by now.
+// Notes the entry restored last as the one that further names of `first` lead to.
 void Job_Restorer::note_restored(const std::string& first) {
   First_Name& to = first_names_[first];
   if (tree_.identify(names_.back(), to.identity) == 0) to.names = names_;
@@ -365,7 +365,7 @@ Media_File* Job_Restorer::find_block(const Tree_Entry& item, Media_Block& block,
   const Job_Entry& entry = item.entry;
   Media_File* media = media_of(entry, why);
   if (media == nullptr || !media->find_block(entry.address, entry.type, block, why)) return nullptr;
-  // The size of a directory is its host's affair.
+  // A host may give a directory any size.
   const bool sized = entry.type == block_dirb || block.view.header.displayable_size == entry.size;
   if (sized && name_of(media->window(), block) == item.name) return media;
   why = std::string("its block is that of another ") +
@@ -406,8 +406,8 @@ bool Job_Restorer::write_content(Media_File& media, const Media_Block& block,
   return true;
 }
 
-// A directory's time changes with each entry that it gets, and its mode may close it, so a second
-// walk comes by when all is there. A directory is finished behind those below it.
+// A directory's time changes with each entry that it gets, and its mode may close it. So a second
+// walk finishes the directories when all is there, each behind those below it.
 void Job_Restorer::finish_directories() {
   const Fault_Sink told_already;
   std::vector<Tree_Entry> open;

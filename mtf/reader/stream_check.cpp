@@ -16,7 +16,7 @@ constexpr unsigned int stat_group_at = 84;
 constexpr unsigned int stat_short_size = 24;
 constexpr unsigned int stat_rdev_at = 48;
 
-// A host may give a device of a system of its own.
+// True if `mode` is of the kind that the block is for; blocks of files aren't looked at.
 bool mode_fits(unsigned int block_type, unsigned long long mode) {
   constexpr unsigned long long link = 0xA000;
   if (block_type == block_slnk) return (mode & mode_type_mask) == link;
@@ -177,7 +177,7 @@ void Stream_Check::check_stat(const Media_Stream& stream) {
   }
 }
 
-// One that is too long to be held in one piece is believed.
+// A stream that is too long to be held in one piece isn't checked.
 void Stream_Check::check_description(const Media_Stream& stream) {
   if (stream.content.size() != stream.header.length) return;
   Stat_Extent record;

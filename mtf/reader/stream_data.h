@@ -10,7 +10,7 @@
 
 namespace MTF {
 
-// Told of what is wrong at a position of the piece that is being read.
+// Takes what is wrong at a position of the piece that is being read.
 using Fault_At = std::function<void(unsigned long long position, const std::string& text)>;
 
 // Takes the data of a stream in order, expanded. False ends the giving, not the reading.
@@ -25,7 +25,7 @@ struct Stream_Data {
 
 // Follows the reading of a stream whose data is looked up later.
 struct Stream_Watch {
-  // Told where each compression frame starts, and at which byte of the expanded data.
+  // Takes the place of each compression frame and the byte of the expanded data where it starts.
   std::function<void(unsigned long long position, unsigned long long offset)> on_frame;
   // Asked again and again, if it is set; false ends the reading, with no fault.
   std::function<bool()> go_on;

@@ -27,7 +27,7 @@ struct Stream_Header {
 // Reads the header at `bytes`, which must hold `stream_header_size` bytes.
 Stream_Header read_stream_header(const char* bytes);
 
-// True for an id of the table above.
+// True for a Stream_Id (mtf/common/format_words.h).
 bool known_stream(unsigned int id);
 
 // The id's letters, or the number in hexadecimal.

@@ -26,8 +26,8 @@ struct Tree_Item {
 bool tree_text(unsigned int type, unsigned char string_type, std::string_view name,
                std::string& out);
 
-// Follows the entries of a channel in their order: what a name means hangs on the volume and the
-// directory before it. Remembers 8 bytes for each directory of a job.
+// Follows the entries of a channel in their order: what a name means depends on the volume and
+// the directory before it. Remembers 8 bytes for each directory of a job.
 class Tree_Place {
  public:
   // Starts with the entries of a channel.

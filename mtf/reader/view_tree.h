@@ -51,8 +51,8 @@ class View_Tree {
   // Valid as long as the tree.
   std::string_view name(Number number) const { return text(nodes_[number].name); }
 
-  // The number of what has the content of an entry: of a further name that is the first one, where
-  // it is known.
+  // The number of the entry that has the content of `number`: for a further name the first one,
+  // where that is known; else `number` itself.
   Number content_of(Number number) const {
     return nodes_[number].first != root ? nodes_[number].first : number;
   }

@@ -6,7 +6,7 @@
 
 namespace MTF {
 
-// Paths with all below them, or as far as a depth, and which of them have been met.
+// Holds paths, each with what lies below it down to a depth, and remembers which have been met.
 class Wanted_Paths {
  public:
   static constexpr unsigned int any_depth = ~0U;
@@ -21,7 +21,7 @@ class Wanted_Paths {
   // True if one of the paths lies below `path`.
   bool lie_below(const std::string& path) const;
 
-  // Those that no path taken was, or lay below.
+  // The paths that take() has met nothing of.
   std::vector<std::string> not_met() const;
 
  private:
