@@ -16,7 +16,7 @@ class Console {
   // A line of the result.
   void line(const std::string& text);
 
-  // The same, and a program that reads it has it at once.
+  // The same, but the line reaches a program that reads the output at once.
   void line_now(const std::string& text);
 
   // A line on standard error. A status line that stands there makes room and doesn't come back.

@@ -170,7 +170,7 @@ class Planner {
     return found == system_sources_.end() ? nullptr : &*found;
   }
 
-  // A source on a volume that has a shadow need not be there but in the shadow.
+  // True if the source's volume has a shadow: then it need only be there.
   bool has_shadow(const std::string& source) const {
     return std::any_of(plan_.shadows.begin(), plan_.shadows.end(), [&](const auto& shadow) {
       return source.compare(0, shadow.first.size(), shadow.first) == 0;
@@ -281,7 +281,7 @@ class Planner {
                 std::to_string(base.channels.size()));
   }
 
-  // What the base took from an earlier job the new one would take as unchanged too.
+  // The new job would take over what its base took from an earlier job, so that must be there too.
   bool check_chain(const MTF::Job_Pieces& base, const std::vector<MTF::Job_Pieces>& jobs) {
     const unsigned int lost = MTF::find_lost_job(storage_, base, jobs);
     return lost == 0 || fail(title(base) + " needs job " + std::to_string(lost) +

@@ -23,10 +23,10 @@ Job_Facts facts_of(MTF::IPiece_Store& store, const MTF::Job_Pieces& job);
 // "full", "from 3", or "incremental" where nothing tells from which.
 std::string kind_text(const Job_Facts& job);
 
-// The jobs that `job` can't do without: those whose medias hold what its catalogs list. Where its
-// catalogs aren't whole that can't be told, and it needs the job that it started from, whose
-// catalogs tell more; if that isn't among `jobs`, those of the same name in rising order, all
-// before it.
+// The jobs that `job` can't do without: those whose medias hold what its catalogs list. If its
+// catalogs aren't whole, that can't be told. Then it needs the job that it started from, whose
+// catalogs tell more, or, if that isn't among `jobs`, all of them before it. `jobs` are those of
+// the same name.
 std::set<unsigned int> needs_of(const Job_Facts& job, const std::vector<Job_Facts>& jobs);
 
 }  // namespace agent

@@ -19,8 +19,8 @@ class Job_Log final : public ACE_Log_Msg_Callback {
 
   void log(ACE_Log_Record& record) override;
 
-  // Sends the log lines of the calling thread here, until the log ends, and none of the process
-  // anywhere else.
+  // Takes the log lines of the calling thread for as long as the object lives. From then on no line
+  // of the process goes anywhere else.
   void attach();
 
  private:

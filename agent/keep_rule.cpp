@@ -36,7 +36,7 @@ class Keeper {
     for (const Job_Facts& job : jobs_) {
       if (!job.complete) add(job.seq, "incomplete");
     }
-    // A job needs none behind it, so that those which need it have all been met.
+    // From the newest down: a job needs no later one, so all that need it have been met before it.
     for (const Job_Facts& job : jobs_) {
       if (kept_.count(job.seq) != 0) keep_needed(job);
     }

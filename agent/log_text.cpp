@@ -24,8 +24,8 @@ std::size_t path_begin(const std::string& line) {
   return line.size();
 }
 
-// Where the words behind a path begin: "' is corrupt" or ", errno=13". A name without such words
-// behind it may hold the like, so this is good enough for a kind alone.
+// Where the words behind a path begin: "' is corrupt" or ", errno=13". A name may
+// hold such words itself, so the result serves to tell kinds of lines apart and for nothing else.
 std::size_t path_end(const std::string& line, std::size_t begin) {
   if (line[begin - 1] == '\'') return std::max(line.rfind('\''), begin);
   std::size_t at = line.rfind(", ");

@@ -29,9 +29,10 @@ struct Mount_File {
   std::shared_ptr<MTF::View_File> file;
 };
 
-// Inodes have numbers that stay: the root has FUSE_ROOT_ID, each of its entries its key, and an
-// entry of a job that of the job in the upper 32 bits. The operations give 0 or an errno, may be
-// called from several threads, and tell why an entry of a job can't be read, once for each.
+// Inodes have numbers that stay: the root has FUSE_ROOT_ID, and each of its entries its key. An
+// entry of a job has the key of the job in the upper 32 bits. The operations give 0 or an errno,
+// and may be called from several threads. They tell why an entry of a job can't be read, once for
+// each entry.
 class Mount_Files {
  public:
   // Keeps the references.

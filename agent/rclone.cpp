@@ -55,7 +55,7 @@ void drop_start(std::string& text, const char* start) {
   text.erase(0, std::min(text.find_first_not_of(" :", std::strlen(start)), text.size()));
 }
 
-// What stands in front of the host, and behind the path, of every address.
+// Takes what may be a secret out of every address: all in front of the host and behind the path.
 void drop_secrets(std::string& text) {
   for (std::size_t at = text.find("://"); at != std::string::npos; at = text.find("://", at)) {
     at += 3;

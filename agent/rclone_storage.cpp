@@ -123,8 +123,8 @@ class Rclone_Storage::Catalog_Sink final : public IPiece_Sink {
   std::string error_;
 };
 
-// A job that failed leaves its mark; what stands beside it is taken away as far as the remote still
-// answers.
+// The mark of a job that failed is still there: the pieces that it stands beside are removed, as
+// far as the remote still answers.
 Rclone_Storage::~Rclone_Storage() {
   MTF::no_throw("Storage", false, [&] { return remove_marked(); });
 }
@@ -191,7 +191,7 @@ bool Rclone_Storage::open_for_job(const std::string& stem, bool make, std::strin
   std::string why;
   if (!look(make, error)) return false;
   if (!lock_.take(stem, why)) return fail(why, error);
-  // What another job did until the lock was ours counts too.
+  // Another job may have changed something until the lock was ours.
   return look(make, error) && remove_unfinished(stem, error);
 }
 
@@ -301,7 +301,7 @@ std::unique_ptr<IPiece_Sink> Rclone_Storage::create(const std::string& name, std
   return nullptr;
 }
 
-// A catalog is read back from here, where it is until its job is whole.
+// A catalog stays on this machine until its job is whole, and is read back from here.
 std::unique_ptr<MTF::IRandom_Reader> Rclone_Storage::reopen(const std::string& name,
                                                             std::string& error) {
   {

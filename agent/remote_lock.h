@@ -32,9 +32,10 @@ struct Lock_Holder {
   std::string title() const;
 };
 
-// Each holder has an object of his own, `STEM.lock.ID`, so no two write the same: whoever finds a
-// living one beside his own steps back. It is written anew each minute; one that wasn't for ten
-// minutes, by the clock of the remote, is dead, as is one whose process is gone from this machine.
+// Each holder has an object of his own, `STEM.lock.ID`, so no two write the same one. Whoever finds
+// a living one beside his own steps back. A holder writes his object anew each minute. An object is
+// dead if it wasn't written for ten minutes, by the clock of the remote, or if its process is gone
+// from this machine.
 class Remote_Lock {
  public:
   // `rclone` must outlive it.

@@ -16,9 +16,9 @@ struct Remote_Object {
 // Reads what `rclone lsjson` prints. False if it is something else.
 bool parse_listing(const std::string& json, std::vector<Remote_Object>& objects);
 
-// An object that stands beside pieces for as long as they don't count: `STEM.SEQ.unfinished` beside
-// all pieces of a job that is being made, `PIECE.rebuild` beside one that joins a job that is
-// there.
+// An object that keeps pieces from counting for as long as it stands beside them:
+// `STEM.SEQ.unfinished` all pieces of a job that is being made, `PIECE.rebuild` the one that joins
+// a job that is there.
 struct Mark {
   std::string stem;
   unsigned int seq = 0;

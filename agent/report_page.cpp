@@ -34,7 +34,7 @@ Node add(Node parent, const char* name, const std::string& text = {}, const char
   return node;
 }
 
-// A name in a direction of its own, so that it can't turn what stands around it.
+// Gives a name a text direction of its own, so that it can't turn the text around it.
 void add_path(Node parent, const std::string& path) {
   add(add(parent, "td"), "bdi", escape_name(path), "path");
 }

@@ -61,7 +61,7 @@ class Verifier {
                            [&](const MTF::Fault& fault) { console_.line(fault_text(fault)); });
   }
 
-  // The faults come as they are found, and the table behind them.
+  // Prints the faults as they are found, and then the table.
   int verify_all() {
     std::vector<std::string> table{table_line("SEQ", "FAULTS", "CORRUPT", "SIZE", "STATE")};
     unsigned long long bad = 0;

@@ -38,10 +38,10 @@ struct Job_Settings;
 // (event_handler.h) and by err_code. A storage that fails does, and so does a source that isn't
 // there, or a source or an exclude without an absolute path.
 //
-// Where full() or incremental() is false, err_code() tells the failure of a channel or that nothing
-// was saved. For every other failure it is 0, err_msg() is empty, and no event need have told: the
-// lines say why. Those of the job's threads, which name a source that isn't there, go to `log`;
-// what keeps a job from starting is said on the host's thread.
+// Where full() or incremental() is false, err_code() tells that a piece or a catalog of a channel
+// failed, or that nothing was saved. For every other failure it is 0 and err_msg() is empty, and
+// there need not be an event: the lines say why. Those of the job's threads, which name a source
+// that isn't there, go to `log`; what keeps a job from starting is said on the host's thread.
 class Backup {
  public:
   // For Job_Settings::pre_action_data: there is none.
