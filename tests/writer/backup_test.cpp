@@ -138,12 +138,9 @@ TEST_F(Backup_Job, SequenceNumbers) {
     ASSERT_EQ(job.storage.pieces.count(name), 1U);
     const std::string& media = job.storage.pieces[name];
     EXPECT_EQ(number(media, 4, 4), seq == 1 ? 0x30000U : 0x30001U);
-    EXPECT_EQ(number(media, 56, 4), 1U);
     EXPECT_EQ(number(media, 60, 2), seq);
     EXPECT_EQ(number(media, 64, 2), 4096U);
-    EXPECT_EQ(number(media, 66, 2), 1U);
     EXPECT_EQ(number(media, 84, 2), 512U);
-    EXPECT_EQ(number(media, 93, 1), 1U);
     EXPECT_EQ(stream_data(media, "META"), R"({"channels":0,"seq":)" + std::to_string(seq) + "}");
   }
 }
@@ -203,15 +200,13 @@ TEST_F(Backup_Job, WhatAnotherJobHasKeepsItFromStarting) {
     EXPECT_EQ(::access((job.cache_dir + "/j/0.cat").c_str(), F_OK), 0);
     other.backup.remove_storage_file();
   };
-  EXPECT_TRUE(job.run(""));
-  EXPECT_TRUE(job.storage.removed.empty());
+  EXPECT_TRUE(job.run("") && job.storage.removed.empty());
   Test_Job failed({Op::write, 1});
   EXPECT_FALSE(failed.run(""));
   Backup again(failed.handler, failed.metadata, failed.log);
   Job_Settings settings;
   settings.minor_resource_id = "j";
   settings.channel_factory = job.channels;
-  settings.cache_dir = job.cache_dir.c_str();
   EXPECT_TRUE(again.init(settings) && !again.full());
   EXPECT_EQ(failed.log->count("128 The event handler is that of a job that failed"), 1);
 }
