@@ -21,6 +21,8 @@ enum Backup_Error : unsigned int {
   error_skipped = 14,        // entries were skipped: a report, not a failure
 };
 
+class Ready_Files;
+
 // Touched by one thread at a time. The position is the only truth about where a block lands: every
 // writer adds what the storage took, nobody asks the storage.
 struct Backup_Context : Context {
@@ -56,6 +58,7 @@ struct Backup_Context : Context {
   unsigned long long corrupt_file_count = 0;
   std::string shadow_vol;                                          // of cur_vol, or empty
   const std::map<std::string, std::string>* volume_map = nullptr;  // not owned; may be null
+  const Ready_Files* ready_files = nullptr;                        // not owned; may be null
   bool dir_missing = false;  // the directory met last was skipped, so it is in no catalog
   int dir_error = 0;         // the errno of that
 };

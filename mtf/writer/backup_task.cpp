@@ -4,7 +4,7 @@
 
 #include <cstdint>
 #include <new>
-#include <optional>
+#include <vector>
 
 #include "mtf/writer/backup.h"
 #include "mtf/writer/data_set.h"
@@ -78,15 +78,27 @@ bool Backup_Task::run() {
   Data_Set_Conf conf;
   conf.compression_method(opt_->compression_method);
   std::optional<Read_Ahead> read_ahead;
-  if (opt_->read_ahead && callback_.get() == nullptr) {
-    read_ahead.emplace(static_cast<unsigned short>(seq_), volume_map_);
-  }
-  Source_Consumer consumer(msg_queue(), read_ahead ? &*read_ahead : nullptr);
+  std::optional<Ready_Files> ready_files;
+  Source_Consumer consumer(msg_queue());
+  if (callback_.get() == nullptr) look_ahead(read_ahead, ready_files, consumer);
   Data_Set data_set(conf, consumer, evt_handler_.get());
   if (!register_writers(data_set)) return false;
   if (!write_media(data_set) || consumer.damaged()) return false;
   summary_ = media_writer_.summary();
   return true;
+}
+
+void Backup_Task::look_ahead(std::optional<Read_Ahead>& read_ahead,
+                             std::optional<Ready_Files>& ready_files, Source_Consumer& consumer) {
+  std::vector<Look_Ahead*> users;
+  if (opt_->read_ahead) users.push_back(&read_ahead.emplace());
+  if (opt_->compression_method != compression_none && opt_->compression_threads > 1) {
+    users.push_back(&ready_files.emplace(opt_->compression_method, opt_->compression_level,
+                                         opt_->compression_threads));
+    media_writer_.use(&*ready_files);
+  }
+  if (users.empty()) return;
+  consumer.look_ahead_for(users, Block_Paths(static_cast<unsigned short>(seq_), volume_map_));
 }
 
 bool Backup_Task::write_media(Data_Set& data_set) {

@@ -4,11 +4,14 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "mtf/catalog/task_base.h"
 #include "mtf/writer/ibackup_callback.h"
 #include "mtf/writer/media_writer.h"
+#include "mtf/writer/read_ahead.h"
+#include "mtf/writer/ready_files.h"
 #include "services/metadata.h"
 
 namespace MTF {
@@ -16,6 +19,7 @@ namespace MTF {
 class Data_Set;
 class DBLK_Writer;
 class Node_Source;
+class Source_Consumer;
 
 class Backup_Task : public Task_Base {
  public:
@@ -44,6 +48,8 @@ class Backup_Task : public Task_Base {
   using Task_Base::init;
 
   bool run();
+  void look_ahead(std::optional<Read_Ahead>& read_ahead, std::optional<Ready_Files>& ready_files,
+                  Source_Consumer& consumer);
   bool write_media(Data_Set& data_set);
   bool register_writers(Data_Set& data_set);
   // What was registered; null without memory.

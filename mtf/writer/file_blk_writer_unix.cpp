@@ -36,6 +36,7 @@ bool File_Blk_Writer_Unix::init(const Backup_Option* opt, Backup_Context* ctx, R
   data_stream_.set_channel(ctx->channel);
   data_stream_.set_buffer(buf);
   data_stream_.set_compression_threads(opt->compression_threads);
+  data_stream_.set_ready_files(ctx->ready_files);
   sparse_stream_.set_channel(ctx->channel);
   sparse_stream_.set_buffer(buf);
   return true;
@@ -43,15 +44,24 @@ bool File_Blk_Writer_Unix::init(const Backup_Option* opt, Backup_Context* ctx, R
 
 bool File_Blk_Writer_Unix::set_file_blk(File_Blk& blk) {
   if (!File_Blk_Writer::set_file_blk(blk)) return false;
-  opened_ = file_.open(path_.str(), read_flags, MTF_FS::share_all) == 0;
-  open_error_ = errno;
+  open();
   if (opened_ && ctx_->shadow_vol.empty()) {
-    set_file_blk_win(blk, file_.facts(), file_space_, *ctx_);
+    set_file_blk_win(blk, facts(), file_space_, *ctx_);
   } else if (set_file_blk_win(blk, wide_path_, file_space_, last_error_, ctx_, file_name_) <= 0) {
     return false;
   }
   sparse_stream_.reset_offset();
   return true;
+}
+
+void File_Blk_Writer_Unix::open() {
+  ready_ = ctx_->ready_files != nullptr ? ctx_->ready_files->find(path_.str()) : nullptr;
+  opened_ = ready_ != nullptr || file_.open(path_.str(), read_flags, MTF_FS::share_all) == 0;
+  open_error_ = errno;
+}
+
+const platform::File_Facts& File_Blk_Writer_Unix::facts() const {
+  return ready_ != nullptr ? ready_->facts : file_.facts();
 }
 
 int File_Blk_Writer_Unix::open_file() {
@@ -78,6 +88,11 @@ int File_Blk_Writer_Unix::write_data(unsigned long long size, IWriter& writer) {
 
 // A file that fails to read is closed out like one that ends early.
 bool File_Blk_Writer_Unix::read() {
+  if (ready_ != nullptr) {
+    data_buffer_.copy(ready_->content.data(), ready_->content.size());
+    data_buffer_.size(ready_->content.size());
+    return true;
+  }
   const std::streamsize n = file_.sgetn(data_buffer_.data(), data_buffer_.capacity());
   if (n < 0) corrupt_attributes_ = read_error_attributes(file_.last_error());
   data_buffer_.size(n > 0 ? static_cast<unsigned int>(n) : 0);
@@ -90,7 +105,7 @@ bool File_Blk_Writer_Unix::write_checksum_stream(unsigned int checksum, IWriter&
 
 bool File_Blk_Writer_Unix::write_stat_stream(IWriter& writer) {
   Unix_Stat_Extent_Stream stream(buf_, &ctx_->id_mapper);
-  if (!stream.set_stat(file_.stat())) return false;
+  if (!stream.set_stat(facts().stat)) return false;
   if (!write_small_stream(*ctx_, stream, writer)) return ctx_->write_failed(writer);
   ++stream_count_;
   return true;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "mtf/writer/file_blk_writer.h"
+#include "mtf/writer/ready_files.h"
 #include "mtf/writer/sparse_data_stream.h"
 #include "services/file_buf.h"
 
@@ -22,11 +23,14 @@ class File_Blk_Writer_Unix : public File_Blk_Writer {
 
  private:
   int write_data(unsigned long long size, IWriter& writer);
+  void open();
+  const platform::File_Facts& facts() const;
   bool read();
 
   Standard_Data_Stream data_stream_;
   Sparse_Data_Stream sparse_stream_;  // gets no ranges: holes are read as zeros
   MTF_FS::ifilebuf file_;
+  const Ready_Files::File* ready_ = nullptr;  // takes the place of file_
   bool opened_ = false;
   int open_error_ = 0;  // why it can't be opened
   std::wstring wide_path_;

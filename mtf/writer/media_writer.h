@@ -36,6 +36,10 @@ class Media_Writer {
             Ref_Ptr<Event_Handler> evt_handler,
             const std::map<std::string, std::string>* volume_map);
 
+  // Gives the writers small files that are read and compressed already. They must outlive write();
+  // null for none.
+  void use(const Ready_Files* ready_files) { ctx_.ready_files = ready_files; }
+
   // Initialises `data_set`, which stays the caller's and must outlive write().
   bool add_data_set(Data_Set* data_set);
 

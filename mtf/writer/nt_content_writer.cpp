@@ -44,7 +44,7 @@ bool NT_Content_Writer::init(const Backup_Option* opt, Backup_Context* ctx, Ref_
   hdr_buf_ = hdr_buf;
   data_buf_ = data_buf;
   pre_read_ = pre_read;
-  factory_.init(hdr_buf, ctx->channel, opt->compression_threads);
+  factory_.init(hdr_buf, *ctx, opt->compression_threads);
   corrupt_offset_ = 0;
   corrupt_attributes_ = 0;
   stream_count_ = 0;

@@ -8,6 +8,7 @@
 #include "mtf/common/checksum_stream.h"
 #include "mtf/common/compression_stream.h"
 #include "mtf/writer/dblk_writer.h"
+#include "mtf/writer/ready_files.h"
 #include "services/frame_pipeline.h"
 
 namespace MTF {
@@ -100,12 +101,22 @@ bool NT_Stream_Base::take_frame(const Buffer& buffer, IWriter& writer) {
   if (is_pipelined_) {
     if (pipeline_->is_full() && !write_oldest_frame(writer)) return false;
     if (!pipeline_->put(buffer)) return false;
-  } else if (compressor_ == nullptr || compressor_->compress(buffer, compression_buffer_) < 0 ||
-             !write_frame(buffer, compression_buffer_, writer)) {
-    return false;
+  } else {
+    const Buffer* const compressed = compress(buffer);
+    if (compressed == nullptr || !write_frame(buffer, *compressed, writer)) return false;
   }
   current_size_ += buffer.size();
   return true;
+}
+
+// Null where that fails.
+const Buffer* NT_Stream_Base::compress(const Buffer& buffer) {
+  const Buffer* const ready =
+      ready_files_ != nullptr ? ready_files_->find_compressed(buffer) : nullptr;
+  if (ready != nullptr) return ready;
+  const bool done =
+      compressor_ != nullptr && compressor_->compress(buffer, compression_buffer_) >= 0;
+  return done ? &compression_buffer_ : nullptr;
 }
 
 bool NT_Stream_Base::write_oldest_frame(IWriter& writer) {

@@ -15,6 +15,7 @@
 namespace MTF {
 
 class Frame_Pipeline;
+class Ready_Files;
 
 // Belongs to one block writer. The objects are reused: reset_stream starts each stream.
 class NT_Stream_Base : public Stream {
@@ -31,6 +32,9 @@ class NT_Stream_Base : public Stream {
   // alone. The bytes of a stream are the same with any number. With several a frame may be written,
   // or its failure told, with one of the next ones or at the end.
   void set_compression_threads(int threads) { compression_threads_ = threads; }
+
+  // Where a frame may be found compressed; null, as from the start, for nowhere. Not owned.
+  void set_ready_files(const Ready_Files* files) { ready_files_ = files; }
 
   // Each is false when the writer took less than it was given, or as told there.
   virtual bool write_hdr(IWriter& writer);
@@ -50,6 +54,7 @@ class NT_Stream_Base : public Stream {
   bool flush_once(IWriter& writer);
   bool write_plain(const Buffer& buffer, IWriter& writer);
   bool take_frame(const Buffer& buffer, IWriter& writer);
+  const Buffer* compress(const Buffer& buffer);
   bool write_oldest_frame(IWriter& writer);
   bool write_frame(const Buffer& data, const Buffer& compressed, IWriter& writer);
   void set_compressor(unsigned short method, int level);
@@ -67,6 +72,7 @@ class NT_Stream_Base : public Stream {
   unsigned short compressor_method_ = 0;
   int compressor_level_ = 0;
   int compression_threads_ = 1;
+  const Ready_Files* ready_files_ = nullptr;
   std::unique_ptr<Frame_Pipeline> pipeline_;  // made for the first long stream
   bool is_pipelined_ = false;                 // the stream's frames go through it
   unsigned long long framed_size_ = 0;        // payload in the frames that were written

@@ -19,15 +19,16 @@ NT_Stream_Base* ready(Stream& stream, unsigned long long length) {
 NT_Stream_Factory::NT_Stream_Factory(Ref_Ptr<Event_Handler> evt_handler)
     : standard_(evt_handler), sparse_(evt_handler) {}
 
-void NT_Stream_Factory::init(const Ref_Ptr<Buffer>& buffer, unsigned long long channel,
+void NT_Stream_Factory::init(const Ref_Ptr<Buffer>& buffer, const Backup_Context& ctx,
                              int compression_threads) {
   NT_Stream_Base* const streams[] = {&standard_, &sparse_, &adat_, &ntea_,
                                      &ntpr_,     &ntrp_,   &ntoi_, &nacl_};
   for (NT_Stream_Base* stream : streams) stream->set_buffer(buffer);
-  standard_.set_channel(channel);
-  sparse_.set_channel(channel);
+  standard_.set_channel(ctx.channel);
+  sparse_.set_channel(ctx.channel);
   standard_.set_compression_threads(compression_threads);
   sparse_.set_compression_threads(compression_threads);
+  standard_.set_ready_files(ctx.ready_files);
 }
 
 NT_Stream_Base* NT_Stream_Factory::get_stream(const WIN32_STREAM_ID& id, unsigned long long offset,

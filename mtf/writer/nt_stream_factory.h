@@ -33,8 +33,8 @@ class NT_Stream_Factory {
   explicit NT_Stream_Factory(Ref_Ptr<Event_Handler> evt_handler);
 
   // Gives all streams the buffer that they share, and those of content, which count progress, their
-  // channel and the threads that compress them.
-  void init(const Ref_Ptr<Buffer>& buffer, unsigned long long channel, int compression_threads);
+  // channel, the threads that compress them and the files that are compressed already.
+  void init(const Ref_Ptr<Buffer>& buffer, const Backup_Context& ctx, int compression_threads);
 
   // The stream for the record `id`, ready for its header; owned here. `offset` is that of a sparse
   // block, whose Size must be at least the 8 bytes that it takes. Null, with a line at LM_ERROR,

@@ -4,8 +4,6 @@
 #include <exception>
 #include <utility>
 
-#include "mtf/common/format_words.h"
-#include "services/file_path.h"
 #include "services/thread_start.h"
 
 namespace MTF {
@@ -24,9 +22,7 @@ constexpr unsigned int idle_limit = 2;
 
 }  // namespace
 
-Read_Ahead::Read_Ahead(unsigned short seq, const std::map<std::string, std::string>* volume_map,
-                       Disk_Reads disk_reads)
-    : seq_(seq), volume_map_(volume_map), disk_reads_(disk_reads), own_reads_(disk_reads()) {}
+Read_Ahead::Read_Ahead(Disk_Reads disk_reads) : disk_reads_(disk_reads), own_reads_(disk_reads()) {}
 
 Read_Ahead::~Read_Ahead() {
   {
@@ -78,57 +74,23 @@ bool Read_Ahead::has_room() const {
   return added_ - removed_ < most_files && size_ < most_size_ahead;
 }
 
-void Read_Ahead::add(const Cat_Blk& block) {
+void Read_Ahead::add(const std::string& path, unsigned long long size) {
   Item& next = item(added_);
   next.path.clear();
   next.size = 0;
-  attempt([&] {
-    block.hdr().type() == block_file ? set_file(block, next) : go_to(block);
-    return true;
-  });
+  if (is_active_ && !path.empty()) {
+    attempt([&] {
+      next.path = path;
+      next.size = std::min(size, most_of_file);
+      return true;
+    });
+  }
   size_ += next.size;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     ++added_;
   }
-  changed_.notify_one();
-}
-
-void Read_Ahead::enter(const Cat_Blk& block) {
-  attempt([&] {
-    go_to(block);
-    return true;
-  });
-}
-
-void Read_Ahead::go_to(const Cat_Blk& block) {
-  const unsigned int type = block.hdr().type();
-  if (type != block_volb && type != block_dirb) return;
-  std::string name;
-  if (!block_name(block, name)) return;
-  std::replace(name.begin(), name.end(), '\0', '\\');
-  if (type == block_dirb) {
-    dir_ = std::move(name);
-    return;
-  }
-  dir_.clear();
-  shadow_.clear();
-  volume_ = std::move(name);
-  if (volume_map_ == nullptr) return;
-  const auto found = volume_map_->find(volume_);
-  if (found != volume_map_->end()) shadow_ = found->second;
-}
-
-// Of another job's file nothing is read.
-void Read_Ahead::set_file(const Cat_Blk& block, Item& out) {
-  std::string name;
-  oxbase::Path_T<char> path('\\', false);
-  if (block.hdr().seq() != seq_ || block.hdr().size() == 0 || !block_name(block, name) ||
-      !MTF_FS::replace_volume(volume_, dir_, name, shadow_, path)) {
-    return;
-  }
-  out.path = path.str();
-  out.size = std::min<unsigned long long>(block.hdr().size(), most_of_file);
+  if (next.size != 0) changed_.notify_one();
 }
 
 void Read_Ahead::remove_oldest() {

@@ -54,8 +54,9 @@ TEST(Read_Ahead, OpensTheNextFilesUntilNoReadWaits) {
   }
   queue.enqueue_tail(make_end_blk().release());
   step = 1 << 20;
-  Read_Ahead ahead(1, nullptr, [] { return disk_reads += step; });
-  Source_Consumer consumer(&queue, &ahead);
+  Read_Ahead ahead([] { return disk_reads += step; });
+  Source_Consumer consumer(&queue);
+  consumer.look_ahead_for({&ahead}, Block_Paths(1, nullptr));
   std::vector<std::string> given;
   for (Cat_Blk block; consumer.next(block);) {
     std::string name;
