@@ -14,7 +14,7 @@
 namespace MTF {
 namespace {
 
-constexpr std::size_t buffer_size = 0x20000;
+constexpr std::size_t buffer_size = 0x18000;
 constexpr std::size_t longest_entry = 0xFFFF;
 static_assert(buffer_size > longest_entry, "an entry is looked at in one piece");
 

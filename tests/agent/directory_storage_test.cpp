@@ -115,11 +115,20 @@ TEST_F(Directory_Storage, APieceThatHasItsNameIsWhole) {
   EXPECT_TRUE(std::filesystem::is_empty(dir_.path()));
   EXPECT_FALSE(channel.remove(piece));
   EXPECT_EQ(channel.err_msg(), "demo.1.0.mtf: No such file or directory");
+  ASSERT_TRUE(channel.open(piece, for_writing, 0));
+  write_file(dir_ / piece, "another's");
+  EXPECT_FALSE(finish(channel));
+  EXPECT_EQ(read_file(dir_ / piece), "another's");
+  write_file(dir_ / "demo.1.1.mtf.part", "x");
+  std::filesystem::create_directory(dir_ / "demo.1.1.mtf");
+  EXPECT_FALSE(channel.remove("demo.1.1.mtf"));
 }
 
 TEST_F(Directory_Storage, NamesLeadNowhereElse) {
   test_support::Temp_Dir other;
   write_file(other / "target", "safe");
+  ASSERT_EQ(::mkfifo((dir_ / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(storage_.open("pipe", error_), nullptr);
   for (const char* name : {"link.part", "link"}) {
     ASSERT_EQ(::symlink((other / "target").c_str(), (dir_ / name).c_str()), 0);
     Storage_Channel channel(pieces_, 4096, nullptr);

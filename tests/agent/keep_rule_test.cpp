@@ -74,6 +74,8 @@ TEST_F(Keep_Rules, OfEachPeriodTheNewest) {
        "12 last | 13 last"},
   };
   for (const auto& each : cases) EXPECT_EQ(kept(each.rule, jobs), each.kept);
+  // The last day of the year and the next one lie in one week.
+  EXPECT_EQ(kept({0, 0, 2, 0, 0}, {job(1, day(61)), job(2, day(62))}), "2 weekly");
   EXPECT_TRUE(agent::is_empty({}));
   EXPECT_FALSE(agent::is_empty({0, 0, 0, 0, 1}));
 }

@@ -112,21 +112,6 @@ TEST_F(Output, LogLinesShowNativePaths) {
   platform::Volume_Roots::instance().clear();
 }
 
-TEST_F(Output, TenLinesOfAKind) {
-  for (const bool all : {false, true}) {
-    err_.str("");
-    agent::Notes notes(console_, all);
-    std::string lines;
-    for (int i = 0; i < 1244; ++i) {
-      notes.add(std::to_string(i), "a");
-      if (all || i < 10) lines += std::to_string(i) + '\n';
-    }
-    for (const char* line : {"b", "0"}) notes.add(line, line);
-    notes.flush();
-    EXPECT_EQ(err_.str(), lines + "b\n0 (1 more time)\n" + (all ? "" : "... and 1,234 more: a\n"));
-  }
-}
-
 TEST_F(Output, EndOfAJob) {
   const struct {
     bool done, canceled;

@@ -23,7 +23,7 @@ std::wstring wide(const std::string& native) {
 TEST(Attributes, BitsOfEachKind) {
   const Temp_Dir dir;
   for (const char* name : {"plain", ".hidden", "readonly"}) {
-    write_file(dir / name, std::string(10000, 'x'));
+    write_file(dir / name, std::string(0x2000, 'x'));
     // File systems that allocate late count the blocks of written files only now.
     const int fd = ::open((dir / name).c_str(), O_RDONLY);
     ::fsync(fd);

@@ -197,4 +197,15 @@ TEST_F(Hostile_Media, A_target_that_is_a_link_is_the_users_own) {
   EXPECT_EQ(state(), outside_);
 }
 
+TEST_F(Hostile_Media, A_file_hides_no_directory_of_its_name) {
+  Memory_Store store = test::store_of(test::media_of([](Media_Bytes& media) {
+    media.dirb("d\\x\\", test::modified);
+    media.dirb("d\\", test::modified);
+    media.file("x", 0, test::modified);
+  }));
+  MTF::View_Tree tree;
+  tree.build(store, test::job_of(), nullptr, nullptr);
+  EXPECT_TRUE(tree.node(tree.find("/\\d\\x")).is_directory);
+}
+
 }  // namespace

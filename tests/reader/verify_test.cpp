@@ -155,17 +155,20 @@ TEST(Verify, A_spot_that_cant_be_read_hides_nothing_around_it) {
   Memory_Store store = test::store_of(media);
   store.bad_from = place_of(media, "DIRB", 1);
   store.bad_to = store.bad_from + 10;
-  const test::Outcome outcome = test::verify(store);
-  const std::string text = test::told(outcome);
-  EXPECT_NE(
-      text.find(std::to_string(store.bad_from) + ": no room for a block, or it can't be read"),
-      std::string::npos)
-      << text;
-  // One entry is lost, and the walk meets the blocks behind it.
-  EXPECT_NE(text.find("no sound block of the media stands where this entry points"),
-            std::string::npos);
-  EXPECT_EQ(outcome.summary.blocks, 18u);
-  EXPECT_EQ(outcome.summary.entries, 9u);
+  for (const long long result : {-1, 0}) {  // an error, and a piece that gives less than its size
+    store.bad_result = result;
+    const test::Outcome outcome = test::verify(store);
+    const std::string text = test::told(outcome);
+    EXPECT_NE(
+        text.find(std::to_string(store.bad_from) + ": no room for a block, or it can't be read"),
+        std::string::npos)
+        << text;
+    // One entry is lost, and the walk meets the blocks behind it.
+    EXPECT_NE(text.find("no sound block of the media stands where this entry points"),
+              std::string::npos);
+    EXPECT_EQ(outcome.summary.blocks, 18u);
+    EXPECT_EQ(outcome.summary.entries, 9u);
+  }
 }
 
 TEST(Verify, Tells_what_is_missing_or_has_a_wrong_layout) {
@@ -177,6 +180,8 @@ TEST(Verify, Tells_what_is_missing_or_has_a_wrong_layout) {
       // A stream without a checksum needs a CFIL block.
       {[](Media_Bytes& media) { media.stream("STAN", std::string(4, '\0'), 0, 0x20, false); },
        "stream has no CSUM stream"},
+      {[](Media_Bytes& media) { media.stan("1234"), media.cfil(0x10000, 0, 3); },
+       "CFIL block names a stream that isn't there"},
       // An object that is left out leaves a second pad.
       {[](Media_Bytes& media) { media.pad(512), media.pad(512); }, ""},
       {[](Media_Bytes& media) { media.stream("NACL", "no descriptor", 2); }, "NACL"},

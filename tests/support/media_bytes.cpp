@@ -381,12 +381,13 @@ namespace {
 
 class Memory_Reader : public MTF::IRandom_Reader {
  public:
-  Memory_Reader(const std::string& data, std::size_t bad_from, std::size_t bad_to)
-      : data_(data), bad_from_(bad_from), bad_to_(bad_to) {}
+  Memory_Reader(const std::string& data, const Memory_Store* bad) : data_(data), bad_(bad) {}
   unsigned long long size() const override { return data_.size(); }
   long long read_at(unsigned long long offset, char* data, unsigned long long size) override {
     if (offset >= data_.size()) return 0;
-    if (offset < bad_to_ && offset + size > bad_from_) return -1;
+    if (bad_ != nullptr && offset < bad_->bad_to && offset + size > bad_->bad_from) {
+      return bad_->bad_result;
+    }
     const auto n = std::min<unsigned long long>(size, data_.size() - offset);
     std::memcpy(data, data_.data() + offset, n);
     return static_cast<long long>(n);
@@ -394,8 +395,7 @@ class Memory_Reader : public MTF::IRandom_Reader {
 
  private:
   const std::string& data_;
-  std::size_t bad_from_;
-  std::size_t bad_to_;
+  const Memory_Store* bad_;
 };
 
 }  // namespace
@@ -413,7 +413,7 @@ std::unique_ptr<MTF::IRandom_Reader> Memory_Store::open(const std::string& name,
     return nullptr;
   }
   const bool media = name.find(".mtf") != std::string::npos;
-  return std::make_unique<Memory_Reader>(it->second, media ? bad_from : 0, media ? bad_to : 0);
+  return std::make_unique<Memory_Reader>(it->second, media ? this : nullptr);
 }
 
 }  // namespace test

@@ -143,9 +143,10 @@ class Memory_Store : public MTF::IPiece_Store {
   std::unique_ptr<MTF::IRandom_Reader> open(const std::string& name, std::string& error) override;
 
   std::map<std::string, std::string> held;
-  // Reads that touch these bytes of a media fail.
+  // Reads that touch these bytes of a media give `bad_result`.
   std::size_t bad_from = 0;
   std::size_t bad_to = 0;
+  long long bad_result = -1;
 };
 
 }  // namespace test

@@ -101,6 +101,12 @@ TEST_F(Keeping, PruneLeavesWhatIsNeeded) {
   EXPECT_EQ(run(on_storage("verify", {"--all"})).code, 0);
   ASSERT_EQ(restore("to").code, 0);
   EXPECT_EQ(difference(snapshot(source()), snapshot(back())), "");
+  // What can't be removed ends it, and nothing older goes.
+  ASSERT_EQ(save({}).code, 0);
+  fs::remove(storage("demo.5.0.mtf"));
+  fs::create_directory(storage("demo.5.0.mtf"));
+  EXPECT_EQ(run(on_storage("prune", {"--keep-last", "1"})).code, 1);
+  EXPECT_TRUE(fs::exists(storage("demo.4.0.cat")));
 }
 
 TEST_F(Keeping, VerifyAllNamesTheBadOnes) {
@@ -121,6 +127,7 @@ TEST_F(Keeping, VerifyAllNamesTheBadOnes) {
 
 TEST_F(Keeping, CopiesAreTheSameBytes) {
   EXPECT_EQ(copy({"2"}).code, 0);
+  EXPECT_TRUE(fs::exists(copied("demo.1.0.cat")));  // which it needs
   EXPECT_FALSE(fs::exists(copied("demo.3.0.cat")));
   fs::remove(copied("demo.2.0.mtf"));
   ASSERT_EQ(copy().code, 0);
@@ -142,6 +149,10 @@ TEST_F(Keeping, CopiesAreTheSameBytes) {
                              "copied\n");
   EXPECT_EQ(read_file(copied("demo.4.0.cat")), other);
   EXPECT_FALSE(fs::exists(copied("demo.5.0.mtf")));
+  // The rest of a job that is another's.
+  damage(copied("demo.1.0.mtf"));
+  fs::remove(copied("demo.1.0.cat"));
+  EXPECT_NE(copy({"1"}).err.find("another job 1: demo.1.0.mtf differs"), std::string::npos);
   fs::create_directory_symlink(dir_ / "storage", dir_ / "again");
   EXPECT_EQ(run(on_storage("copy", {"--to", dir_ / "again"})).err,
             "error: --to is the storage that the jobs are on\n");

@@ -76,7 +76,7 @@ class Incremental_Producer : public testing::Test {
   }
 
   // Runs the walk `blocks` of the directory `a\` through the task. Gives what svc_i gave.
-  int run(const std::vector<Item>& blocks) {
+  int run(const std::vector<Item>& blocks, bool careful = false) {
     put(MTF::make_separated_blk<MTF::Cat_Vol_Blk>(job, "/"));
     put(MTF::make_separated_blk<MTF::Cat_Dir_Blk>(job, "a\\"));
     for (const Item& item : blocks) put(make_block(item));
@@ -84,6 +84,7 @@ class Incremental_Producer : public testing::Test {
     const test_support::Capture capture(lines_);
     task_ = std::make_unique<MTF::Incremental_Source_Producer>(path_, job, 0, &events_, nullptr);
     task_->msg_queue()->high_water_mark(queue_high);
+    task_->careful(careful);
     if (task_->init(&input_, links_) != 1) return -1;
     return task_->svc_i();
   }
@@ -120,9 +121,12 @@ TEST_F(Incremental_Producer, Decides) {
     Item earlier, now;
     bool unchanged;
     unsigned int holder = job;  // of the content, as its first name is decided on
+    bool careful = false;
   } cases[] = {
       {"the same", plain, plain, true},
       {"another size", plain, with(file, 0, 100, "file", noon, 99), true},
+      {"another size, looked at closely", plain, with(file, 0, 100, "file", noon, 99), false, job,
+       true},
       {"a later time", plain, with(file, 0, 100, "file", noon + 1), false},
       {"an earlier time", plain, with(file, 0, 100, "file", noon - 1), false},
       {"the first second of 1970", with(file, 0, 100, "file", 0), with(file, 0, 100, "file", 0),
@@ -152,7 +156,7 @@ TEST_F(Incremental_Producer, Decides) {
     links_ = MTF::make_writer_hardlink_map();
     links_->add(row.now.ino, "/\\a\\file", row.holder);
     write_earlier({row.earlier});
-    EXPECT_EQ(run({row.now}), 0);
+    EXPECT_EQ(run({row.now}, row.careful), 0);
     const auto out = passed();
     ASSERT_EQ(out.size(), 2U);
     EXPECT_EQ(get_le(out[0], 6, 2), row.unchanged ? base : job);
