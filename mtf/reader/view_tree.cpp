@@ -17,7 +17,7 @@ constexpr unsigned int text_chunk = 1U << text_chunk_bits;
 constexpr std::size_t longest_node_name = 255;  // a byte in front of each name holds its length
 constexpr const char* tree_full = "the tree holds as many names as it can";
 
-std::size_t hash_of(View_Tree::Number parent, unsigned int name) {
+std::size_t hash_of_place(View_Tree::Number parent, unsigned int name) {
   return (parent * 0x9E3779B97F4A7C15ULL ^ name * 0xC2B2AE3D27D4EB4FULL) >> 16;
 }
 
@@ -118,7 +118,7 @@ View_Tree::Number View_Tree_Builder::add(const View_Node& node) {
 View_Tree::Number View_Tree_Builder::step(Number parent, const std::string& name) {
   const unsigned int text = intern(name);
   return directories_.find_or_add(
-      hash_of(parent, text),
+      hash_of_place(parent, text),
       [&](Number number) {
         return tree_.node(number).parent == parent && tree_.node(number).name == text;
       },
@@ -130,7 +130,9 @@ View_Tree::Number View_Tree_Builder::step(Number parent, const std::string& name
         node.is_directory = true;
         return add(node);
       },
-      [&](Number number) { return hash_of(tree_.node(number).parent, tree_.node(number).name); });
+      [&](Number number) {
+        return hash_of_place(tree_.node(number).parent, tree_.node(number).name);
+      });
 }
 
 // Goes from `number` to its directory `name`. False, with the reason told, if that has no place.
