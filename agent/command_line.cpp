@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <exception>
+#include <memory>
 
 #include "agent/commands.h"
 #include "agent/exit_code.h"
+#include "agent/help_text.h"
 #include "agent/rclone.h"
 #include "agent/stem.h"
 #include "agent/text.h"
@@ -40,6 +42,7 @@ std::string first_line(const std::string& text) {
 void define_command_line(CLI::App& app, Command& chosen) {
   app.name("mtf-agent");
   app.description(description);
+  app.formatter(std::make_shared<Help_Formatter>());
   app.require_subcommand(1);
   app.set_version_flag("--version", "mtf-agent 0.1.0");
   app.footer(footer);
@@ -90,14 +93,25 @@ CLI::Option* add_quiet(CLI::App& command, bool& quiet) {
   return command.add_flag("--quiet", quiet, "No progress");
 }
 
+CLI::Option* add_json(CLI::App& command, bool& json) {
+  return command.add_flag("--json", json,
+                          "Print JSON, one object a line; a name that isn't UTF-8 also as its\n"
+                          "bytes, in hexadecimal: \"path_hex\" beside \"path\"");
+}
+
 Command_Line parse_command_line(const std::vector<std::string>& arguments) {
   Command_Line result;
   CLI::App app;
   define_command_line(app, result.command);
-  if (!arguments.empty() && arguments[0].compare(0, 1, "-") != 0 &&
-      !has_command(app, arguments[0])) {
+  if (arguments.empty()) {
     result.exit_code = exit_usage;
-    result.text = "mtf-agent: there is no command '" + escape_controls(arguments[0]) + "'\n";
+    result.text = "mtf-agent: a command is missing; 'mtf-agent --help' names them all\n";
+    return result;
+  }
+  if (arguments[0].compare(0, 1, "-") != 0 && !has_command(app, arguments[0])) {
+    result.exit_code = exit_usage;
+    result.text = "mtf-agent: there is no command '" + escape_controls(arguments[0]) +
+                  "'; 'mtf-agent --help' names them all\n";
     return result;
   }
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());

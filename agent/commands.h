@@ -39,6 +39,7 @@ CLI::Option* add_storage(CLI::App& command, std::string& storage);
 CLI::Option* add_name(CLI::App& command, std::string& stem);
 CLI::Option* add_seq(CLI::App& command, unsigned int& seq, const char* help);
 CLI::Option* add_quiet(CLI::App& command, bool& quiet);
+CLI::Option* add_json(CLI::App& command, bool& json);
 
 // Why `text` is more or less than a number in decimal digits; empty if it isn't.
 std::string number_fault(const std::string& text);

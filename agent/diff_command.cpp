@@ -7,10 +7,11 @@
 #include "agent/entry_text.h"
 #include "agent/exit_code.h"
 #include "agent/job_choice.h"
-#include "agent/job_events.h"
+#include "agent/json_text.h"
 #include "agent/stem.h"
 #include "agent/text.h"
 #include "mtf/reader/compare.h"
+#include "oxbase/directory_iterator.h"
 #include "platform/native_path.h"
 
 namespace agent {
@@ -30,33 +31,44 @@ const auto& row_of(Kind kind) {
                        [&](const auto& row) { return row.kind == kind; });
 }
 
-// "content,attributes".
-std::string what_changed(const MTF::Job_Change& change) {
+// "content,attributes". For a person "was file" in place of "type".
+std::string what_changed(const MTF::Job_Change& change, bool for_person) {
   std::string text;
   const auto add = [&](bool here, const char* word) {
     if (here) text += (text.empty() ? "" : ",") + std::string(word);
   };
-  add(change.type, "type");
+  add(change.type && !for_person, "type");
+  if (change.type && for_person) text = std::string("was ") + type_text(change.old_type);
   add(change.content, "content");
   add(change.attributes, "attributes");
+  add(change.links, "links");
   return text;
 }
 
-std::string change_line(const MTF::Job_Change& change) {
+struct Shown_Change {
+  MTF::Job_Change change;
+  std::string kind;
+};
+
+std::string change_line(const Shown_Change& shown) {
+  const MTF::Job_Change& change = shown.change;
   char columns[80];
   std::snprintf(columns, sizeof columns, "%c  %-8s  %-18s  ", row_of(change.kind).letter,
-                type_text(change.entry.type), what_changed(change).c_str());
+                shown.kind.c_str(), what_changed(change, true).c_str());
   return columns + escape_name(platform::display_path(change.entry.path));
 }
 
-std::string change_json(const MTF::Job_Change& change) {
-  return json_text({{"change", row_of(change.kind).word},
-                    {"what", what_changed(change)},
-                    {"type", type_text(change.entry.type)},
-                    {"path", platform::display_path(change.entry.path)},
-                    {"size", change.entry.size},
-                    {"mtime", change.entry.mtime},
-                    {"seq", change.entry.seq}});
+std::string change_json(const Shown_Change& shown) {
+  const MTF::Job_Change& change = shown.change;
+  json_spirit::Document document{{"change", row_of(change.kind).word},
+                                 {"what", what_changed(change, false)},
+                                 {"type", shown.kind},
+                                 {"path", platform::display_path(change.entry.path)},
+                                 {"size", bytes_json(change.entry)},
+                                 {"mtime", change.entry.mtime},
+                                 {"seq", change.entry.seq}};
+  if (change.type) document["old_type"] = type_text(change.old_type);
+  return json_text(document);
 }
 
 class Differ {
@@ -67,13 +79,18 @@ class Differ {
     const auto on_fault = [&](const MTF::Fault& fault) {
       console_.note("error: " + fault_text(fault));
     };
-    const bool sound = MTF::compare_jobs(
-        store, first, second, options_.quick,
-        [&](const MTF::Job_Change& change) { changes_.push_back(change); }, same_, on_fault);
-    std::sort(changes_.begin(), changes_.end(),
-              [](const auto& a, const auto& b) { return a.entry.path < b.entry.path; });
-    for (const MTF::Job_Change& change : changes_) {
-      console_.line(options_.job.json ? change_json(change) : change_line(change));
+    MTF::Link_Targets old_targets(store, first), targets(store, second);
+    const auto on_change = [&](const MTF::Job_Change& change) {
+      const bool removed = change.kind == Kind::removed;
+      changes_.push_back({change, kind_text(change.entry, removed ? old_targets : targets)});
+    };
+    const bool sound =
+        MTF::compare_jobs(store, first, second, options_.quick, on_change, same_, on_fault);
+    std::sort(changes_.begin(), changes_.end(), [](const auto& a, const auto& b) {
+      return oxbase::path_less(a.change.entry.path, b.change.entry.path);
+    });
+    for (const Shown_Change& shown : changes_) {
+      console_.line(options_.job.json ? change_json(shown) : change_line(shown));
     }
     report();
     return sound ? exit_done : exit_failed;
@@ -83,32 +100,38 @@ class Differ {
   template <class Condition>
   unsigned long long count(Condition condition) const {
     return static_cast<unsigned long long>(
-        std::count_if(changes_.begin(), changes_.end(), condition));
+        std::count_if(changes_.begin(), changes_.end(),
+                      [&](const Shown_Change& shown) { return condition(shown.change); }));
   }
   unsigned long long count_of(Kind kind) const {
-    return count([&](const auto& change) { return change.kind == kind; });
+    return count([&](const MTF::Job_Change& change) { return change.kind == kind; });
   }
 
   void report() const {
     const auto content = count([](const auto& change) { return change.content; });
     const auto attributes = count([](const auto& change) { return change.attributes; });
+    const auto links = count([](const auto& change) { return change.links; });
     if (options_.job.json) {
-      const json_spirit::Document sums{
-          {"added", count_of(Kind::added)},     {"removed", count_of(Kind::removed)},
-          {"changed", count_of(Kind::changed)}, {"content", content},
-          {"attributes", attributes},           {"same", same_}};
+      const json_spirit::Document sums{{"added", count_of(Kind::added)},
+                                       {"removed", count_of(Kind::removed)},
+                                       {"changed", count_of(Kind::changed)},
+                                       {"content", content},
+                                       {"attributes", attributes},
+                                       {"links", links},
+                                       {"same", same_}};
       return console_.line("{\"summary\":" + json_text(sums) + '}');
     }
     console_.line(std::to_string(count_of(Kind::added)) + " added, " +
                   std::to_string(count_of(Kind::removed)) + " removed, " +
                   std::to_string(count_of(Kind::changed)) + " changed (" + std::to_string(content) +
-                  " in content, " + std::to_string(attributes) + " in attributes), " +
+                  " in content, " + std::to_string(attributes) + " in attributes" +
+                  (links != 0 ? ", " + std::to_string(links) + " in links" : "") + "), " +
                   std::to_string(same_) + " the same");
   }
 
   const Diff_Options& options_;
   Console& console_;
-  std::vector<MTF::Job_Change> changes_;
+  std::vector<Shown_Change> changes_;
   unsigned long long same_ = 0;
 };
 
@@ -137,15 +160,17 @@ void add_diff(CLI::App& app, Command& chosen) {
   CLI::App* command = app.add_subcommand("diff", "Show what changed from one job to another");
   command->footer(
       "One line for each entry, by its path: A added, D removed, M changed, with what about it:\n"
-      "type, content, attributes (date, owner, mode, extended attributes; of a directory not its\n"
-      "date). The content of a link is what it leads to, that of a device its number. A closing\n"
-      "line has the sums. What both jobs take from one place isn't read again.\n"
+      "what type it was, content, attributes (date, owner, mode, extended attributes; of a\n"
+      "directory not its date), links (the name became a further name of a file, or ceased to be\n"
+      "one, or is one of another file). The content of a symbolic link is what it leads to, that\n"
+      "of a device its number, that of a further name its file's. Entries come in the order of a\n"
+      "walk; a closing line has the sums. What both jobs take from one place isn't read again.\n"
       "Exit codes: 0 done, whatever was found; 1 something could not be read; 2 wrong use.");
   add_storage(*command, options->job.storage);
   add_name(*command, options->job.stem)->required();
   command->add_flag("--quick", options->quick,
                     "Compare size and date of files only, and read no media");
-  command->add_flag("--json", options->job.json, "Print JSON, one object a line");
+  add_json(*command, options->job.json);
   for (unsigned int* seq : {&options->first, &options->second}) {
     command->add_option(seq == &options->first ? "FROM" : "TO", *seq, "A job's number")
         ->required()

@@ -8,9 +8,11 @@
 #include "agent/entry_text.h"
 #include "agent/exit_code.h"
 #include "agent/job_choice.h"
-#include "agent/job_events.h"
+#include "agent/json_text.h"
+#include "agent/paths.h"
 #include "agent/text.h"
 #include "mtf/reader/jobs.h"
+#include "oxbase/directory_iterator.h"
 #include "platform/glob.h"
 #include "platform/native_path.h"
 #include "services/text.h"
@@ -21,6 +23,7 @@ namespace {
 // One state of an entry, and the jobs that have it.
 struct State {
   MTF::Job_Entry entry;
+  std::string kind;
   std::vector<unsigned int> jobs;  // rising
 };
 
@@ -39,8 +42,9 @@ class Finder {
   Finder(const Find_Options& options, Console& console) : options_(options), console_(console) {}
 
   void look_at(MTF::IPiece_Store& store, const MTF::Job_Pieces& job) {
+    MTF::Link_Targets targets(store, job);
     const auto on_entry = [&](const MTF::Job_Entry& entry) {
-      if (matches(entry.path)) add(entry, job.seq);
+      if (matches(entry.path)) add(entry, job.seq, targets);
     };
     const auto on_fault = [&](const MTF::Fault& fault) {
       console_.note("error: " + fault_text(fault));
@@ -70,36 +74,38 @@ class Finder {
                        });
   }
 
-  void add(const MTF::Job_Entry& entry, unsigned int job) {
-    std::vector<State>& states = found_[platform::display_path(entry.path)];
-    if (states.empty() || !same_state(states.back().entry, entry)) states.push_back({entry, {}});
+  void add(const MTF::Job_Entry& entry, unsigned int job, MTF::Link_Targets& targets) {
+    std::vector<State>& states = found_[entry.path];
+    if (states.empty() || !same_state(states.back().entry, entry)) {
+      states.push_back({entry, kind_text(entry, targets), {}});
+    }
     states.back().jobs.push_back(job);
   }
 
   static std::string header() { return columns("JOBS", "IN", "TYPE", "SIZE", "CHANGED") + "PATH"; }
 
-  static std::string columns(const std::string& jobs, const std::string& in, const char* type,
-                             const std::string& size, const std::string& date) {
+  static std::string columns(const std::string& jobs, const std::string& in,
+                             const std::string& type, const std::string& size,
+                             const std::string& date) {
     char text[120];
     std::snprintf(text, sizeof text, "%-12s %5s  %-8s %15s  %-19s  ", jobs.c_str(), in.c_str(),
-                  type, size.c_str(), date.c_str());
+                  type.c_str(), size.c_str(), date.c_str());
     return text;
   }
 
   static std::string line(const std::string& path, const State& state) {
     const MTF::Job_Entry& entry = state.entry;
     const std::string jobs = ranges_text(state.jobs);
-    std::string text =
-        columns(jobs.size() > 60 ? jobs.substr(0, 57) + "..." : jobs,
-                is_file(entry) ? std::to_string(entry.seq) : "-", type_text(entry.type),
-                std::to_string(entry.size), entry.dated ? date_text(entry.mtime) : "-");
-    return text + escape_name(path);
+    std::string text = columns(jobs.size() > 60 ? jobs.substr(0, 57) + "..." : jobs,
+                               is_file(entry) ? std::to_string(entry.seq) : "-", state.kind,
+                               bytes_text(entry), entry.dated ? date_text(entry.mtime) : "-");
+    return text + escape_name(platform::display_path(path));
   }
 
   static std::string json(const std::string& path, const State& state) {
-    json_spirit::Document document{{"path", path},
-                                   {"type", type_text(state.entry.type)},
-                                   {"size", state.entry.size},
+    json_spirit::Document document{{"path", platform::display_path(path)},
+                                   {"type", state.kind},
+                                   {"size", bytes_json(state.entry)},
                                    {"mtime", state.entry.mtime},
                                    {"jobs", state.jobs}};
     if (is_file(state.entry)) document["held_by"] = state.entry.seq;
@@ -108,7 +114,8 @@ class Finder {
 
   const Find_Options& options_;
   Console& console_;
-  std::map<std::string, std::vector<State>> found_;  // by native path
+  // By system path, in the order of a walk.
+  std::map<std::string, std::vector<State>, decltype(&oxbase::path_less)> found_{oxbase::path_less};
   int code_ = exit_done;
 };
 
@@ -119,7 +126,14 @@ int run_find(const Find_Options& options, Console& console) {
     console.note("error: " + error);
     return exit_failed;
   }
-  Finder finder(options, console);
+  Find_Options normal = options;
+  for (std::string& pattern : normal.patterns) {
+    if (pattern.find('/') == std::string::npos || absolute_pattern(pattern, pattern)) continue;
+    console.note("error: the working directory is gone, so '" + escape_controls(pattern) +
+                 "' can't be told");
+    return exit_failed;
+  }
+  Finder finder(normal, console);
   for (const MTF::Job_Pieces& job : choice.jobs()) finder.look_at(choice.store(), job);
   return finder.report();
 }
@@ -132,12 +146,14 @@ void add_find(CLI::App& app, Command& chosen) {
   command->footer(
       "One line for each state of an entry: the jobs that have it, the one whose media holds the\n"
       "bytes, type, bytes, date of the last change in UTC, native path. A PATTERN has *, ? and\n"
-      "[...] as in a shell, where * takes slashes too; one with a slash stands for a whole path,\n"
-      "one without for a name in any directory.\n"
+      "[...] as in a shell, where * takes slashes too. One without a slash stands for a name in "
+      "any\n"
+      "directory, one with a slash for a whole path; a relative one counts from the working\n"
+      "directory, unless it begins with *.\n"
       "Exit codes: 0 done; 1 nothing was found, or something could not be read; 2 wrong use.");
   add_storage(*command, options->job.storage);
   add_name(*command, options->job.stem)->required();
-  command->add_flag("--json", options->job.json, "Print JSON, one object a line");
+  add_json(*command, options->job.json);
   command->add_option("PATTERN", options->patterns, "The names or paths to look for")
       ->required()
       ->check(CLI::Validator(

@@ -149,10 +149,12 @@ int run_full(const Full_Options& options, Console& console) {
   const auto shared_events = MTF::share<MTF::Event_Handler>(events);
   if (shared_events.get() == nullptr) throw std::bad_alloc();
   running_events = events;
+  log->events(events);
   // A signal during the preparations.
   if (stop_asked) events->set_canceling();
   Full_Result result = save(options, plan, pre_action, *storage, shared_events, log, console);
   running_events = nullptr;
+  log->events(nullptr);
   notes.flush();
   if (!plan.work_dir.remove()) {
     console.note("warning: " + error_text("temporary files are left", errno));

@@ -83,7 +83,7 @@ void add_how(CLI::App& command, Full_Options& options) {
       ->check(number_range(1, highest_level))
       ->type_name("N");
   command.add_option("--tmp", options.tmp, "The directory for working files")->type_name("DIR");
-  command.add_flag("--json", options.json, "Print events and summary as JSON, one object a line");
+  add_json(command, options.json);
   command.add_flag("--quiet", options.quiet, "No progress and no summary");
   command.add_flag("--verbose", options.verbose,
                    "Name each entry that is left out; else ten of a kind, and how many more");
@@ -108,6 +108,13 @@ constexpr const char* common_footer =
     "Sockets are named and left out, with --no-links also symbolic links, further names of\n"
     "hard-linked files, FIFOs and devices. A link isn't followed. The job gets the next free\n"
     "sequence number of its name. Ctrl-C takes the job back.\n"
+    "With --json each event of the job is a line {\"code\": N, \"document\": {...}}. N is\n"
+    "16777220 for a task that was made (or couldn't be: \"result\" is false), 16777221 for one "
+    "that\n"
+    "was started, 16777222 for the figures of the job, 16777223 for a catalog, and 16777224 for\n"
+    "a piece that can't be made, 16777225 for a piece that can't be written, 16777226 for an\n"
+    "entry that was skipped, and 16777227 for a file that went bad while it was read. The last\n"
+    "line is {\"summary\": {...}}, whatever came before.\n"
     "Exit codes: 0 done, also if such were left out; 1 failed or cancelled, nothing is left of\n"
     "it, or, as a line then says, saved, but the output can't be written; 2 wrong use; 3 done,\n"
     "but other entries were skipped or went bad while they were read.";

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "agent/exit_code.h"
+#include "agent/json_text.h"
 #include "agent/text.h"
 #include "mtf/writer/backup_context.h"
 

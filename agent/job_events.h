@@ -10,8 +10,8 @@
 
 namespace agent {
 
-// With `json` each event is a line `{"code": N, "document": {...}}` of the result as it comes. Else
-// an entry that was skipped or went bad is a line on standard error,
+// With `json` each event is a line `{"code": N, "document": {...}}` of the result as it comes, with
+// native paths of entries. Else an entry that was skipped or went bad is a line on standard error,
 // but for what was excluded.
 class Job_Events final : public MTF::Event_Handler {
  public:
@@ -28,6 +28,7 @@ class Job_Events final : public MTF::Event_Handler {
 
  private:
   void show(int code, const json_spirit::Value& document);
+  void show_json(int code, json_spirit::Value document);
   void note(const char* what, const json_spirit::Value& document);
 
   Notes& notes_;
@@ -36,8 +37,5 @@ class Job_Events final : public MTF::Event_Handler {
   mutable std::mutex mutex_;
   json_spirit::Document summary_;
 };
-
-// `value` on one line; a byte that isn't UTF-8 comes out as U+FFFD.
-std::string json_text(const json_spirit::Value& value);
 
 }  // namespace agent

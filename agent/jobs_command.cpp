@@ -7,8 +7,8 @@
 
 #include "agent/commands.h"
 #include "agent/exit_code.h"
-#include "agent/job_events.h"
 #include "agent/job_facts.h"
+#include "agent/json_text.h"
 #include "agent/stem.h"
 #include "agent/storage.h"
 #include "agent/text.h"
@@ -177,7 +177,7 @@ void add_jobs(CLI::App& app, Command& chosen) {
   add_storage(*command, options->job.storage);
   add_name(*command, options->job.stem);
   command->add_flag("--quick", options->quick, "Read no catalog, and show what names tell");
-  command->add_flag("--json", options->job.json, "Print JSON, one object a line");
+  add_json(*command, options->job.json);
   command->callback([options, &chosen] {
     chosen = [options](Console& console) { return run_jobs(*options, console); };
   });

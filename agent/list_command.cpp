@@ -5,7 +5,7 @@
 #include "agent/entry_text.h"
 #include "agent/exit_code.h"
 #include "agent/job_choice.h"
-#include "agent/job_events.h"
+#include "agent/json_text.h"
 #include "agent/paths.h"
 #include "agent/text.h"
 #include "mtf/reader/wanted_paths.h"
@@ -28,17 +28,19 @@ std::string target_text(const MTF::Job_Entry& entry, const std::string& target) 
   return (entry.type == MTF::block_slnk ? " -> " : " link to ") + escape_name(target);
 }
 
-std::string entry_line(const MTF::Job_Entry& entry, const std::string& target) {
+std::string entry_line(const MTF::Job_Entry& entry, const std::string& kind,
+                       const std::string& target) {
   char columns[80];
-  std::snprintf(columns, sizeof columns, "%-8s %15llu  %-19s  ", type_text(entry.type), entry.size,
-                entry.dated ? date_text(entry.mtime).c_str() : "-");
+  std::snprintf(columns, sizeof columns, "%-8s %15s  %-19s  ", kind.c_str(),
+                bytes_text(entry).c_str(), entry.dated ? date_text(entry.mtime).c_str() : "-");
   return columns + escape_name(platform::display_path(entry.path)) + target_text(entry, target);
 }
 
-std::string entry_json(const MTF::Job_Entry& entry, const std::string& target) {
-  json_spirit::Document document = {{"type", type_text(entry.type)},
+std::string entry_json(const MTF::Job_Entry& entry, const std::string& kind,
+                       const std::string& target) {
+  json_spirit::Document document = {{"type", kind},
                                     {"path", platform::display_path(entry.path)},
-                                    {"size", entry.size},
+                                    {"size", bytes_json(entry)},
                                     {"mtime", entry.mtime},
                                     {"seq", entry.seq},
                                     {"channel", entry.channel},
@@ -77,7 +79,8 @@ int run_list(const List_Options& command, Console& console) {
                    " leads to can't be read: " + escape_controls(error));
     }
     if (entry.type == MTF::block_hlnk) target = platform::display_path(target);
-    console.line(options.json ? entry_json(entry, target) : entry_line(entry, target));
+    const std::string kind = kind_text(entry, targets);
+    console.line(options.json ? entry_json(entry, kind, target) : entry_line(entry, kind, target));
   };
   const auto on_fault = [&](const MTF::Fault& fault) {
     console.note("error: " + fault_text(fault));
@@ -96,16 +99,19 @@ void add_list(CLI::App& app, Command& chosen) {
   auto options = std::make_shared<List_Options>();
   CLI::App* command = app.add_subcommand("list", "Show what a job holds");
   command->footer(
-      "One entry a line: type, bytes, date of the last change in UTC, native path. Control\n"
-      "characters in names are shown as \\n, \\t or \\xNN, and a backslash as \\\\. Behind a\n"
-      "symbolic link stands \" -> TARGET\", behind a further name of a file \" link to FIRST\".\n"
+      "One entry a line: type, bytes, date of the last change in UTC, native path. Types are\n"
+      "volume, dir, file, symlink, fifo, chardev, blockdev, and hardlink, which is a further name\n"
+      "of a file. Control characters in names are shown as \\n, \\t or \\xNN, and a backslash as\n"
+      "\\\\. Behind a symbolic link stands \" -> TARGET\", behind a further name \" link to "
+      "FIRST\".\n"
+      "The bytes of a further name are those of its file; - where only the medias are looked at.\n"
       "Exit codes: 0 done; 1 something could not be read; 2 wrong use.");
   add_storage(*command, options->job.storage);
   add_name(*command, options->job.stem)->required();
   add_seq(*command, options->job.seq, "The job; the newest complete one where it is left out");
   command->add_flag("--from-media", options->job.from_media,
                     "Read each media alone, also a damaged one; no catalog is needed");
-  command->add_flag("--json", options->job.json, "Print JSON, one object a line");
+  add_json(*command, options->job.json);
   command
       ->add_option("--depth", options->depth,
                    "List no more than N levels below each PATH, or below the volumes")

@@ -4,6 +4,8 @@
 #include "agent/exit_code.h"
 #include "agent/mount_session.h"
 #include "agent/storage.h"
+#include "agent/text.h"
+#include "platform/mount_point.h"
 
 namespace agent {
 namespace {
@@ -18,6 +20,11 @@ int run_mount(const Mount_Options& options, Console& console) {
   Mounted_Jobs jobs(*storage, options.stem, console);
   if (!storage->open_for_reading(error) || !jobs.look(error)) {
     console.note("error: " + error);
+    return exit_failed;
+  }
+  if (platform::is_mounted(options.directory, "fuse.mtf")) {
+    console.note("error: jobs are mounted at " + escape_name(options.directory) +
+                 " already: end that mount first");
     return exit_failed;
   }
   if (jobs.root().empty()) {

@@ -1,5 +1,6 @@
 #include "agent/paths.h"
 
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -26,6 +27,24 @@ bool absolute_path(const std::string& path, std::string& out) {
   if (error) return false;
   out = directory + '/' + path;
   return true;
+}
+
+bool absolute_pattern(const std::string& pattern, std::string& out) {
+  std::error_code error;
+  std::string directory;
+  const bool has_start =
+      pattern[0] == '/' || pattern[0] == '*' || platform::is_volume(pattern.substr(0, 2));
+  if (!has_start) {
+    const std::string here = std::filesystem::current_path(error).native();
+    for (const char letter : here) {
+      if (std::strchr("*?[\\", letter) != nullptr) directory += '\\';
+      directory += letter;
+    }
+    directory += '/';
+  }
+  out = std::filesystem::path(directory + pattern).lexically_normal().native();
+  while (out.size() > 1 && out.back() == '/') out.pop_back();
+  return !error;
 }
 
 std::string real_path(const std::string& path) {

@@ -10,6 +10,10 @@ namespace agent {
 // a working directory that is gone.
 bool absolute_path(const std::string& path, std::string& out);
 
+// A pattern for a whole path, in the same way: one that begins with neither a slash, a `*` nor a
+// volume counts from the working directory. Components that mean nothing go: `./x` is `x`.
+bool absolute_pattern(const std::string& pattern, std::string& out);
+
 // The directory that `path` leads to, all links resolved; `path` itself if that fails.
 std::string real_path(const std::string& path);
 

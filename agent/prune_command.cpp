@@ -6,7 +6,7 @@
 
 #include "agent/commands.h"
 #include "agent/exit_code.h"
-#include "agent/job_events.h"
+#include "agent/json_text.h"
 #include "agent/keep_rule.h"
 #include "agent/storage.h"
 #include "agent/text.h"
@@ -194,7 +194,7 @@ void add_prune(CLI::App& app, Command& chosen) {
         ->type_name("N");
   }
   command->add_flag("--dry-run", options->dry_run, "Show what would go, and delete nothing");
-  command->add_flag("--json", options->job.json, "Print JSON, one object a line");
+  add_json(*command, options->job.json);
   command->callback([options, &chosen] {
     chosen = [options](Console& console) { return run_prune(*options, console); };
   });

@@ -9,4 +9,8 @@ namespace platform {
 // errno: EBUSY if somebody does, EPERM without the right to.
 int unmount(const std::string& directory);
 
+// True if a file system of this type, such as "fuse.mtf", is mounted at `directory` and on top
+// there.
+bool is_mounted(const std::string& directory, const std::string& type);
+
 }  // namespace platform

@@ -2,7 +2,6 @@
 
 #include <map>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "mtf/reader/content_reader.h"
 #include "mtf/reader/earlier_media.h"
@@ -27,6 +26,10 @@ bool same_owner(const Content& a, const Content& b) {
   if (a.stat.has_value() != b.stat.has_value()) return false;
   return !a.stat ||
          (a.stat->uid == b.stat->uid && a.stat->gid == b.stat->gid && a.stat->mode == b.stat->mode);
+}
+
+bool is_file_known(const Job_Entry& entry) {
+  return entry.type != block_hlnk || entry.file;
 }
 
 // What both lead to, and which device they are of.
@@ -59,6 +62,8 @@ class Comparison {
   };
 
   void take(const Job_Entry& entry);
+  static Job_Entry file_of(const Job_Entry& entry);
+  bool is_linked_anew(const Job_Entry& before, const Job_Entry& after);
   Job_Change compare(const Job_Entry& before, const Job_Entry& after);
   bool read(const Job_Entry& entry, State& state);
   bool fault(const Job_Entry& entry, const std::string& text);
@@ -72,7 +77,6 @@ class Comparison {
   const Fault_Sink& on_fault_;
   bool sound_ = true;
   std::unordered_map<std::size_t, Known> known_;  // by the hash of the path
-  std::unordered_set<std::size_t> changed_;       // of files whose further names come behind them
   std::map<unsigned long long, Earlier_Media> medias_;
 };
 
@@ -100,9 +104,37 @@ void Comparison::take(const Job_Entry& entry) {
   const auto found = known_.find(hash_of(entry.path));
   if (found == known_.end()) return on_change_({Job_Change::Kind::added, entry});
   found->second.met = true;
-  const Job_Change change = compare(found->second.entry, entry);
-  if (change.type || change.content) changed_.insert(hash_of(entry.path));
-  change.type || change.content || change.attributes ? on_change_(change) : void(++same_);
+  const Job_Entry& before = found->second.entry;
+  if (before.type == entry.type && same_place(before, entry)) return void(++same_);
+  Job_Change change = compare(file_of(before), file_of(entry));
+  change.entry = entry;
+  change.old_type = before.type;
+  change.links = is_linked_anew(before, entry);
+  // Of a further name whose file isn't known nothing else can be told.
+  if (!is_file_known(before) || !is_file_known(entry)) change.type = false;
+  change.type || change.content || change.attributes || change.links ? on_change_(change)
+                                                                     : void(++same_);
+}
+
+// Of a further name the entry of its file.
+Job_Entry Comparison::file_of(const Job_Entry& entry) {
+  Job_Entry file = entry;
+  if (!entry.file) return file;
+  file.type = entry.file->type;
+  file.size = entry.file->size;
+  file.seq = entry.file->seq;
+  file.address = entry.file->address;
+  return file;
+}
+
+bool Comparison::is_linked_anew(const Job_Entry& before, const Job_Entry& after) {
+  if (before.type != block_hlnk && after.type != block_hlnk) return false;
+  if (before.type != after.type) return true;
+  if (same_place(before, after)) return false;
+  if (quick_) return before.size != after.size;  // the length of the first name's path
+  State old_state, new_state;
+  return !read(before, old_state) || !read(after, new_state) ||
+         old_state.content.target != new_state.content.target;
 }
 
 Job_Change Comparison::compare(const Job_Entry& before, const Job_Entry& after) {
@@ -119,10 +151,8 @@ Job_Change Comparison::compare(const Job_Entry& before, const Job_Entry& after) 
     change.content = true;
     return change;
   }
-  const std::string& target = new_state.content.target;
   if (file && (old_state.digest != new_state.digest ||
-               (after.type != block_file && !same_node(old_state.content, new_state.content)) ||
-               (after.type == block_hlnk && changed_.count(hash_of(target)) != 0))) {
+               (after.type != block_file && !same_node(old_state.content, new_state.content)))) {
     change.content = true;
   }
   if (!same_owner(old_state.content, new_state.content) ||

@@ -1,8 +1,10 @@
 #include "mtf/reader/job_tree.h"
 
 #include <memory>
+#include <unordered_map>
 
 #include "services/piece_name.h"
+#include "services/text.h"
 
 namespace MTF {
 bool Job_Tree::walk(const std::function<void(const Tree_Entry&)>& on_entry) {
@@ -53,11 +55,45 @@ void Job_Tree::fault(const std::string& piece, unsigned long long position,
   if (on_fault_) on_fault_({piece, position, text});
 }
 
+namespace {
+
+// Tells further names which file they are of, by its number: the first one stands ahead of them, in
+// the catalog of the same channel.
+class File_Finder {
+ public:
+  void note(const Tree_Entry& item) {
+    const Job_Entry& entry = item.entry;
+    if (entry.channel != channel_) files_.clear();
+    channel_ = entry.channel;
+    if (!item.first_name) return;
+    const Job_Entry::File file{entry.type, entry.size, entry.seq, entry.address};
+    const auto [place, added] = files_.try_emplace(item.ino, file);
+    if (!added) place->second.reset();  // the number stands for two files
+  }
+
+  std::optional<Job_Entry::File> find(const Tree_Entry& item) const {
+    const auto found = files_.find(item.ino);
+    return found == files_.end() ? std::nullopt : found->second;
+  }
+
+ private:
+  std::unordered_map<unsigned long long, std::optional<Job_Entry::File>> files_;
+  unsigned long long channel_ = 0;
+};
+
+}  // namespace
+
 bool list_job(IPiece_Store& store, const Job_Pieces& job,
               const std::function<void(const Job_Entry&)>& on_entry, const Fault_Sink& on_fault) {
   Job_Tree tree(store, job, on_fault);
+  File_Finder files;
   return tree.walk([&](const Tree_Entry& item) {
-    if (!item.again) on_entry(item.entry);
+    if (item.again) return;
+    files.note(item);
+    if (item.entry.type != block_hlnk) return on_entry(item.entry);
+    Job_Entry entry = item.entry;
+    entry.file = files.find(item);
+    on_entry(entry);
   });
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,15 @@ struct Job_Entry {
   unsigned long long channel;  // of this job's catalog, and of that job's media
   unsigned long long address;  // format logical address on that media
   bool dated = false;          // else `mtime` says nothing
+
+  // The file that a further name is of: the entry of its first name, on the same channel.
+  struct File {
+    unsigned int type;
+    unsigned long long size;
+    unsigned int seq;
+    unsigned long long address;
+  };
+  std::optional<File> file;  // where catalogs tell it; the medias alone don't
 };
 
 // Gives every entry of the catalogs of a job, channel by channel in the order of the walk; a volume
@@ -64,7 +74,9 @@ bool list_job_from_media(IPiece_Store& store, const Job_Pieces& job,
                          const std::function<void(const Job_Entry&)>& on_entry,
                          const Fault_Sink& on_fault);
 
-// What the links of a job lead to, which a catalog doesn't say: each look reads a block of a media.
+enum class Device_Kind { fifo, character, block };
+
+// What a catalog doesn't say of the links and devices of a job: each look reads a block of a media.
 // Used by one thread.
 class Link_Targets {
  public:
@@ -77,6 +89,9 @@ class Link_Targets {
   // Gives the native target of a symbolic link (SLNK), or of a further name (HLNK) the system path
   // of the first one. False, with `why` set, if it can't be read.
   bool find(const Job_Entry& entry, std::string& target, std::string& why);
+
+  // Tells what kind of a device a DEVB is. False likewise.
+  bool find_kind(const Job_Entry& entry, Device_Kind& kind, std::string& why);
 
  private:
   struct Medias;

@@ -35,8 +35,8 @@ TEST(Command_Line, WrongUse) {
     Arguments arguments;
     const char* line;
   } cases[] = {
-      {{}, "A subcommand is required"},
-      {{"bogus"}, "there is no command 'bogus'"},
+      {{}, "a command is missing; 'mtf-agent --help' names them all"},
+      {{"bogus"}, "there is no command 'bogus'; 'mtf-agent --help' names them all"},
       {{"--bogus"}, "A subcommand is required"},
       {{"full"}, "--source is required"},
       {{"full", "--source", "/s", "--name", "demo"}, "--storage is required"},

@@ -67,7 +67,9 @@ TEST_F(Output, Events) {
   EXPECT_EQ(err_.str(), "skipped: /d/a\\nb: not\ncorrupt: \n");
   EXPECT_EQ(out_.str(), "");
   json.handle_event(MTF::event_corrupt, {{"name", "/\\\xFF"}});
-  EXPECT_EQ(out_.str(), "{\"code\":16777227,\"document\":{\"name\":\"/\\\\\xEF\xBF\xBD\"}}\n");
+  EXPECT_EQ(
+      out_.str(),
+      "{\"code\":16777227,\"document\":{\"name\":\"/\xEF\xBF\xBD\",\"name_hex\":\"2fff\"}}\n");
 }
 
 TEST_F(Output, LogLinesFromWarningsOn) {

@@ -33,6 +33,7 @@ class Looking : public Agent_Run {
     fs::remove(source("/gone"));
     fs::remove(source("/turned"));
     fs::create_directory(source("/turned"));
+    fs::create_hard_link(source("/same"), source("/a"));
     for (const char* name : {"/d/bytes", "/d/longer"}) fs::last_write_time(source(name), {});
     EXPECT_EQ(save().code, 0);
     EXPECT_EQ(save({}, "incremental").code, 0);
@@ -61,20 +62,21 @@ TEST_F(Looking, AtWhatChanged) {
   const Output output = run(on_storage("diff", {"1", "2"}));
   EXPECT_EQ(output.code, 0);
   Arguments lines = short_lines(output);
-  EXPECT_EQ(lines.back().substr(0, 63),
-            "1 added, 1 removed, 7 changed (4 in content, 2 in attributes), ")
+  EXPECT_EQ(lines.back().substr(0, 75),
+            "2 added, 1 removed, 8 changed (4 in content, 2 in attributes, 1 in links), ")
       << lines.back();
   lines.pop_back();
   const Arguments wanted = {
-      "M  hardlink  content             /d/bytes", "M  dir       attributes          /d/e",
-      "A  file                          /d/e/new", "M  file      content             /d/longer",
-      "M  file      attributes          /d/mode",  "D  file                          /gone",
-      "M  symlink   content             /link",    "M  file      content             /name",
-      "M  dir       type                /turned"};
+      "A  file                          /a",        "M  hardlink  content             /d/bytes",
+      "M  dir       attributes          /d/e",      "A  file                          /d/e/new",
+      "M  file      content             /d/longer", "M  file      attributes          /d/mode",
+      "D  file                          /gone",     "M  symlink   content             /link",
+      "M  file      content             /name",     "M  hardlink  links               /same",
+      "M  dir       was file            /turned"};
   EXPECT_EQ(lines, wanted);
   EXPECT_EQ(lines_of(run(on_storage("diff", {"2", "3"})).out).size(), 1u);
   const Arguments quick = short_lines(run(on_storage("diff", {"1", "2", "--quick"})));
-  EXPECT_EQ(quick.size(), 5u) << testing::PrintToString(quick);
+  EXPECT_EQ(quick.size(), 7u) << testing::PrintToString(quick);
 }
 
 TEST_F(Looking, ForANameAndInADirectory) {
