@@ -1,6 +1,25 @@
 #include "mtf/reader/media_objects.h"
 
+#include <algorithm>
+
+#include "mtf/reader/tree_place.h"
+#include "platform/native_path.h"
+
 namespace MTF {
+
+std::string shown_name(const Found_Object& object) {
+  const Block_Header& header = object.view.header;
+  std::string text;
+  if (!tree_text(header.type, header.string_type, object.name, text)) return object.name;
+  std::string name;
+  for (std::size_t at = 0; at <= text.size();) {
+    const std::size_t end = std::min(text.find('\\', at), text.size());
+    name += (at == 0 ? "" : "/") + platform::native_name(text.substr(at, end - at));
+    at = end + 1;
+  }
+  return name;
+}
+
 void Media_Objects::run() {
   walker_.walk();
   give(false);

@@ -23,6 +23,9 @@ struct Found_Object {
   bool corrupt = false;  // a CFIL block follows: no catalog lists it
 };
 
+// The name of an object for a person: of a directory its path below the volume.
+std::string shown_name(const Found_Object& object);
+
 // Is told what stands on a media, in order. What it is given is valid until the call returns.
 class IObject_Listener {
  public:

@@ -98,7 +98,7 @@ void Media_Tree::Channel::on_object(const Found_Object& object) {
       object.end != 0 || corrupt_) {
     return;
   }
-  on_fault_(object.position, "the content of '" + object.name + "' is damaged or cut off");
+  on_fault_(object.position, "the content of '" + shown_name(object) + "' is damaged or cut off");
 }
 
 // Gives what stood in front of `address` by the media's catalog, and not by its blocks.

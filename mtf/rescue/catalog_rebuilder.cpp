@@ -16,7 +16,7 @@ constexpr unsigned long long usual_block = 4096;
 constexpr unsigned long long least_outside = 60;
 
 // A file whose number no stream tells gets one that no other has: its job and its address.
-constexpr unsigned int seq_shift = 48;
+constexpr unsigned int number_shift = 48;
 
 // Where the long stat record (CTEX) has them.
 constexpr std::size_t stat_ino = 32;
@@ -150,7 +150,7 @@ bool Catalog_Rebuilder::know_file(const Found_Object& object, File_Facts& facts)
     facts.first = facts.first || load_le<unsigned long long>(stat + stat_links) > 1;
   } else if (facts.first) {
     facts.number =
-        static_cast<unsigned long long>(seq_) << seq_shift | header.format_logical_address;
+        static_cast<unsigned long long>(seq_) << number_shift | header.format_logical_address;
   }
   if (facts.first) first_names_.note(path, facts.number);
   return true;
@@ -159,7 +159,7 @@ bool Catalog_Rebuilder::know_file(const Found_Object& object, File_Facts& facts)
 // What is left out of the catalog is saved anew by the next incremental job.
 bool Catalog_Rebuilder::leave_out(const Found_Object& object, const char* why) {
   ++summary_.left_out;
-  on_fault_(object.position, "'" + object.name + "' isn't listed: " + why);
+  on_fault_(object.position, "'" + shown_name(object) + "' isn't listed: " + why);
   return true;
 }
 
