@@ -154,4 +154,17 @@ if [ -n "$cold" ]; then
   row "cold cache, 11,500 directories on a disk, 1 channel" 0.5 "$disk/deep"
   ours() { job full "$1" --plain --channels 4 --threads 4; }
   row "the same, 4 channels and threads" 0.45 "$disk/deep"
+
+  # On the way back the pieces are cold, and what is restored goes to memory.
+  rm -rf "$work/storage"
+  job full "$disk/deep" --plain --channels 2 >/dev/null
+  mv "$work/storage" "$disk/storage"
+  tar cf "$disk/bench.tar" -C "$disk" deep
+  prepare() { rm -rf "$work/restored"; mkdir "$work/restored"; drop_caches; }
+  ours() { "$agent" restore --storage "$disk/storage" --name bench --to "$work/restored"; }
+  theirs() { tar xf "$disk/bench.tar" -C "$work/restored"; }
+  row "restore of cold pieces, 30,000 files" none "$disk/deep"
+  ours() { "$agent" verify --quiet --storage "$disk/storage" --name bench; }
+  theirs() { cksum "$disk"/storage/*; }
+  row "verify of cold pieces, against cksum of them" none "$disk/deep"
 fi
