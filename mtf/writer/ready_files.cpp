@@ -13,7 +13,8 @@ constexpr int most_compressing_threads = 8;
 
 // Reads and compresses the file at `out.path`. False where the writer has to look at it: it can't
 // be opened, is empty, large, or was changed meanwhile.
-bool prepare(platform::File& file, Compressor& compressor, Ready_Files::File& out) {
+bool prepare(Compressor& compressor, Ready_Files::File& out) {
+  platform::File file;
   if (!file.open_read(out.path)) return false;
   const long long size = file.stat().st_size;
   if (size <= 0 || size > Ready_Files::largest_file) return false;
@@ -48,20 +49,20 @@ bool Ready_Files::is_wanted() {
 
 bool Ready_Files::start() {
   is_started_ = true;
+  const auto body = [this] { work(); };
   try {
-    return make_tools() && start_threads(
-                               thread_count_ - 1, [this] { work(); }, threads_);
+    return make_compressors() && start_threads(thread_count_ - 1, body, threads_);
   } catch (const std::exception&) {
     return false;
   }
 }
 
-bool Ready_Files::make_tools() {
-  tools_ = std::vector<Tools>(static_cast<std::size_t>(thread_count_));
-  return std::all_of(tools_.begin(), tools_.end(), [this](Tools& tools) {
-    tools.compressor = Compression_Factory::create(method_, level_);
-    return tools.compressor != nullptr;
-  });
+bool Ready_Files::make_compressors() {
+  for (int i = 0; i < thread_count_; ++i) {
+    compressors_.push_back(Compression_Factory::create(method_, level_));
+    if (compressors_.back() == nullptr) return false;
+  }
+  return true;
 }
 
 void Ready_Files::add(const std::string& path, unsigned long long size) {
@@ -86,7 +87,7 @@ void Ready_Files::remove_oldest() {
   Item& oldest = item(removed_);
   while (oldest.state == Item::waiting || oldest.state == Item::in_work) {
     if (begun_ != added_) {
-      prepare_next(lock, tools_[0]);
+      prepare_next(lock, *compressors_[0]);
     } else {
       prepared_files_.wait(lock);
     }
@@ -111,22 +112,22 @@ const Buffer* Ready_Files::find_compressed(const Buffer& content) const {
 
 void Ready_Files::work() {
   std::unique_lock<std::mutex> lock(mutex_);
-  Tools& tools = tools_[++helpers_];
+  Compressor& compressor = *compressors_[++helpers_];
   for (;;) {
     added_files_.wait(lock, [this] { return is_stopping_ || begun_ != added_; });
     if (is_stopping_) return;
-    prepare_next(lock, tools);
+    prepare_next(lock, compressor);
   }
 }
 
-void Ready_Files::prepare_next(std::unique_lock<std::mutex>& lock, Tools& tools) {
+void Ready_Files::prepare_next(std::unique_lock<std::mutex>& lock, Compressor& compressor) {
   Item& next = item(begun_++);
   if (next.state != Item::waiting) return;
   next.state = Item::in_work;
   lock.unlock();
   bool is_ready = false;
   try {
-    is_ready = prepare(tools.file, *tools.compressor, next.file);
+    is_ready = prepare(compressor, next.file);
   } catch (const std::exception&) {
     // The writer tells what it can't do itself.
   }

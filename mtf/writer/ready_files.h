@@ -57,15 +57,11 @@ class Ready_Files : public Look_Ahead {
     State state = left_alone;
     File file;
   };
-  struct Tools {
-    platform::File file;
-    std::unique_ptr<Compressor> compressor;
-  };
 
   bool start();
-  bool make_tools();
+  bool make_compressors();
   void work();
-  void prepare_next(std::unique_lock<std::mutex>& lock, Tools& tools);
+  void prepare_next(std::unique_lock<std::mutex>& lock, Compressor& compressor);
   Item& item(unsigned long long number) { return items_[number % items_.size()]; }
 
   const unsigned short method_;
@@ -77,7 +73,7 @@ class Ready_Files : public Look_Ahead {
   // A ring, with one place more for the file that is written.
   std::array<Item, most_files + 1> items_;
   const Item* current_ = nullptr;
-  std::vector<Tools> tools_;  // the first is the writer's
+  std::vector<std::unique_ptr<Compressor>> compressors_;  // the first is the writer's
   std::vector<std::thread> threads_;
   std::mutex mutex_;
   std::condition_variable added_files_;
@@ -87,7 +83,7 @@ class Ready_Files : public Look_Ahead {
   unsigned long long added_ = 0;
   unsigned long long removed_ = 0;
   unsigned long long begun_ = 0;
-  std::size_t helpers_ = 0;  // threads that have their tools
+  std::size_t helpers_ = 0;  // threads that have their compressor
   bool is_stopping_ = false;
 };
 
