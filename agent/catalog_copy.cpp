@@ -18,8 +18,10 @@ long long Catalog_Copy::read_at(unsigned long long offset, char* data, unsigned 
   size = std::min(size, size_ - offset);
   const std::lock_guard<std::mutex> guard(mutex_);
   std::string error;
+  int tries = 0;
   const bool from_head = !file_.is_open() && offset + size <= head_size;
-  if (!(from_head ? fetch_head(error) : fetch_all(error))) {
+  while (!(from_head ? fetch_head(error) : fetch_all(error))) {
+    if (rclone_.wait_for_retry(tries)) continue;
     note_trouble(name_ + ": " + error);
     errno = EIO;
     return -1;
@@ -35,7 +37,7 @@ bool Catalog_Copy::fetch_head(std::string& error) {
   const Call_End end =
       rclone_.run({"cat", "--count", std::to_string(wanted), rclone_.path(name_)}, &head_, error);
   if (end == Call_End::done && head_.size() == wanted) return true;
-  if (error.empty()) error = "rclone: the object ends too early";
+  if (end == Call_End::done) error = "rclone: the object ends too early";
   return false;
 }
 
@@ -51,7 +53,7 @@ bool Catalog_Copy::fetch_all(std::string& error) {
     file_ = std::move(file);
     return true;
   }
-  if (error.empty()) error = "rclone: the object ends too early";
+  if (end == Call_End::done) error = "rclone: the object ends too early";
   return false;
 }
 

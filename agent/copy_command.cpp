@@ -28,17 +28,28 @@ struct Copy_Options {
 
 std::atomic<bool> copy_stop_asked{false};
 
+bool is_one_storage(const IStorage& from, const std::string& to) {
+  std::string error, first, second;
+  const std::unique_ptr<IStorage> other = make_storage(to, error);
+  return other->open_for_reading(error) && other->identity(first, error) &&
+         from.identity(second, error) && first == second;
+}
+
+void note_cleared(const IStorage& storage, Console& console) {
+  if (!storage.cleared().empty()) console.note(cleared_text(storage.cleared()));
+}
+
 class Copy {
  public:
   Copy(IStorage& from, IStorage& to, const Copy_Options& options, Console& console)
-      : from_(from),
-        options_(options),
-        console_(console),
-        copier_(from, to, [] { return !copy_stop_asked.load(); }) {}
+      : from_(from), to_(to), options_(options), console_(console), copier_(from, to, [] {
+          return !copy_stop_asked.load();
+        }) {}
 
   int run() {
     std::string error;
-    if (!copier_.open(options_.job.stem, error) || !choose(error)) {
+    // Nothing is made or locked for jobs that aren't there.
+    if (!choose(error) || !open_target(error) || !copier_.open(options_.job.stem, error)) {
       console_.note("error: " + error);
       return exit_failed;
     }
@@ -92,6 +103,16 @@ class Copy {
     return false;
   }
 
+  bool open_target(std::string& error) {
+    if (is_one_storage(from_, options_.to)) {
+      error = "--to is the storage that the jobs are on";
+      return false;
+    }
+    const bool opened = to_.open_for_job(options_.job.stem, true, error);
+    note_cleared(to_, console_);
+    return opened;
+  }
+
   // The newest comes first, so that all that need a job have been met before it.
   void choose(const Job_Facts& job) {
     const bool all = options_.seqs.empty();
@@ -138,6 +159,7 @@ class Copy {
   }
 
   IStorage& from_;
+  IStorage& to_;
   const Copy_Options& options_;
   Console& console_;
   Job_Copier copier_;
@@ -148,25 +170,6 @@ class Copy {
   unsigned long long copied_ = 0;  // jobs, like the next
   unsigned long long there_ = 0;
 };
-
-bool is_one_storage(const IStorage& from, const std::string& to) {
-  std::string error, first, second;
-  const std::unique_ptr<IStorage> other = make_storage(to, error);
-  return other->open_for_reading(error) && other->identity(first, error) &&
-         from.identity(second, error) && first == second;
-}
-
-bool open(IStorage& from, IStorage& to, const Copy_Options& options, std::string& error) {
-  const std::string& stem = options.job.stem;
-  if (options.no_lock ? !from.open_for_reading(error) : !from.open_for_job(stem, false, error)) {
-    return false;
-  }
-  if (is_one_storage(from, options.to)) {
-    error = "--to is the storage that the jobs are on";
-    return false;
-  }
-  return to.open_for_job(stem, true, error);
-}
 
 int run_copy(const Copy_Options& options, Console& console) {
   std::string error;
@@ -179,10 +182,9 @@ int run_copy(const Copy_Options& options, Console& console) {
   const platform::Private_Files private_files;
   copy_stop_asked = false;
   platform::watch_stop_signals([](int) { copy_stop_asked = true; });
-  const bool opened = open(*from, *to, options, error);
-  for (const IStorage* each : {from.get(), to.get()}) {
-    if (!each->cleared().empty()) console.note(cleared_text(each->cleared()));
-  }
+  const bool opened = options.no_lock ? from->open_for_reading(error)
+                                      : from->open_for_job(options.job.stem, false, error);
+  note_cleared(*from, console);
   if (opened) return Copy(*from, *to, options, console).run();
   console.note("error: " + error);
   return exit_failed;

@@ -60,6 +60,10 @@ class Jobs_Shower {
       console_.note("error: " + error);
       return exit_failed;
     }
+    if (jobs_.empty() && !options_.job.stem.empty()) {
+      console_.note("error: there is no job of '" + options_.job.stem + "'");
+      return exit_failed;
+    }
     for (const Shown_Job& job : jobs_) width_ = std::max(width_, job.pieces.stem.size());
     if (!options_.job.json) {
       console_.line(table_line(width_, "NAME", "SEQ", "WHEN (UTC)", "KIND", "FILES", "CONTENT",
@@ -173,7 +177,8 @@ void add_jobs(CLI::App& app, Command& chosen) {
       "A job that lacks a piece is incomplete: it was killed while its pieces got their names, or\n"
       "has lost one since. A job that is running has no pieces yet. One whose catalogs can't be\n"
       "read is damaged, and one that needs a job which isn't there or complete lacks that.\n"
-      "Exit codes: 0 done; 1 failed; 2 wrong use.");
+      "Exit codes: 0 done; 1 failed, or there is no job of the name that was\n"
+      "given; 2 wrong use.");
   add_storage(*command, options->job.storage);
   add_name(*command, options->job.stem);
   command->add_flag("--quick", options->quick, "Read no catalog, and show what names tell");

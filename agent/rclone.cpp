@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 #include "agent/text.h"
@@ -14,27 +15,30 @@ constexpr const char* program = "rclone";
 // What rclone ends with where a directory or file isn't there.
 constexpr int exit_no_directory = 3;
 constexpr int exit_no_file = 4;
+// Seconds that a call may stand still while nothing comes from the remote, and while data goes
+// there: rclone is silent until it has sent the parts that it took.
+constexpr int patience = 300;
+constexpr int sending_patience = 900;
 constexpr auto slow = std::chrono::seconds(30);
 constexpr int most_failures = 3;
+constexpr int most_tries = 3;
+constexpr auto pause_before_retry = std::chrono::seconds(2);
 constexpr std::size_t most_troubles = 5;
 
 std::atomic<bool> writing_stopped{false};
 std::mutex troubles_mutex;
 std::vector<std::string> troubles;
 
-// Parts of 96 MiB let a media of nearly 1 TB into the 10,000 parts that S3 allows. A server that is
-// silent is given up after five times two minutes.
+// Parts of 96 MiB let a media of nearly 1 TB into the 10,000 parts that S3 allows. A bucket isn't
+// looked for, and made where it is missing, at each call: that takes time, and rights that a key
+// for backups needn't have.
 const std::vector<std::pair<std::string, std::string>>& defaults() {
   static const std::vector<std::pair<std::string, std::string>> all = {
-      {"RCLONE_ASK_PASSWORD", "false"},
-      {"RCLONE_BUFFER_SIZE", "1Mi"},
-      {"RCLONE_CONTIMEOUT", "15s"},
-      {"RCLONE_TIMEOUT", "2m"},
-      {"RCLONE_LOW_LEVEL_RETRIES", "5"},
-      {"RCLONE_RETRIES", "1"},
-      {"RCLONE_S3_CHUNK_SIZE", "96Mi"},
-      {"RCLONE_S3_UPLOAD_CONCURRENCY", "2"},
-      {"RCLONE_STREAMING_UPLOAD_CUTOFF", "8Mi"}};
+      {"RCLONE_ASK_PASSWORD", "false"},      {"RCLONE_BUFFER_SIZE", "1Mi"},
+      {"RCLONE_CONTIMEOUT", "15s"},          {"RCLONE_TIMEOUT", "1m"},
+      {"RCLONE_LOW_LEVEL_RETRIES", "5"},     {"RCLONE_RETRIES", "1"},
+      {"RCLONE_S3_CHUNK_SIZE", "96Mi"},      {"RCLONE_S3_NO_CHECK_BUCKET", "true"},
+      {"RCLONE_S3_UPLOAD_CONCURRENCY", "2"}, {"RCLONE_STREAMING_UPLOAD_CUTOFF", "8Mi"}};
   return all;
 }
 
@@ -120,16 +124,23 @@ std::unique_ptr<platform::Child_Process> Rclone::start(const std::vector<std::st
       return nullptr;
     }
   }
+  const bool is_sending = setup.is_fed || setup.input != nullptr;
   setup.arguments = {program};
   setup.arguments.insert(setup.arguments.end(), arguments.begin(), arguments.end());
   setup.defaults = defaults();
-  setup.patience = patience_;
-  if (setup.is_fed || setup.input != nullptr) setup.canceled = &writing_stopped;
+  if (setup.patience == 0) setup.patience = is_sending ? sending_patience : patience;
+  if (is_sending) setup.canceled = &writing_stopped;
   auto call = std::make_unique<platform::Child_Process>();
   if (call->start(setup)) return call;
   error = errno == ENOENT ? "rclone, which serves this storage, isn't installed"
                           : error_text("rclone can't be started", errno);
   return nullptr;
+}
+
+bool Rclone::wait_for_retry(int& tries) const {
+  if (given_up_ || ++tries == most_tries) return false;
+  std::this_thread::sleep_for(pause_before_retry);
+  return true;
 }
 
 void Rclone::note_progress() {
@@ -163,7 +174,8 @@ std::string Rclone::broken(platform::Child_Process& call) {
     error = "the job was stopped";
   } else if (reason == ETIMEDOUT) {
     const std::string words = engine_words(call.said());
-    error = "rclone did nothing for " + count_text(static_cast<unsigned>(patience_), "second");
+    error =
+        "rclone did nothing for " + count_text(static_cast<unsigned>(call.patience()), "second");
     if (!words.empty()) error += "; it last said: " + words;
     note_failure(error, true);
   }
@@ -199,6 +211,17 @@ Call_End Rclone::run(const std::vector<std::string>& arguments, std::string* out
     if (out != nullptr) out->append(bytes.data(), static_cast<std::size_t>(count));
   }
   if (count == 0) return finish(*call, error);
+  error = broken(*call);
+  return Call_End::failed;
+}
+
+Call_End Rclone::put(const std::string& name, const std::string& text, std::string& error) {
+  platform::Child_Setup setup;
+  setup.is_fed = true;
+  setup.patience = patience;
+  const auto call = start({"rcat", path(name)}, setup, error);
+  if (call == nullptr) return Call_End::failed;
+  if (call->write(text.data(), text.size())) return finish(*call, error);
   error = broken(*call);
   return Call_End::failed;
 }

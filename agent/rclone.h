@@ -17,23 +17,22 @@ enum class Call_End { done, missing, failed };
 // May be used from several threads.
 class Rclone {
  public:
-  // Seconds that a call may stand still. What rclone itself waits for a server is much less.
-  static constexpr int usual_patience = 900;
-
   // `place` is "REMOTE:PATH".
-  explicit Rclone(std::string place, int patience = usual_patience)
-      : place_(std::move(place)), patience_(patience) {}
+  explicit Rclone(std::string place) : place_(std::move(place)) {}
 
   // "REMOTE:PATH/NAME"; the place itself for an empty name.
   std::string path(const std::string& name) const;
 
   // Starts a call with these arguments; null, with a line for the user, if that fails.
-  // `setup` says what the call is connected with; its arguments and environment are set here.
+  // `setup` says what the call is connected with; the rest of it is set here.
   std::unique_ptr<platform::Child_Process> start(const std::vector<std::string>& arguments,
                                                  platform::Child_Setup setup, std::string& error);
 
   // Waits for the end of a call. Unless it went well, `error` is a line for the user.
   Call_End finish(platform::Child_Process& call, std::string& error);
+
+  // Writes the short text of a mark or a lock as the object `name`.
+  Call_End put(const std::string& name, const std::string& text, std::string& error);
 
   // The line for a call that failed with errno while it was read or written; the call is ended.
   std::string broken(platform::Child_Process& call);
@@ -48,6 +47,10 @@ class Rclone {
   // True once calls are refused: the remote was silent for too long, or failed again and again.
   bool is_given_up() const { return given_up_; }
 
+  // Whether a read that failed is worth another try, and the pause before it. `tries` counts those
+  // without a byte between them.
+  bool wait_for_retry(int& tries) const;
+
   // To be called when data came or went: the remote answers.
   void note_progress();
 
@@ -56,7 +59,6 @@ class Rclone {
   std::string end_text(const platform::Child_Process& call, int code) const;
 
   const std::string place_;
-  const int patience_;
   std::atomic<bool> given_up_{false};
   std::mutex mutex_;
   std::string reason_;  // why calls are refused

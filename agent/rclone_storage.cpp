@@ -165,6 +165,12 @@ bool Rclone_Storage::look(bool may_be_missing, std::string& error) {
   if (!parse_listing(listing, objects)) return fail("what rclone lists can't be read", error);
   const std::lock_guard<std::mutex> guard(mutex_);
   objects_ = std::move(objects);
+  find_pieces();
+  return true;
+}
+
+// What counts among the objects. The caller holds the mutex.
+void Rclone_Storage::find_pieces() {
   const std::vector<Mark> marks = marks_among(objects_, {});
   std::map<std::string, Known> known;
   for (const Remote_Object& object : objects_) {
@@ -180,16 +186,16 @@ bool Rclone_Storage::look(bool may_be_missing, std::string& error) {
     entry.object = object;
   }
   known_ = std::move(known);
-  return true;
 }
 
 bool Rclone_Storage::open_for_reading(std::string& error) {
-  return look(false, error);
+  return is_fresh_ = look(false, error);
 }
 
 bool Rclone_Storage::open_for_job(const std::string& stem, bool make, std::string& error) {
   std::string why;
-  if (!look(make, error)) return false;
+  // Nothing is written where nothing is to be made.
+  if (!make && !look(false, error)) return false;
   if (!lock_.take(stem, why)) return fail(why, error);
   // Another job may have changed something until the lock was ours.
   return look(make, error) && remove_unfinished(stem, error);
@@ -227,7 +233,8 @@ bool Rclone_Storage::remove_object(const std::string& name, std::string& error) 
 
 bool Rclone_Storage::list(std::vector<Stored_Piece>& pieces, std::string& error) {
   pieces.clear();
-  if (!look(lock_.is_held(), error)) return false;
+  // While the lock is held, nobody else changes what it is for.
+  if (!lock_.is_held() && !std::exchange(is_fresh_, false) && !look(false, error)) return false;
   const std::lock_guard<std::mutex> guard(mutex_);
   for (const auto& [name, known] : known_) pieces.push_back({name, known.object.size});
   return true;
@@ -262,14 +269,9 @@ bool Rclone_Storage::put_mark(const Mark& mark, std::string& error) {
   };
   if (std::any_of(marks_.begin(), marks_.end(), covers)) return true;
   marks_.push_back(mark);  // ahead of the call, which may fail and leave it all the same
-  platform::Child_Setup setup;
-  setup.is_fed = true;
   std::string why;
-  const auto call = rclone_.start({"rcat", rclone_.path(mark.name())}, setup, why);
-  if (call == nullptr) return fail(why, error);
-  const std::string text = Lock_Holder::own().text();
-  if (!call->write(text.data(), text.size())) return fail(rclone_.broken(*call), error);
-  return rclone_.finish(*call, why) == Call_End::done || fail(why, error);
+  return rclone_.put(mark.name(), Lock_Holder::own().text(), why) == Call_End::done ||
+         fail(why, error);
 }
 
 std::unique_ptr<IPiece_Sink> Rclone_Storage::create(const std::string& name, std::string& error) {
@@ -357,20 +359,34 @@ bool Rclone_Storage::name_pieces(const std::vector<std::string>& names, std::str
     catalogs_.erase(name);
     lengths_.erase(name);
   }
-  return end_marks(names, error) && look(false, error);
+  return end_marks(names, error);
 }
 
-// From here on the job counts. The mark of another job, one that failed, stays.
+// Behind this the job counts. The mark of another job, one that failed, stays.
 bool Rclone_Storage::end_marks(const std::vector<std::string>& names, std::string& error) {
   const auto covers = [&](const Mark& mark) {
     return std::any_of(names.begin(), names.end(),
                        [&](const std::string& name) { return mark.covers(name); });
   };
   for (auto mark = marks_.begin(); mark != marks_.end();) {
-    if (covers(*mark) && !remove_object(mark->name(), error)) return false;
-    mark = covers(*mark) ? marks_.erase(mark) : std::next(mark);
+    if (!covers(*mark)) {
+      ++mark;
+      continue;
+    }
+    if (!remove_object(mark->name(), error)) return false;
+    forget(mark->name());
+    mark = marks_.erase(mark);
   }
+  const std::lock_guard<std::mutex> guard(mutex_);
+  find_pieces();
   return true;
+}
+
+void Rclone_Storage::forget(const std::string& name) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  objects_.erase(std::remove_if(objects_.begin(), objects_.end(),
+                                [&](const Remote_Object& each) { return each.name == name; }),
+                 objects_.end());
 }
 
 bool Rclone_Storage::remove(const std::vector<std::string>& names, std::string& error) {

@@ -49,6 +49,8 @@ class Rclone_Storage final : public IStorage {
   };
 
   bool look(bool may_be_missing, std::string& error);
+  void find_pieces();
+  void forget(const std::string& name);
   bool remove_object(const std::string& name, std::string& error);
   bool remove_unfinished(const std::string& stem, std::string& error);
   bool remove_marked();
@@ -64,6 +66,7 @@ class Rclone_Storage final : public IStorage {
   Rclone rclone_;
   Remote_Lock lock_{rclone_};
   std::vector<std::string> cleared_;
+  bool is_fresh_ = false;  // opened for reading, and not listed since
 
   std::mutex mutex_;                                      // for what follows
   std::vector<Remote_Object> objects_;                    // all that the last look saw

@@ -128,15 +128,7 @@ bool Remote_Lock::find(Rclone& rclone, const std::string& stem, const std::strin
 }
 
 bool Remote_Lock::write(std::string& error) {
-  platform::Child_Setup setup;
-  setup.is_fed = true;
-  const auto call = rclone_.start({"rcat", rclone_.path(object_)}, setup, error);
-  if (call == nullptr) return false;
-  if (!call->write(text_.data(), text_.size())) {
-    error = rclone_.broken(*call);
-    return false;
-  }
-  return rclone_.finish(*call, error) == Call_End::done;
+  return rclone_.put(object_, text_, error) == Call_End::done;
 }
 
 bool Remote_Lock::take(const std::string& stem, std::string& error) {

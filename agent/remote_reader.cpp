@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-#include <thread>
 
 namespace agent {
 namespace {
@@ -16,8 +14,6 @@ constexpr unsigned long long longest = 0x40000000;     // 1 GiB
 constexpr unsigned long long widest_gap = 0x200000;    // read over rather than begin anew
 constexpr unsigned long long kept_behind = 0x200000;   // for reads that overlap
 constexpr std::size_t chunk = 0x40000;
-constexpr int most_tries = 3;  // without a byte between them
-constexpr auto pause_before_retry = std::chrono::seconds(2);
 
 }  // namespace
 
@@ -64,11 +60,9 @@ bool Remote_Reader::extend(Stretch& stretch, unsigned long long to) {
       continue;
     }
     stretch.stream.reset();
-    if (rclone_.is_given_up() || ++tries == most_tries) {
-      note_trouble(name_ + ": " + error);
-      return false;
-    }
-    std::this_thread::sleep_for(pause_before_retry);
+    if (rclone_.wait_for_retry(tries)) continue;
+    note_trouble(name_ + ": " + error);
+    return false;
   }
   return true;
 }

@@ -57,6 +57,8 @@ class Child_Process {
   // What it printed on its standard error.
   std::string said() const;
 
+  int patience() const { return patience_; }
+
   // How long nothing has moved between it and this process.
   std::chrono::steady_clock::duration idle() const { return Clock::now() - moved_at_; }
 

@@ -45,6 +45,8 @@ TEST_P(Jobs_On, ComeAndGo) {
     EXPECT_EQ(gone.code, 1);
     EXPECT_EQ(gone.err, "error: there is no job 2 of 'demo'\n");
   }
+  EXPECT_EQ(run(agent({"jobs", "--storage", storage_text(), "--name", "other"})).err,
+            "error: there is no job of 'other'\n");
   const Output missing = restore("3", {"/not/there"});
   EXPECT_EQ(missing.code, 1);
   EXPECT_NE(missing.err.find("error: the job doesn't hold /not/there\n"), std::string::npos);

@@ -126,6 +126,8 @@ TEST_F(Keeping, VerifyAllNamesTheBadOnes) {
 }
 
 TEST_F(Keeping, CopiesAreTheSameBytes) {
+  EXPECT_EQ(copy({"9"}).err, "error: there is no complete job 9 of 'demo'\n");
+  EXPECT_FALSE(fs::exists(dir_ / "copies"));
   EXPECT_EQ(copy({"2"}).code, 0);
   EXPECT_TRUE(fs::exists(copied("demo.1.0.cat")));  // which it needs
   EXPECT_FALSE(fs::exists(copied("demo.3.0.cat")));
