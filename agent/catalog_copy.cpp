@@ -8,8 +8,10 @@
 namespace agent {
 namespace {
 
-// Enough for a look at what the job is; a whole catalog may have gigabytes.
+// Enough for a look at what the job is; a whole catalog may have gigabytes. Of a small one the head
+// alone isn't worth a call.
 constexpr unsigned long long head_size = 0x10000;
+constexpr unsigned long long small_catalog = 0x400000;
 
 }  // namespace
 
@@ -19,7 +21,7 @@ long long Catalog_Copy::read_at(unsigned long long offset, char* data, unsigned 
   const std::lock_guard<std::mutex> guard(mutex_);
   std::string error;
   int tries = 0;
-  const bool from_head = !file_.is_open() && offset + size <= head_size;
+  const bool from_head = !file_.is_open() && size_ > small_catalog && offset + size <= head_size;
   while (!(from_head ? fetch_head(error) : fetch_all(error))) {
     if (rclone_.wait_for_retry(tries)) continue;
     note_trouble(name_ + ": " + error);
@@ -32,11 +34,10 @@ long long Catalog_Copy::read_at(unsigned long long offset, char* data, unsigned 
 }
 
 bool Catalog_Copy::fetch_head(std::string& error) {
-  const unsigned long long wanted = std::min(size_, head_size);
-  if (head_.size() == wanted) return true;
-  const Call_End end =
-      rclone_.run({"cat", "--count", std::to_string(wanted), rclone_.path(name_)}, &head_, error);
-  if (end == Call_End::done && head_.size() == wanted) return true;
+  if (head_.size() == head_size) return true;
+  const Call_End end = rclone_.run(
+      {"cat", "--count", std::to_string(head_size), rclone_.path(name_)}, &head_, error);
+  if (end == Call_End::done && head_.size() == head_size) return true;
   if (end == Call_End::done) error = "rclone: the object ends too early";
   return false;
 }
