@@ -90,13 +90,16 @@ class Copy {
   bool choose(std::string& error) {
     std::vector<MTF::Job_Pieces> found;
     if (!MTF::find_jobs(from_, options_.job.stem, found, error)) return false;
-    for (const MTF::Job_Pieces& job : found) jobs_.push_back(facts_of(from_, job));
-    chosen_.insert(options_.seqs.begin(), options_.seqs.end());
     for (const unsigned int seq : options_.seqs) {
-      if (has(seq)) continue;
+      const bool there = std::any_of(found.begin(), found.end(), [&](const MTF::Job_Pieces& job) {
+        return job.seq == seq && job.complete;
+      });
+      if (there) continue;
       error = "there is no complete " + title(seq);
       return false;
     }
+    for (const MTF::Job_Pieces& job : found) jobs_.push_back(facts_of(from_, job));
+    chosen_.insert(options_.seqs.begin(), options_.seqs.end());
     for (auto job = jobs_.rbegin(); job != jobs_.rend(); ++job) choose(*job);
     if (!chosen_.empty()) return true;
     error = "there is no complete job of '" + options_.job.stem + "'";
