@@ -119,8 +119,9 @@ bool Remote_Lock::find(Rclone& rclone, const std::string& stem, const std::strin
     one.age = now - seconds_of(object.changed);
     std::string text;
     const Call_End end = rclone.run({"cat", rclone.path(object.name)}, &text, error);
-    if (end == Call_End::missing) continue;  // given back since
     if (end == Call_End::failed) return false;
+    // Given back since. Some kinds of remote take its name for that of an empty directory then.
+    if (end == Call_End::missing || (text.empty() && object.size != 0)) continue;
     if (!Lock_Holder::parse(text, one.holder)) one.holder.host = "unknown";
     found.push_back(std::move(one));
   }

@@ -183,6 +183,13 @@ TEST_F(Remote, LocksOfTheDeadAreTakenOver) {
   }
 }
 
+TEST_F(Remote, ALockThatWasGivenBackMeanwhileIsNone) {
+  ASSERT_EQ(save().code, 0);
+  write_file(storage("demo.lock.0"), "holder");
+  replace_engine("case \"$*\" in cat*.lock.*) exit 0;; esac\nexec \"$real\" \"$@\"\n");
+  EXPECT_EQ(save({}, "incremental").code, 0);
+}
+
 TEST_F(Remote, SecretsInItsNameAreNotRepeated) {
   for (const char* place :
        {"rclone::s3,secret_access_key=hidden:b", "rclone:r,pass=hidden:b", "rclone:hidden"}) {
