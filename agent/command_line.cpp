@@ -138,8 +138,11 @@ int run(const std::vector<std::string>& arguments, Console& console) {
     std::string text = line.text;
     if (!text.empty()) text.pop_back();
     if (line.command) {
-      const int code = line.command(console);
-      for (const std::string& trouble : take_troubles()) console.note("error: " + trouble);
+      int code = line.command(console);
+      for (const std::string& trouble : take_troubles()) {
+        console.note("error: " + trouble);
+        if (code == exit_done) code = exit_failed;
+      }
       if (console.finish()) return code;
       console.note("error: the output could not be written");
       return exit_failed;

@@ -134,6 +134,7 @@ std::unique_ptr<platform::Child_Process> Rclone::start(const std::vector<std::st
   if (call->start(setup)) return call;
   error = errno == ENOENT ? "rclone, which serves this storage, isn't installed"
                           : error_text("rclone can't be started", errno);
+  note_failure(error, true);  // the next would fail as well
   return nullptr;
 }
 
