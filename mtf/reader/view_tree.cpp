@@ -293,7 +293,8 @@ void View_Tree::join_names(IPiece_Store& store, const Job_Pieces& job) {
 }
 
 View_Tree::Number View_Tree::read_first_name(Link_Targets& targets, const View_Node& node) const {
-  const Job_Entry entry{node.type, {}, node.size, 0, node.seq, node.channel, node.address, false, {}};
+  const Job_Entry entry{node.type,    {},           node.size, 0, node.seq,
+                        node.channel, node.address, false,     {}};
   std::string path;
   std::string why;
   if (!targets.find(entry, path, why)) return root;
