@@ -79,6 +79,29 @@ wait_for() { # wait_for COMMAND...: half a minute at most
   done
 }
 
+# runs NAME: whether that process is there. A number may have gone to another one since.
+runs() {
+  case $(tr '\0' ' ' 2>/dev/null <"/proc/$(cat "$dir/$1.id")/cmdline" || true) in
+    *"$dir/ceph.conf"*) ;;
+    *) return 1 ;;
+  esac
+}
+
+osd_is_up() { timeout 20 ceph -c "$dir/ceph.conf" osd stat 2>>"$dir/log" | grep -q '1 up'; }
+
+osd_is_up_or_ended() { osd_is_up || ! runs osd; }
+
+# On a busy machine it may ask the monitor for its place before it has the monitor's map. Then it
+# ends with "wrong fsid".
+start_osd() {
+  for _ in 1 2 3 4 5; do
+    start osd ceph-osd -i 0
+    wait_for osd_is_up_or_ended
+    if osd_is_up; then return; fi
+  done
+  return 1
+}
+
 start_gateway() {
   start gateway radosgw -n client.rgw
   # shellcheck disable=SC2016 # Perl's, not the shell's
@@ -95,7 +118,7 @@ start_store() {
   id=$(cat /proc/sys/kernel/random/uuid)
   ceph_on osd new "$id" 0
   quietly ceph-osd -c "$dir/ceph.conf" -i 0 --mkfs --osd-uuid "$id"
-  start osd ceph-osd -i 0
+  start_osd
   start_gateway
   wait_for timeout 20 radosgw-admin -c "$dir/ceph.conf" user create --uid tests \
     --display-name tests --access-key tests --secret-key tests-secret
@@ -123,11 +146,7 @@ END
 down() {
   for name in gateway osd mon; do
     [ -f "$dir/$name.id" ] || continue
-    id=$(cat "$dir/$name.id")
-    # A number may have gone to another process since.
-    case $(tr '\0' ' ' 2>/dev/null <"/proc/$id/cmdline" || true) in
-      *"$dir/ceph.conf"*) kill -9 "$id" 2>/dev/null || true ;;
-    esac
+    if runs "$name"; then kill -9 "$(cat "$dir/$name.id")" 2>/dev/null || true; fi
   done
   if [ -f "$dir/ceph.conf" ]; then rm -rf "$dir"; fi
 }
