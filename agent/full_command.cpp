@@ -114,6 +114,7 @@ Full_Result save(const Full_Options& options, const Full_Plan& plan, void* pre_a
   if (started && (!result.done || result.canceled)) backup.remove_storage_file();
   // Behind the removal, which short memory must not prevent.
   result.err_msg = naming_error.empty() ? backup.err_msg() : naming_error;
+  if (!result.done && result.err_msg.empty()) result.err_msg = log->held_back();
   return result;
 }
 

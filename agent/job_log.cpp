@@ -68,6 +68,20 @@ bool Job_Log::is_told_better(const std::string& text) const {
          (walk_tells_ && starts_with(text, "Unsupported file type, path="));
 }
 
+// The job's result says why a media could not be written.
+bool Job_Log::hold_back(const std::string& text) {
+  const bool is_vague = starts_with(text, "Failed to write '") || text == "Failed to write media" ||
+                        starts_with(text, "Failed to execute backup task, ");
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (is_vague && held_back_.empty()) held_back_ = text;
+  return is_vague;
+}
+
+std::string Job_Log::held_back() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return held_back_;
+}
+
 // An incremental job's walk sends no events.
 bool Job_Log::tell_skip(const std::string& text) {
   json_spirit::Document document;
@@ -80,7 +94,7 @@ void Job_Log::show(ACE_Log_Record& record) {
   std::string text = record.msg_data() ? record.msg_data() : "";
   if (record.type() == LM_EMERGENCY) text = without_stack(text);
   while (!text.empty() && text.back() == '\n') text.pop_back();
-  if (is_told_better(text) || tell_skip(text)) return;
+  if (is_told_better(text) || hold_back(text) || tell_skip(text)) return;
   // Names hold any byte but NUL and a slash, line feeds included.
   const std::string line =
       (record.type() == LM_WARNING ? "warning: " : "error: ") + escape_name(with_native_path(text));

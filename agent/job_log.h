@@ -3,6 +3,7 @@
 
 #include <ace/Log_Msg_Callback.h>
 
+#include <mutex>
 #include <string>
 
 #include "agent/job_events.h"
@@ -12,6 +13,7 @@ namespace agent {
 
 // Shows lines from LM_WARNING on, one each, as "warning: ..." or "error: ..." with native paths. A
 // line about an entry that was left out is an event of `events`, so that each job tells it alike.
+// The lines that only pass a failure on are held back.
 class Job_Log final : public ACE_Log_Msg_Callback {
  public:
   // `notes` must outlive it. `walk_tells` says that events name what the walk leaves out, as in a
@@ -24,6 +26,9 @@ class Job_Log final : public ACE_Log_Msg_Callback {
 
   void log(ACE_Log_Record& record) override;
 
+  // The first line that was held back, for a failure that nothing else tells; else empty.
+  std::string held_back() const;
+
   // Takes the log lines of the calling thread for as long as the object lives. From then on no line
   // of the process goes anywhere else.
   void attach();
@@ -33,10 +38,13 @@ class Job_Log final : public ACE_Log_Msg_Callback {
   bool tell_skip(const std::string& text);
   // True for a line behind which another one names the entry.
   bool is_told_better(const std::string& text) const;
+  bool hold_back(const std::string& text);
 
   Notes& notes_;
   const bool walk_tells_;
   Job_Events* events_ = nullptr;
+  mutable std::mutex mutex_;  // for held_back_
+  std::string held_back_;
 };
 
 }  // namespace agent
