@@ -8,7 +8,7 @@
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 runs=5
-mb=1000
+mb=300
 while [ $# -gt 0 ]; do
   case $1 in
     --runs) runs=$2; shift 2 ;;
@@ -19,7 +19,8 @@ done
 
 scratch
 trap '"$root/scripts/remote.sh" down "$work/store" || true; rm -rf "$work"' EXIT
-"$root/scripts/remote.sh" up "$work/store" >"$work/up" || exit $?
+# The store keeps the room of deleted objects for hours.
+REMOTE_BYTES=17179869184 "$root/scripts/remote.sh" up "$work/store" >"$work/up" || exit $?
 export RCLONE_CONFIG=$work/store/rclone.conf RESTIC_PASSWORD=bench RESTIC_CACHE_DIR=$work/cache
 unset AWS_CA_BUNDLE http_proxy https_proxy HTTP_PROXY HTTPS_PROXY
 
