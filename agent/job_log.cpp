@@ -79,7 +79,7 @@ bool Job_Log::hold_back(const std::string& text) {
 
 std::string Job_Log::held_back() const {
   const std::lock_guard<std::mutex> guard(mutex_);
-  return held_back_;
+  return has_told_ ? "" : held_back_;
 }
 
 // An incremental job's walk sends no events.
@@ -99,6 +99,9 @@ void Job_Log::show(ACE_Log_Record& record) {
   const std::string line =
       (record.type() == LM_WARNING ? "warning: " : "error: ") + escape_name(with_native_path(text));
   notes_.add(line, kind_of(line));
+  if (record.type() == LM_WARNING) return;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  has_told_ = true;
 }
 
 void Job_Log::attach() {

@@ -26,7 +26,7 @@ class Job_Log final : public ACE_Log_Msg_Callback {
 
   void log(ACE_Log_Record& record) override;
 
-  // The first line that was held back, for a failure that nothing else tells; else empty.
+  // The first line that was held back, where no other told of an error; else empty.
   std::string held_back() const;
 
   // Takes the log lines of the calling thread for as long as the object lives. From then on no line
@@ -43,8 +43,9 @@ class Job_Log final : public ACE_Log_Msg_Callback {
   Notes& notes_;
   const bool walk_tells_;
   Job_Events* events_ = nullptr;
-  mutable std::mutex mutex_;  // for held_back_
+  mutable std::mutex mutex_;  // for the rest
   std::string held_back_;
+  bool has_told_ = false;  // of an error
 };
 
 }  // namespace agent
