@@ -35,8 +35,8 @@ long long Catalog_Copy::read_at(unsigned long long offset, char* data, unsigned 
 
 bool Catalog_Copy::fetch_head(std::string& error) {
   if (head_.size() == head_size) return true;
-  const Call_End end = rclone_.run(
-      {"cat", "--count", std::to_string(head_size), rclone_.path(name_)}, &head_, error);
+  head_.clear();
+  const Call_End end = rclone_.get(name_, 0, head_size, head_, error);
   if (end == Call_End::done && head_.size() == head_size) return true;
   if (end == Call_End::done) error = "rclone: the object ends too early";
   return false;
@@ -49,7 +49,8 @@ bool Catalog_Copy::fetch_all(std::string& error) {
     error = error_text("a working file in '" + escape_controls(tmp_) + '\'', errno);
     return false;
   }
-  const Call_End end = rclone_.run_with({"cat", rclone_.path(name_)}, nullptr, &file, error);
+  const auto take = [&](const char* data, std::size_t size) { return file.write_all(data, size); };
+  const Call_End end = rclone_.get_all(name_, take, error);
   if (end == Call_End::done && file.size() == static_cast<long long>(size_)) {
     file_ = std::move(file);
     return true;

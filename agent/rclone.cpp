@@ -2,23 +2,26 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <nlohmann/json.hpp>
 #include <thread>
 #include <utility>
 
+#include "agent/engine_words.h"
+#include "agent/random_id.h"
+#include "agent/rclone_server.h"
 #include "agent/text.h"
 
 namespace agent {
 namespace {
 
 constexpr const char* program = "rclone";
-// What rclone ends with where a directory or file isn't there.
-constexpr int exit_no_directory = 3;
-constexpr int exit_no_file = 4;
 // Seconds that a call may stand still while nothing comes from the remote, and while data goes
 // there: rclone is silent until it has sent the parts that it took.
 constexpr int patience = 300;
 constexpr int sending_patience = 900;
+constexpr int starting_patience = 60;
+constexpr int not_found = 404;
+constexpr const char* stopped_text = "the job was stopped";
 constexpr auto slow = std::chrono::seconds(30);
 constexpr int most_failures = 3;
 constexpr int most_tries = 3;
@@ -42,57 +45,57 @@ const std::vector<std::pair<std::string, std::string>>& defaults() {
   return all;
 }
 
-bool is_digits(const std::string& line, std::size_t at, const char* pattern) {
-  for (; *pattern != '\0'; ++pattern, ++at) {
-    if (at >= line.size()) return false;
-    const bool digit = line[at] >= '0' && line[at] <= '9';
-    if (*pattern == '0' ? !digit : line[at] != *pattern) return false;
-  }
-  return true;
+platform::Child_Setup new_setup() {
+  platform::Child_Setup setup;
+  setup.arguments = {program};
+  setup.defaults = defaults();
+  return setup;
 }
 
-constexpr const char* date_pattern = "0000/00/00 00:00:00 ";
-
-// Removes `start`, with the blanks behind it, from the beginning of `text`.
-void drop_start(std::string& text, const char* start) {
-  if (text.compare(0, std::strlen(start), start) != 0) return;
-  text.erase(0, std::min(text.find_first_not_of(" :", std::strlen(start)), text.size()));
+std::string start_fault() {
+  return errno == ENOENT ? "rclone, which serves this storage, isn't installed"
+                         : error_text("rclone can't be started", errno);
 }
 
-// Takes what may be a secret out of every address: all in front of the host and behind the path.
-void drop_secrets(std::string& text) {
-  for (std::size_t at = text.find("://"); at != std::string::npos; at = text.find("://", at)) {
-    at += 3;
-    std::size_t end = std::min(text.find_first_of(" \t\n\"'<>", at), text.size());
-    const std::size_t query = text.find_first_of("?#", at);
-    if (query < end) {
-      text.replace(query, end - query, "?...");
-      end = query;
-    }
-    const std::size_t host = text.rfind('@', end);
-    if (host != std::string::npos && host >= at && host < end) text.erase(at, host + 1 - at);
+std::string silence_text(int seconds, const std::string& words) {
+  const std::string text =
+      "rclone did nothing for " + count_text(static_cast<unsigned>(seconds), "second");
+  return words.empty() ? text : text + "; it last said: " + words;
+}
+
+// The line for a process that ended with `code`, -1 where a signal ended it.
+std::string end_text(const platform::Child_Process& process, int code) {
+  const std::string words = engine_words(process.said());
+  if (!words.empty()) return "rclone: " + words;
+  return code < 0 ? "rclone was killed" : "rclone ended with " + std::to_string(code);
+}
+
+// What the server answers in place of a result, else `words`, what it said meanwhile.
+std::string answer_text(const Http_Call& call, const std::string& words) {
+  const nlohmann::json answer = nlohmann::json::parse(call.answer(), nullptr, false);
+  const auto error = answer.is_object() ? answer.find("error") : answer.end();
+  if (error != answer.end() && error->is_string()) {
+    return "rclone: " + engine_words(error->get<std::string>());
   }
+  return words.empty() ? "rclone answered with " + std::to_string(call.status())
+                       : "rclone: " + words;
+}
+
+// The line for an answer that broke off. `words` are what the server said meanwhile.
+std::string break_text(const platform::Child_Process& server, const std::string& words) {
+  constexpr int time_to_end = 500;  // milliseconds in which the end of a process shows
+  if (!words.empty()) return "rclone: " + words;
+  return server.has_ended(time_to_end) ? "rclone was killed" : "rclone: the object ends too early";
+}
+
+Http_Call::Take append_to(std::string& out) {
+  return [&out](const char* data, std::size_t size) {
+    out.append(data, size);
+    return true;
+  };
 }
 
 }  // namespace
-
-std::string engine_words(const std::string& said) {
-  std::string message;
-  std::size_t at = 0;
-  while (at < said.size()) {
-    const std::size_t end = std::min(said.find('\n', at), said.size());
-    const std::string line = said.substr(at, end - at);
-    at = end + 1;
-    if (is_digits(line, 0, date_pattern)) {
-      message = line.substr(std::strlen(date_pattern));
-    } else if (line.find_first_not_of(" \t") != std::string::npos) {
-      message += (message.empty() ? "" : " ") + line.substr(line.find_first_not_of(" \t"));
-    }
-  }
-  for (const char* level : {"CRITICAL", "ERROR", "NOTICE"}) drop_start(message, level);
-  drop_secrets(message);
-  return escape_controls(message);
-}
 
 void stop_writing_calls() {
   writing_stopped = true;
@@ -109,33 +112,51 @@ std::vector<std::string> take_troubles() {
   return std::exchange(troubles, {});
 }
 
+Rclone::Rclone(std::string place) : place_(std::move(place)), remote_("mtf" + random_id()) {}
+
 std::string Rclone::path(const std::string& name) const {
   const bool needs_slash = place_.back() != ':' && place_.back() != '/';
-  return name.empty() ? place_ : place_ + (needs_slash ? "/" : "") + name;
+  return place_ + (needs_slash ? "/" : "") + name;
+}
+
+// An address can't hold every path; the remote that stands for the place has a plain name.
+std::string Rclone::object_path(const std::string& name) const {
+  return url_text('[' + remote_ + ":]") + '/' + url_text(name);
+}
+
+bool Rclone::may_call(std::string& error) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (given_up_) error = reason_;
+  return !given_up_;
 }
 
 std::unique_ptr<platform::Child_Process> Rclone::start(const std::vector<std::string>& arguments,
-                                                       platform::Child_Setup setup,
-                                                       std::string& error) {
-  {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    if (given_up_) {
-      error = reason_;
-      return nullptr;
-    }
-  }
-  const bool is_sending = setup.is_fed || setup.input != nullptr;
-  setup.arguments = {program};
+                                                       bool is_sending, std::string& error) {
+  if (!may_call(error)) return nullptr;
+  platform::Child_Setup setup = new_setup();
   setup.arguments.insert(setup.arguments.end(), arguments.begin(), arguments.end());
-  setup.defaults = defaults();
-  if (setup.patience == 0) setup.patience = is_sending ? sending_patience : patience;
+  setup.is_fed = is_sending;
+  setup.patience = is_sending ? sending_patience : patience;
   if (is_sending) setup.canceled = &writing_stopped;
-  auto call = std::make_unique<platform::Child_Process>();
-  if (call->start(setup)) return call;
-  error = errno == ENOENT ? "rclone, which serves this storage, isn't installed"
-                          : error_text("rclone can't be started", errno);
+  auto stream = std::make_unique<platform::Child_Process>();
+  if (stream->start(setup)) return stream;
+  error = start_fault();
   note_failure(error, true);  // the next would fail as well
   return nullptr;
+}
+
+std::unique_ptr<platform::Child_Process> Rclone::start_writing(const std::string& name,
+                                                               std::string& error) {
+  return start({"rcat", path(name)}, true, error);
+}
+
+std::unique_ptr<platform::Child_Process> Rclone::start_reading(const std::string& name,
+                                                               unsigned long long offset,
+                                                               unsigned long long count,
+                                                               std::string& error) {
+  return start(
+      {"cat", "--offset", std::to_string(offset), "--count", std::to_string(count), path(name)},
+      false, error);
 }
 
 bool Rclone::wait_for_retry(int& tries) const {
@@ -149,92 +170,157 @@ void Rclone::note_progress() {
   failures_ = 0;
 }
 
-void Rclone::note_failure(const std::string& error, bool was_slow) {
+void Rclone::note_failure(const std::string& error, bool ends_all) {
   const std::lock_guard<std::mutex> guard(mutex_);
-  if (given_up_ || (!was_slow && ++failures_ < most_failures)) return;
+  if (given_up_ || (!ends_all && ++failures_ < most_failures)) return;
   reason_ = error;
   given_up_ = true;
 }
 
-std::string Rclone::end_text(const platform::Child_Process& call, int code) const {
-  const std::string words = engine_words(call.said());
-  if (!words.empty()) return "rclone: " + words;
-  return code < 0 ? "rclone was killed" : "rclone ended with " + std::to_string(code);
-}
-
-std::string Rclone::broken(platform::Child_Process& call) {
+std::string Rclone::broken(platform::Child_Process& stream) {
   const int reason = errno;
-  const bool was_slow = call.idle() > slow;
+  const bool was_slow = stream.idle() > slow;
   std::string error = error_text("rclone", reason);
   int code = 0;
   // It takes no more: it has ended, or is about to, and says why.
-  if (reason == EPIPE && call.finish(code)) {
-    error = end_text(call, code);
+  if (reason == EPIPE && stream.finish(code)) {
+    error = end_text(stream, code);
     note_failure(error, was_slow);
   } else if (reason == ECANCELED) {
-    error = "the job was stopped";
+    error = stopped_text;
   } else if (reason == ETIMEDOUT) {
-    const std::string words = engine_words(call.said());
-    error =
-        "rclone did nothing for " + count_text(static_cast<unsigned>(call.patience()), "second");
-    if (!words.empty()) error += "; it last said: " + words;
+    error = silence_text(stream.patience(), engine_words(stream.said()));
     note_failure(error, true);
   }
-  call.stop();
+  stream.stop();
   return error;
 }
 
-Call_End Rclone::finish(platform::Child_Process& call, std::string& error) {
-  const bool was_slow = call.idle() > slow;
+Call_End Rclone::finish(platform::Child_Process& stream, std::string& error) {
+  const bool was_slow = stream.idle() > slow;
   int code = 0;
-  if (!call.finish(code)) {
-    error = broken(call);
+  if (!stream.finish(code)) {
+    error = broken(stream);
     return Call_End::failed;
   }
   if (code == 0) {
     note_progress();
     return Call_End::done;
   }
-  error = end_text(call, code);
-  if (code == exit_no_directory || code == exit_no_file) return Call_End::missing;
-  note_failure(error, was_slow || call.idle() > slow);
+  error = end_text(stream, code);
+  note_failure(error, was_slow || stream.idle() > slow);
   return Call_End::failed;
 }
 
-Call_End Rclone::run(const std::vector<std::string>& arguments, std::string* out,
-                     std::string& error) {
-  const auto call = start(arguments, {}, error);
-  if (call == nullptr) return Call_End::failed;
-  std::vector<char> bytes(std::size_t{1} << 16);
-  if (out != nullptr) out->clear();
-  long long count;
-  while ((count = call->read(bytes.data(), bytes.size())) > 0) {
-    if (out != nullptr) out->append(bytes.data(), static_cast<std::size_t>(count));
+// The server, which is started where none runs; null if that fails.
+Rclone::Server Rclone::server(std::string& error) {
+  if (!may_call(error)) return nullptr;
+  const std::lock_guard<std::mutex> guard(server_mutex_);
+  if (server_ != nullptr && !server_->process().has_ended(0)) return server_;
+  auto started = std::make_shared<Rclone_Server>();
+  platform::Child_Setup setup = new_setup();
+  setup.patience = starting_patience;
+  if (started->start(setup, remote_, place_)) return server_ = std::move(started);
+  const std::string fault = start_fault();
+  const std::string words = engine_words(started->process().said());
+  error = words.empty() ? fault : "rclone: " + words;
+  note_failure(error, true);
+  return nullptr;
+}
+
+void Rclone::drop(const Server& server) {
+  const std::lock_guard<std::mutex> guard(server_mutex_);
+  if (server_ == server) server_.reset();
+}
+
+Call_End Rclone::serve(const std::string& path, const Prepare& prepare, const Http_Call::Take& take,
+                       int seconds, std::string& error) {
+  const Server server = this->server(error);
+  if (server == nullptr) return Call_End::failed;
+  const long long said = server->process().said_size();
+  const auto words = [&] { return engine_words(server->process().said(said)); };
+  Http_Call call(server->url() + path, server->login());
+  prepare(call);
+  const Http_End end = call.run(seconds, call.is_upload() ? &writing_stopped : nullptr, take);
+  if (end == Http_End::answered && call.is_done()) {
+    note_progress();
+    return Call_End::done;
   }
-  if (count == 0) return finish(*call, error);
-  error = broken(*call);
+  switch (end) {
+    case Http_End::answered:
+      error = answer_text(call, words());
+      if (call.status() == not_found) return Call_End::missing;
+      break;
+    case Http_End::canceled:
+      error = stopped_text;
+      return Call_End::failed;
+    case Http_End::not_taken:
+      error = error_text("a working file", errno);
+      return Call_End::failed;
+    case Http_End::timed_out:
+      error = silence_text(seconds, words());
+      drop(server);
+      break;
+    case Http_End::broken:
+      error = break_text(server->process(), words());
+  }
+  note_failure(error, end == Http_End::timed_out || call.longest_idle() > slow);
   return Call_End::failed;
+}
+
+Call_End Rclone::list(std::vector<Remote_Object>& objects, std::string& error) {
+  const nlohmann::json request = {{"fs", remote_ + ':'},
+                                  {"remote", ""},
+                                  {"opt", {{"filesOnly", true}, {"noMimeType", true}}},
+                                  {"_config", {{"UseServerModTime", true}}}};
+  std::string listing;
+  const Call_End end = serve(
+      "operations/list", [&](Http_Call& call) { call.send_json(request.dump()); },
+      append_to(listing), patience, error);
+  if (end != Call_End::done || parse_listing(listing, objects)) return end;
+  error = "what rclone lists can't be read";
+  return Call_End::failed;
+}
+
+Call_End Rclone::upload(const Prepare& prepare, int seconds, std::string& error) {
+  std::string answer;
+  return serve("operations/uploadfile?fs=" + url_text(remote_ + ':') + "&remote=", prepare,
+               append_to(answer), seconds, error);
 }
 
 Call_End Rclone::put(const std::string& name, const std::string& text, std::string& error) {
-  platform::Child_Setup setup;
-  setup.is_fed = true;
-  setup.patience = patience;
-  const auto call = start({"rcat", path(name)}, setup, error);
-  if (call == nullptr) return Call_End::failed;
-  if (call->write(text.data(), text.size())) return finish(*call, error);
-  error = broken(*call);
-  return Call_End::failed;
+  return upload([&](Http_Call& call) { call.send_text(name, text); }, patience, error);
 }
 
-Call_End Rclone::run_with(const std::vector<std::string>& arguments,
-                          const platform::Piece_File* input, const platform::Piece_File* output,
-                          std::string& error) {
-  platform::Child_Setup setup;
-  setup.input = input;
-  setup.output = output;
-  const auto call = start(arguments, setup, error);
-  return call == nullptr ? Call_End::failed : finish(*call, error);
+Call_End Rclone::put_file(const std::string& name, platform::Piece_File& file, std::string& error) {
+  return upload([&](Http_Call& call) { call.send_file(name, file); }, sending_patience, error);
+}
+
+Call_End Rclone::get(const std::string& name, unsigned long long offset, unsigned long long count,
+                     std::string& out, std::string& error) {
+  const std::size_t most = out.size() + count;
+  const auto take = [&](const char* data, std::size_t size) {
+    errno = EPROTO;
+    if (size > most - out.size()) return false;
+    out.append(data, size);
+    return true;
+  };
+  return serve(
+      object_path(name), [&](Http_Call& call) { call.ask_for(offset, count); }, take, patience,
+      error);
+}
+
+Call_End Rclone::get_all(const std::string& name, const Http_Call::Take& take, std::string& error) {
+  return serve(
+      object_path(name), [](Http_Call&) {}, take, patience, error);
+}
+
+Call_End Rclone::remove(const std::string& name, std::string& error) {
+  const nlohmann::json request = {{"fs", remote_ + ':'}, {"remote", name}};
+  std::string answer;
+  return serve(
+      "operations/deletefile", [&](Http_Call& call) { call.send_json(request.dump()); },
+      append_to(answer), patience, error);
 }
 
 }  // namespace agent

@@ -7,42 +7,56 @@
 #include <string>
 #include <vector>
 
+#include "agent/http_call.h"
+#include "agent/remote_objects.h"
 #include "platform/child_process.h"
 
 namespace agent {
 
+class Rclone_Server;
+
 // How a call ended.
 enum class Call_End { done, missing, failed };
 
-// May be used from several threads.
+// Streams have a process each; what is small goes through one process, which the first such call
+// starts. A failure comes with a line for the user in `error`. May be used from several threads.
 class Rclone {
  public:
   // `place` is "REMOTE:PATH".
-  explicit Rclone(std::string place) : place_(std::move(place)) {}
+  explicit Rclone(std::string place);
 
-  // "REMOTE:PATH/NAME"; the place itself for an empty name.
-  std::string path(const std::string& name) const;
-
-  // Starts a call with these arguments; null, with a line for the user, if that fails.
-  // `setup` says what the call is connected with; the rest of it is set here.
-  std::unique_ptr<platform::Child_Process> start(const std::vector<std::string>& arguments,
-                                                 platform::Child_Setup setup, std::string& error);
-
-  // Waits for the end of a call. Unless it went well, `error` is a line for the user.
-  Call_End finish(platform::Child_Process& call, std::string& error);
+  // All objects of the place itself, with the time of their last change by the remote's clock.
+  Call_End list(std::vector<Remote_Object>& objects, std::string& error);
 
   // Writes the short text of a mark or a lock as the object `name`.
   Call_End put(const std::string& name, const std::string& text, std::string& error);
 
-  // The line for a call that failed with errno while it was read or written; the call is ended.
-  std::string broken(platform::Child_Process& call);
+  // Writes a file as the object `name`.
+  Call_End put_file(const std::string& name, platform::Piece_File& file, std::string& error);
 
-  // A whole call; `out` takes what it prints, and may be null.
-  Call_End run(const std::vector<std::string>& arguments, std::string* out, std::string& error);
+  // Appends `count` bytes from `offset`, all inside the object; some of them also if it fails.
+  Call_End get(const std::string& name, unsigned long long offset, unsigned long long count,
+               std::string& out, std::string& error);
 
-  // A whole call that reads the file `input`, or writes `output`.
-  Call_End run_with(const std::vector<std::string>& arguments, const platform::Piece_File* input,
-                    const platform::Piece_File* output, std::string& error);
+  // Gives all of an object to `take`, which leaves errno where it fails.
+  Call_End get_all(const std::string& name, const Http_Call::Take& take, std::string& error);
+
+  Call_End remove(const std::string& name, std::string& error);
+
+  // Starts a stream that writes the object `name`, or reads `count` bytes of it; null if that
+  // fails.
+  std::unique_ptr<platform::Child_Process> start_writing(const std::string& name,
+                                                         std::string& error);
+  std::unique_ptr<platform::Child_Process> start_reading(const std::string& name,
+                                                         unsigned long long offset,
+                                                         unsigned long long count,
+                                                         std::string& error);
+
+  // Waits for the end of a stream.
+  Call_End finish(platform::Child_Process& stream, std::string& error);
+
+  // The line for a stream that failed with errno while it was read or written; it is ended.
+  std::string broken(platform::Child_Process& stream);
 
   // True once calls are refused: the remote was silent for too long, or failed again and again.
   bool is_given_up() const { return given_up_; }
@@ -55,23 +69,34 @@ class Rclone {
   void note_progress();
 
  private:
-  void note_failure(const std::string& error, bool was_slow);
-  std::string end_text(const platform::Child_Process& call, int code) const;
+  using Server = std::shared_ptr<Rclone_Server>;
+  using Prepare = std::function<void(Http_Call&)>;
+
+  bool may_call(std::string& error);
+  Server server(std::string& error);
+  void drop(const Server& server);
+  std::string path(const std::string& name) const;
+  std::string object_path(const std::string& name) const;
+  std::unique_ptr<platform::Child_Process> start(const std::vector<std::string>& arguments,
+                                                 bool is_sending, std::string& error);
+  Call_End serve(const std::string& path, const Prepare& prepare, const Http_Call::Take& take,
+                 int patience, std::string& error);
+  Call_End upload(const Prepare& prepare, int patience, std::string& error);
+  void note_failure(const std::string& error, bool ends_all);
 
   const std::string place_;
+  const std::string remote_;  // a remote that stands for the place: "NAME:"
   std::atomic<bool> given_up_{false};
   std::mutex mutex_;
   std::string reason_;  // why calls are refused
   int failures_ = 0;    // one behind the other
+  std::mutex server_mutex_;
+  Server server_;
 };
 
 // Ends the waiting of every call that writes data, now and later, as a job that is stopped needs no
 // more of it. For signal handlers too.
 void stop_writing_calls();
-
-// The last message in what rclone said, as one line: without its date, and without what may be a
-// secret in an address.
-std::string engine_words(const std::string& said);
 
 // Lines about reads that failed, for the end of a command; each is kept once.
 void note_trouble(const std::string& line);

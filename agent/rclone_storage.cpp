@@ -154,19 +154,20 @@ bool Rclone_Storage::identity(std::string& out, std::string&) const {
 }
 
 bool Rclone_Storage::look(bool may_be_missing, std::string& error) {
-  std::string listing, why;
-  const Call_End end = rclone_.run(
-      {"lsjson", "--files-only", "--no-mimetype", "--no-modtime", rclone_.path({})}, &listing, why);
-  if (end == Call_End::missing && may_be_missing) listing = "[]";
+  std::vector<Remote_Object> objects;
+  std::string why;
+  const Call_End end = rclone_.list(objects, why);
   if (end == Call_End::failed || (end == Call_End::missing && !may_be_missing)) {
     return fail(why, error);
   }
-  std::vector<Remote_Object> objects;
-  if (!parse_listing(listing, objects)) return fail("what rclone lists can't be read", error);
+  keep(std::move(objects));
+  return true;
+}
+
+void Rclone_Storage::keep(std::vector<Remote_Object> objects) {
   const std::lock_guard<std::mutex> guard(mutex_);
   objects_ = std::move(objects);
   find_pieces();
-  return true;
 }
 
 // What counts among the objects. The caller holds the mutex.
@@ -196,9 +197,10 @@ bool Rclone_Storage::open_for_job(const std::string& stem, bool make, std::strin
   std::string why;
   // Nothing is written where nothing is to be made.
   if (!make && !look(false, error)) return false;
-  if (!lock_.take(stem, why)) return fail(why, error);
-  // Another job may have changed something until the lock was ours.
-  return look(make, error) && remove_unfinished(stem, error);
+  std::vector<Remote_Object> objects;
+  if (!lock_.take(stem, objects, why)) return fail(why, error);
+  keep(std::move(objects));
+  return remove_unfinished(stem, error);
 }
 
 bool Rclone_Storage::unlock(const std::string& stem, std::vector<std::string>& lines,
@@ -227,8 +229,7 @@ bool Rclone_Storage::remove_marked(const Mark& mark, std::string& error) {
 
 bool Rclone_Storage::remove_object(const std::string& name, std::string& error) {
   std::string why;
-  return rclone_.run({"deletefile", rclone_.path(name)}, nullptr, why) == Call_End::done ||
-         fail(name + ": " + why, error);
+  return rclone_.remove(name, why) == Call_End::done || fail(name + ": " + why, error);
 }
 
 bool Rclone_Storage::list(std::vector<Stored_Piece>& pieces, std::string& error) {
@@ -294,10 +295,8 @@ std::unique_ptr<IPiece_Sink> Rclone_Storage::create(const std::string& name, std
     return Mark{piece.stem, piece.seq, {}}.covers(each.first);
   });
   if (!put_mark({piece.stem, piece.seq, joins ? name : ""}, error)) return nullptr;
-  platform::Child_Setup setup;
-  setup.is_fed = true;
   std::string why;
-  auto call = rclone_.start({"rcat", rclone_.path(name)}, setup, why);
+  auto call = rclone_.start_writing(name, why);
   if (call != nullptr) return std::make_unique<Media_Sink>(*this, name, std::move(call));
   fail(why, error);
   return nullptr;
@@ -324,8 +323,7 @@ bool Rclone_Storage::send_catalog(const std::string& name, std::string& error) {
   const auto found = catalogs_.find(name);
   if (found == catalogs_.end()) return true;
   std::string why;
-  return rclone_.run_with({"rcat", rclone_.path(name)}, &found->second, nullptr, why) ==
-             Call_End::done ||
+  return rclone_.put_file(name, found->second, why) == Call_End::done ||
          fail(name + ": " + why, error);
 }
 

@@ -49,6 +49,7 @@ class Rclone_Storage final : public IStorage {
   };
 
   bool look(bool may_be_missing, std::string& error);
+  void keep(std::vector<Remote_Object> objects);
   void find_pieces();
   void forget(const std::string& name);
   bool remove_object(const std::string& name, std::string& error);

@@ -1,14 +1,16 @@
 #include "agent/remote_lock.h"
 
+#include <algorithm>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <random>
 
+#include "agent/random_id.h"
 #include "agent/text.h"
 #include "platform/host.h"
 #include "platform/process.h"
+#include "services/no_throw.h"
 
 namespace agent {
 namespace {
@@ -21,11 +23,9 @@ std::string lock_start(const std::string& stem) {
   return stem + ".lock.";
 }
 
-std::string new_id() {
-  std::random_device random;
-  char text[20];
-  std::snprintf(text, sizeof text, "%08x%08x", random(), random());
-  return text;
+bool is_lock(const Remote_Object& object, const std::string& stem) {
+  const std::string start = lock_start(stem);
+  return object.name.compare(0, start.size(), start) == 0;
 }
 
 // Seconds since 1970 of "2026-11-23T14:59:21.93Z" or "...+01:00"; -1 for anything else.
@@ -91,49 +91,46 @@ std::string Lock_Holder::title() const {
 }
 
 bool Remote_Lock::find(Rclone& rclone, const std::string& stem, const std::string& own,
-                       std::vector<Found>& found, std::string& error) {
-  std::string listing;
-  std::vector<Remote_Object> objects;
-  const std::string start = lock_start(stem);
-  if (rclone.run({"lsjson", "--files-only", "--no-mimetype", "--use-server-modtime", "--include",
-                  '/' + start + '*', rclone.path({})},
-                 &listing, error) != Call_End::done) {
-    return false;
-  }
-  if (!parse_listing(listing, objects)) {
-    error = "what rclone lists can't be read";
-    return false;
-  }
-  long long now = -1;
-  for (const Remote_Object& object : objects) {
-    if (object.name == own) now = seconds_of(object.changed);
-  }
+                       std::vector<Remote_Object>& objects, std::vector<Found>& found,
+                       std::string& error) {
+  if (rclone.list(objects, error) != Call_End::done) return false;
+  const auto mine = std::find_if(objects.begin(), objects.end(),
+                                 [&](const Remote_Object& each) { return each.name == own; });
+  const long long now = mine != objects.end() ? seconds_of(mine->changed) : -1;
   if (now < 0) {
     error = "the lock that was just written isn't there";
     return false;
   }
-  for (const Remote_Object& object : objects) {
-    if (object.name == own || object.name.compare(0, start.size(), start) != 0) continue;
-    Found one;
-    one.object = object.name;
-    one.age = now - seconds_of(object.changed);
-    std::string text;
-    const Call_End end = rclone.run({"cat", rclone.path(object.name)}, &text, error);
-    if (end == Call_End::failed) return false;
-    // Given back since. Some kinds of remote take its name for that of an empty directory then.
-    if (end == Call_End::missing || (text.empty() && object.size != 0)) continue;
-    if (!Lock_Holder::parse(text, one.holder)) one.holder.host = "unknown";
-    found.push_back(std::move(one));
-  }
-  return true;
+  return std::all_of(objects.begin(), objects.end(), [&](const Remote_Object& each) {
+    return each.name == own || !is_lock(each, stem) ||
+           find_holder(rclone, each.name, found, now - seconds_of(each.changed), error);
+  });
+}
+
+// One that was given back since is none.
+bool Remote_Lock::find_holder(Rclone& rclone, const std::string& object, std::vector<Found>& found,
+                              long long age, std::string& error) {
+  constexpr std::size_t most_text = 0x10000;
+  Found one{object, {}, age};
+  std::string text;
+  const auto take = [&](const char* data, std::size_t size) {
+    text.append(data, std::min(size, most_text - text.size()));
+    return true;
+  };
+  const Call_End end = rclone.get_all(object, take, error);
+  if (end == Call_End::missing) return true;
+  if (!Lock_Holder::parse(text, one.holder)) one.holder.host = "unknown";
+  found.push_back(std::move(one));
+  return end == Call_End::done;
 }
 
 bool Remote_Lock::write(std::string& error) {
   return rclone_.put(object_, text_, error) == Call_End::done;
 }
 
-bool Remote_Lock::take(const std::string& stem, std::string& error) {
-  object_ = lock_start(stem) + new_id();
+bool Remote_Lock::take(const std::string& stem, std::vector<Remote_Object>& objects,
+                       std::string& error) {
+  object_ = lock_start(stem) + random_id();
   text_ = Lock_Holder::own().text();
   if (!write(error)) {
     object_.clear();
@@ -141,15 +138,20 @@ bool Remote_Lock::take(const std::string& stem, std::string& error) {
   }
   released_ = false;
   renewer_ = std::thread([this] { renew_until_released(); });
-  if (step_over(stem, error)) return true;
+  if (step_over(stem, objects, error)) return true;
   release();
   return false;
 }
 
-// Removes dead locks; false beside a living one.
-bool Remote_Lock::step_over(const std::string& stem, std::string& error) {
+// Removes dead locks; false beside a living one. Whoever had one may have changed something since
+// the listing.
+bool Remote_Lock::step_over(const std::string& stem, std::vector<Remote_Object>& objects,
+                            std::string& error) {
   std::vector<Found> found;
-  if (!find(rclone_, stem, object_, found, error)) return false;
+  if (!find(rclone_, stem, object_, objects, found, error)) return false;
+  const bool was_shared = std::any_of(
+      objects.begin(), objects.end(),
+      [&](const Remote_Object& each) { return each.name != object_ && is_lock(each, stem); });
   for (const Found& each : found) {
     if (!each.holder.is_gone() && each.age < stale_after) {
       error = "a job of '" + stem + "' is running: " + each.holder.title() + ", last heard of " +
@@ -159,11 +161,13 @@ bool Remote_Lock::step_over(const std::string& stem, std::string& error) {
     }
   }
   for (const Found& each : found) {
-    if (rclone_.run({"deletefile", rclone_.path(each.object)}, nullptr, error) != Call_End::done) {
-      return false;
-    }
+    if (rclone_.remove(each.object, error) == Call_End::failed) return false;
   }
-  return true;
+  return !was_shared || rclone_.list(objects, error) == Call_End::done;
+}
+
+Remote_Lock::~Remote_Lock() {
+  release();
 }
 
 void Remote_Lock::release() {
@@ -174,8 +178,10 @@ void Remote_Lock::release() {
   }
   changed_.notify_all();
   if (renewer_.joinable()) renewer_.join();
-  std::string error;  // what stays is found dead by the next
-  rclone_.run({"deletefile", rclone_.path(object_)}, nullptr, error);
+  MTF::no_throw("Remote_Lock", Call_End::failed, [&] {
+    std::string error;  // what stays is found dead by the next
+    return rclone_.remove(object_, error);
+  });
   object_.clear();
 }
 
@@ -183,9 +189,11 @@ void Remote_Lock::renew_until_released() {
   std::unique_lock<std::mutex> lock(mutex_);
   while (!changed_.wait_for(lock, renewal, [this] { return released_; })) {
     lock.unlock();
-    std::string error;  // the end of the job looks whether the lock is still there
-    text_ = Lock_Holder::own().text();
-    write(error);
+    MTF::no_throw("Remote_Lock", false, [&] {
+      std::string error;  // the end of the job looks whether the lock is still there
+      text_ = Lock_Holder::own().text();
+      return write(error);
+    });
     lock.lock();
   }
 }
@@ -200,14 +208,15 @@ bool Remote_Lock::is_among(const std::vector<Remote_Object>& objects) const {
 bool Remote_Lock::unlock(Rclone& rclone, const std::string& stem, std::vector<std::string>& lines,
                          std::string& error) {
   Remote_Lock probe(rclone);
-  probe.object_ = lock_start(stem) + new_id();
+  probe.object_ = lock_start(stem) + random_id();
   probe.text_ = Lock_Holder::own().text();
   if (!probe.write(error)) {
     probe.object_.clear();
     return false;
   }
+  std::vector<Remote_Object> objects;
   std::vector<Found> found;
-  if (!find(rclone, stem, probe.object_, found, error)) return false;
+  if (!find(rclone, stem, probe.object_, objects, found, error)) return false;
   bool done = true;
   for (const Found& each : found) {
     const bool gone = each.holder.is_gone();
@@ -218,8 +227,7 @@ bool Remote_Lock::unlock(Rclone& rclone, const std::string& stem, std::vector<st
       error = "the lock of " + each.holder.title() + ago + " is held: " +
               (here ? "its process is alive" : "try again when it was silent for three minutes");
       done = false;
-    } else if (rclone.run({"deletefile", rclone.path(each.object)}, nullptr, error) ==
-               Call_End::done) {
+    } else if (rclone.remove(each.object, error) != Call_End::failed) {
       lines.push_back("removed the lock of " + each.holder.title() + ago);
     } else {
       done = false;

@@ -40,11 +40,12 @@ class Remote_Lock {
  public:
   // `rclone` must outlive it.
   explicit Remote_Lock(Rclone& rclone) : rclone_(rclone) {}
-  ~Remote_Lock() { release(); }
+  ~Remote_Lock();
   Remote_Lock(const Remote_Lock&) = delete;
   Remote_Lock& operator=(const Remote_Lock&) = delete;
 
-  bool take(const std::string& stem, std::string& error);
+  // `objects` are all of the place, as they are once the lock is held.
+  bool take(const std::string& stem, std::vector<Remote_Object>& objects, std::string& error);
   void release();
 
   bool is_held() const { return !object_.empty(); }
@@ -65,9 +66,12 @@ class Remote_Lock {
   };
 
   static bool find(Rclone& rclone, const std::string& stem, const std::string& own,
-                   std::vector<Found>& found, std::string& error);
+                   std::vector<Remote_Object>& objects, std::vector<Found>& found,
+                   std::string& error);
+  static bool find_holder(Rclone& rclone, const std::string& object, std::vector<Found>& found,
+                          long long age, std::string& error);
   bool write(std::string& error);
-  bool step_over(const std::string& stem, std::string& error);
+  bool step_over(const std::string& stem, std::vector<Remote_Object>& objects, std::string& error);
   void renew_until_released();
 
   Rclone& rclone_;

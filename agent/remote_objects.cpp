@@ -25,9 +25,12 @@ bool cut_ending(const std::string& name, const std::string& ending, std::string&
 
 bool parse_listing(const std::string& json, std::vector<Remote_Object>& objects) {
   objects.clear();
-  const nlohmann::json list = nlohmann::json::parse(json, nullptr, false);
-  if (!list.is_array()) return false;
-  for (const nlohmann::json& each : list) {
+  const nlohmann::json document = nlohmann::json::parse(json, nullptr, false);
+  const auto list = document.is_object() ? document.find("list") : document.end();
+  if (list == document.end()) return false;
+  if (list->is_null()) return true;
+  if (!list->is_array()) return false;
+  for (const nlohmann::json& each : *list) {
     const auto name = each.find("Name");
     if (name == each.end() || !name->is_string()) return false;
     Remote_Object object;

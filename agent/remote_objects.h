@@ -10,10 +10,10 @@ struct Remote_Object {
   std::string name;
   unsigned long long size = 0;
   bool sized = false;   // some kinds of remote don't tell the size
-  std::string changed;  // as the remote tells it, in UTC; empty where it wasn't asked for
+  std::string changed;  // as the remote tells it, in UTC
 };
 
-// Reads what `rclone lsjson` prints. False if it is something else.
+// Reads a listing as rclone serves it. False if it is something else.
 bool parse_listing(const std::string& json, std::vector<Remote_Object>& objects);
 
 // An object that keeps pieces from counting for as long as it stands beside them:

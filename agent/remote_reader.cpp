@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t most_stretches = 8;
 constexpr unsigned long long shortest = 0x10000;       // the least that a look fetches
-constexpr unsigned long long first_stream = 0x100000;  // 1 MiB
+constexpr unsigned long long longest_look = 0x100000;  // beyond it a process of its own is quicker
 constexpr unsigned long long longest = 0x40000000;     // 1 GiB
 constexpr unsigned long long widest_gap = 0x200000;    // read over rather than begin anew
 constexpr unsigned long long kept_behind = 0x200000;   // for reads that overlap
@@ -40,7 +40,7 @@ Remote_Reader::Stretch& Remote_Reader::stretch_at(unsigned long long offset) {
   }
   // Only the stream that was read last stays open beside the new place.
   for (auto each = stretches_.begin(); each != stretches_.end();) {
-    const bool drop = each != stretches_.begin() && each->kept.size() > first_stream;
+    const bool drop = each != stretches_.begin() && each->kept.size() > longest_look;
     if (each != stretches_.begin()) each->stream.reset();
     each = drop ? stretches_.erase(each) : std::next(each);
   }
@@ -55,7 +55,7 @@ bool Remote_Reader::extend(Stretch& stretch, unsigned long long to) {
   int tries = 0;
   while (stretch.end() < to) {
     std::string error;
-    if ((stretch.stream != nullptr || begin_stream(stretch, to, error)) && take(stretch, error)) {
+    if (advance(stretch, to, error)) {
       tries = 0;
       continue;
     }
@@ -67,15 +67,27 @@ bool Remote_Reader::extend(Stretch& stretch, unsigned long long to) {
   return true;
 }
 
-bool Remote_Reader::begin_stream(Stretch& stretch, unsigned long long to, std::string& error) {
+bool Remote_Reader::advance(Stretch& stretch, unsigned long long to, std::string& error) {
+  if (stretch.stream != nullptr) return take(stretch, error);
   const unsigned long long from = stretch.end();
   const unsigned long long length =
       std::min(std::max(to - from, stretch.next_length), size_ - from);
-  stretch.stream = rclone_.start({"cat", "--offset", std::to_string(from), "--count",
-                                  std::to_string(length), rclone_.path(name_)},
-                                 {}, error);
-  stretch.stream_end = from + length;
-  stretch.next_length = std::min(std::max(2 * length, first_stream), longest);
+  stretch.next_length = std::min(std::max(2 * length, longest_look), longest);
+  if (length <= longest_look) return look(stretch, length, error);
+  return begin_stream(stretch, length, error) && take(stretch, error);
+}
+
+// What came ahead of a failure is kept.
+bool Remote_Reader::look(Stretch& stretch, unsigned long long length, std::string& error) {
+  const unsigned long long before = stretch.end();
+  const Call_End end = rclone_.get(name_, before, length, stretch.kept, error);
+  if (end == Call_End::done && stretch.end() == before) error = "rclone: the object ends too early";
+  return stretch.end() != before;
+}
+
+bool Remote_Reader::begin_stream(Stretch& stretch, unsigned long long length, std::string& error) {
+  stretch.stream = rclone_.start_reading(name_, stretch.end(), length, error);
+  stretch.stream_end = stretch.end() + length;
   return stretch.stream != nullptr;
 }
 

@@ -10,9 +10,9 @@
 
 namespace agent {
 
-// A look here and there fetches little more than was asked for. Whoever reads on behind a look gets
-// a stream; each further stream is twice as long as the one before. A gap is read over where that
-// is cheaper than a new stream. A stream that breaks is begun anew where it broke.
+// A look here and there fetches little more than was asked for, by a call that is served. Whoever
+// reads on gets streams; each further stream is twice as long as the one before. A gap is read over
+// where that is cheaper than a new stream. A stream that breaks is begun anew where it broke.
 class Remote_Reader final : public MTF::IRandom_Reader {
  public:
   // `rclone` must outlive it.
@@ -36,7 +36,9 @@ class Remote_Reader final : public MTF::IRandom_Reader {
 
   Stretch& stretch_at(unsigned long long offset);
   bool extend(Stretch& stretch, unsigned long long to);
-  bool begin_stream(Stretch& stretch, unsigned long long to, std::string& error);
+  bool advance(Stretch& stretch, unsigned long long to, std::string& error);
+  bool look(Stretch& stretch, unsigned long long length, std::string& error);
+  bool begin_stream(Stretch& stretch, unsigned long long length, std::string& error);
   bool take(Stretch& stretch, std::string& error);
   static void forget(Stretch& stretch, unsigned long long before);
 

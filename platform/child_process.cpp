@@ -6,10 +6,12 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -60,9 +62,18 @@ bool find_program(const std::string& name, std::string& path) {
 }
 
 void add_environment(const Child_Setup& setup, Image& image) {
-  for (char** each = environ; *each != nullptr; ++each) image.envp.push_back(*each);
+  for (const auto& [name, value] : setup.variables) image.environment.push_back(name + '=' + value);
   for (const auto& [name, value] : setup.defaults) {
     if (::getenv(name.c_str()) == nullptr) image.environment.push_back(name + '=' + value);
+  }
+  const auto is_set = [&](const char* entry) {
+    return std::any_of(setup.variables.begin(), setup.variables.end(), [&](const auto& each) {
+      return std::strncmp(entry, each.first.c_str(), each.first.size()) == 0 &&
+             entry[each.first.size()] == '=';
+    });
+  };
+  for (char** each = environ; *each != nullptr; ++each) {
+    if (!is_set(*each)) image.envp.push_back(*each);
   }
   for (std::string& each : image.environment) image.envp.push_back(each.data());
   image.envp.push_back(nullptr);
@@ -110,19 +121,13 @@ bool Child_Process::start(const Child_Setup& setup) {
   image.parent = ::getpid();
   int in[2] = {-1, -1}, out[2] = {-1, -1}, failure[2] = {-1, -1};
   // A socket, unlike a pipe, can be written without a signal where nobody reads.
-  const bool ways =
-      (setup.is_fed
-           ? ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in) == 0
-           : (in[0] = setup.input != nullptr ? ::fcntl(setup.input->handle(), F_DUPFD_CLOEXEC, 3)
-                                             : ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0) &&
-      (setup.output == nullptr
-           ? ::pipe2(out, O_CLOEXEC) == 0
-           : (out[1] = ::fcntl(setup.output->handle(), F_DUPFD_CLOEXEC, 3)) >= 0) &&
-      ::pipe2(failure, O_CLOEXEC) == 0 && (errors_ = ::memfd_create("said", MFD_CLOEXEC)) >= 0;
+  const bool ways = (setup.is_fed ? ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in) == 0
+                                  : (in[0] = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0) &&
+                    ::pipe2(out, O_CLOEXEC) == 0 && ::pipe2(failure, O_CLOEXEC) == 0 &&
+                    (errors_ = ::memfd_create("said", MFD_CLOEXEC)) >= 0;
   pid_t pid = -1;
   int error = errno;
   if (ways) {
-    if (setup.input != nullptr) ::lseek(in[0], 0, SEEK_SET);
     image.input = in[0];
     image.output = out[1];
     image.errors = errors_;
@@ -140,8 +145,6 @@ bool Child_Process::start(const Child_Setup& setup) {
   input_ = in[1];
   output_ = out[0];
   patience_ = setup.patience;
-  input_file_ = setup.input;
-  output_file_ = setup.output;
   canceled_ = setup.canceled;
   moved_at_ = Clock::now();
   if (pid > 0 && error == 0) watch_ = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
@@ -158,19 +161,9 @@ bool Child_Process::start(const Child_Setup& setup) {
   return true;
 }
 
-// What moved through the files that it reads and writes by itself.
-long long Child_Process::moved() const {
-  long long sum = 0;
-  for (const Piece_File* file : {input_file_, output_file_}) {
-    if (file != nullptr) sum += ::lseek(file->handle(), 0, SEEK_CUR);
-  }
-  return sum;
-}
-
 bool Child_Process::wait_for(int fd, short events) {
   // The time that the caller takes with what it got doesn't count as waiting.
-  Clock::time_point since = Clock::now();
-  long long before = moved();
+  const Clock::time_point since = Clock::now();
   while (true) {
     pollfd entry{fd, events, 0};
     const int ready = ::poll(&entry, 1, slice);
@@ -180,8 +173,6 @@ bool Child_Process::wait_for(int fd, short events) {
       errno = ECANCELED;
       return false;
     }
-    const long long now = moved();
-    if (now != std::exchange(before, now)) since = moved_at_ = Clock::now();
     if (Clock::now() - since > std::chrono::seconds(patience_)) {
       errno = ETIMEDOUT;
       return false;
@@ -255,14 +246,22 @@ void Child_Process::close_ways() {
   close_all({&watch_, &input_, &output_});
 }
 
-std::string Child_Process::said() const {
+long long Child_Process::said_size() const {
+  struct stat data {};
+  return ::fstat(errors_, &data) == 0 ? data.st_size : 0;
+}
+
+std::string Child_Process::said(long long from) const {
   std::string text(most_said, '\0');
-  const off_t size = ::lseek(errors_, 0, SEEK_END);
-  const off_t start =
-      size > static_cast<off_t>(most_said) ? size - static_cast<off_t>(most_said) : 0;
+  const long long start = std::max(from, said_size() - static_cast<long long>(most_said));
   const ssize_t count = ::pread(errors_, text.data(), text.size(), start);
   text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
   return text;
+}
+
+bool Child_Process::has_ended(int milliseconds) const {
+  pollfd entry{watch_, POLLIN, 0};
+  return ::poll(&entry, 1, milliseconds) > 0;
 }
 
 }  // namespace platform

@@ -10,18 +10,16 @@
 #include <utility>
 #include <vector>
 
-#include "platform/piece_file.h"
-
 namespace platform {
+
+using Variables = std::vector<std::pair<std::string, std::string>>;
 
 // What to start, and what it is connected with. Where nothing else is said its input is empty.
 struct Child_Setup {
   std::vector<std::string> arguments;  // the first is the program, which is looked up in PATH
-  // Variables of its environment, set where this process has none of that name.
-  std::vector<std::pair<std::string, std::string>> defaults;
+  Variables variables;                 // of its environment, whatever this process has
+  Variables defaults;                  // set where this process has none of that name
   bool is_fed = false;                 // write() gives it its input
-  const Piece_File* input = nullptr;   // its input is this file, from the start
-  const Piece_File* output = nullptr;  // what it prints goes there, and not to read()
   // Seconds that one call waits for it while nothing moves between it and this process.
   int patience = 0;
   // Ends the waiting of write() and finish() when it becomes true; may be null.
@@ -37,7 +35,7 @@ class Child_Process {
   Child_Process(const Child_Process&) = delete;
   Child_Process& operator=(const Child_Process&) = delete;
 
-  // ENOENT if there is no such program. Files of `setup` must outlive the child.
+  // ENOENT if there is no such program.
   bool start(const Child_Setup& setup);
 
   // Gives it all of `size` bytes. ETIMEDOUT when its patience ran out, ECANCELED, EPIPE when it
@@ -54,8 +52,13 @@ class Child_Process {
   // Ends it: asks first, and kills it some seconds later.
   void stop();
 
-  // What it printed on its standard error.
-  std::string said() const;
+  // What it printed on its standard error, from the byte `from` on; of much only the end. Any
+  // thread may ask, and ask how much there is.
+  std::string said(long long from = 0) const;
+  long long said_size() const;
+
+  // Waits for its end, but no longer than that. It stays to be stopped.
+  bool has_ended(int milliseconds) const;
 
   int patience() const { return patience_; }
 
@@ -67,7 +70,6 @@ class Child_Process {
 
   bool wait_for(int fd, short events);
   bool reap(int milliseconds, int& status);
-  long long moved() const;
   void close_ways();
 
   pid_t pid_ = -1;
@@ -77,8 +79,6 @@ class Child_Process {
   int errors_ = -1;
   int patience_ = 0;
   Clock::time_point moved_at_;
-  const Piece_File* input_file_ = nullptr;
-  const Piece_File* output_file_ = nullptr;
   const std::atomic<bool>* canceled_ = nullptr;
 };
 
