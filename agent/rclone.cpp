@@ -34,14 +34,14 @@ std::vector<std::string> troubles;
 
 // Parts of 96 MiB let a media of nearly 1 TB into the 10,000 parts that S3 allows. A bucket isn't
 // looked for, and made where it is missing, at each call: that takes time, and rights that a key
-// for backups needn't have.
+// for backups needn't have. Up to 32 MiB go up as one request, where parts take three.
 const std::vector<std::pair<std::string, std::string>>& defaults() {
   static const std::vector<std::pair<std::string, std::string>> all = {
       {"RCLONE_ASK_PASSWORD", "false"},      {"RCLONE_BUFFER_SIZE", "1Mi"},
       {"RCLONE_CONTIMEOUT", "15s"},          {"RCLONE_TIMEOUT", "1m"},
       {"RCLONE_LOW_LEVEL_RETRIES", "5"},     {"RCLONE_RETRIES", "1"},
       {"RCLONE_S3_CHUNK_SIZE", "96Mi"},      {"RCLONE_S3_NO_CHECK_BUCKET", "true"},
-      {"RCLONE_S3_UPLOAD_CONCURRENCY", "2"}, {"RCLONE_STREAMING_UPLOAD_CUTOFF", "8Mi"}};
+      {"RCLONE_S3_UPLOAD_CONCURRENCY", "2"}, {"RCLONE_STREAMING_UPLOAD_CUTOFF", "32Mi"}};
   return all;
 }
 
