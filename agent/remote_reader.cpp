@@ -10,6 +10,7 @@ namespace {
 constexpr std::size_t most_stretches = 8;
 constexpr unsigned long long shortest = 0x10000;       // the least that a look fetches
 constexpr unsigned long long longest_look = 0x100000;  // beyond it a process of its own is quicker
+constexpr unsigned long long growth = 16;              // of a stream behind another
 constexpr unsigned long long longest = 0x40000000;     // 1 GiB
 constexpr unsigned long long widest_gap = 0x200000;    // read over rather than begin anew
 constexpr unsigned long long kept_behind = 0x200000;   // for reads that overlap
@@ -72,7 +73,7 @@ bool Remote_Reader::advance(Stretch& stretch, unsigned long long to, std::string
   const unsigned long long from = stretch.end();
   const unsigned long long length =
       std::min(std::max(to - from, stretch.next_length), size_ - from);
-  stretch.next_length = std::min(std::max(2 * length, longest_look), longest);
+  stretch.next_length = std::min(std::max(growth * length, longest_look), longest);
   if (length <= longest_look) return look(stretch, length, error);
   return begin_stream(stretch, length, error) && take(stretch, error);
 }

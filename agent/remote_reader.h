@@ -11,8 +11,8 @@
 namespace agent {
 
 // A look here and there fetches little more than was asked for, by a call that is served. Whoever
-// reads on gets streams; each further stream is twice as long as the one before. A gap is read over
-// where that is cheaper than a new stream. A stream that breaks is begun anew where it broke.
+// reads on gets streams; each further one is sixteen times as long. A gap is read over where that
+// is cheaper than a new stream. A stream that breaks is begun anew where it broke.
 class Remote_Reader final : public MTF::IRandom_Reader {
  public:
   // `rclone` must outlive it.
