@@ -121,8 +121,7 @@ const Buffer* NT_Stream_Base::compress(const Buffer& buffer) {
 
 bool NT_Stream_Base::write_oldest_frame(IWriter& writer) {
   const Frame_Pipeline::Frame& frame = pipeline_->front();
-  if (frame.state == Frame_Pipeline::Frame::failed ||
-      !write_frame(frame.data, frame.compressed, writer)) {
+  if (frame.failed || !write_frame(frame.data, frame.compressed, writer)) {
     return false;
   }
   pipeline_->pop();

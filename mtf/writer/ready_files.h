@@ -2,17 +2,12 @@
 #pragma once
 
 #include <array>
-#include <condition_variable>
-#include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "mtf/writer/look_ahead.h"
 #include "platform/file.h"
 #include "services/buffer.h"
-#include "services/compression.h"
+#include "services/compression_ring.h"
 
 namespace MTF {
 
@@ -32,13 +27,9 @@ class Ready_Files : public Look_Ahead {
 
   // `threads` compress, the writer's among them, with `method` and `level`.
   Ready_Files(unsigned short method, int level, int threads);
-  // Waits for the threads, each of which ends with the file it is at.
-  ~Ready_Files() override;
-  Ready_Files(const Ready_Files&) = delete;
-  Ready_Files& operator=(const Ready_Files&) = delete;
 
   bool is_wanted() override;
-  bool has_room() const override { return added_ - removed_ < most_files; }
+  bool has_room() const override { return ring_.size() < most_files; }
   void add(const std::string& path, unsigned long long size) override;
   // Also drops the file that was ready before.
   void remove_oldest() override;
@@ -53,38 +44,18 @@ class Ready_Files : public Look_Ahead {
   static constexpr std::size_t most_files = 31;
 
   struct Item {
-    enum State { waiting, in_work, ready, left_alone };
-    State state = left_alone;
+    bool is_ready = false;  // else it is left to the writer
     File file;
   };
-
-  bool start();
-  bool make_compressors();
-  void work();
-  void prepare_next(std::unique_lock<std::mutex>& lock, Compressor& compressor);
-  Item& item(unsigned long long number) { return items_[number % items_.size()]; }
 
   const unsigned short method_;
   const int level_;
   const int thread_count_;
   bool is_off_ = false;  // for good
   bool is_started_ = false;
-
-  // A ring, with one place more for the file that is written.
-  std::array<Item, most_files + 1> items_;
+  std::array<Item, most_files + 1> items_;  // one more for the file that is written
   const Item* current_ = nullptr;
-  std::vector<std::unique_ptr<Compressor>> compressors_;  // the first is the writer's
-  std::vector<std::thread> threads_;
-  std::mutex mutex_;
-  std::condition_variable added_files_;
-  std::condition_variable prepared_files_;
-  // Numbers of items. The writer's thread alone changes the first two, the first under the mutex,
-  // as is the rest.
-  unsigned long long added_ = 0;
-  unsigned long long removed_ = 0;
-  unsigned long long begun_ = 0;
-  std::size_t helpers_ = 0;  // threads that have their compressor
-  bool is_stopping_ = false;
+  Compression_Ring ring_;  // ends ahead of the items that it works on
 };
 
 }  // namespace MTF
