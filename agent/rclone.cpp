@@ -32,7 +32,7 @@ std::atomic<bool> writing_stopped{false};
 std::mutex troubles_mutex;
 std::vector<std::string> troubles;
 
-// Parts of 96 MiB let a media of nearly 1 TB into the 10,000 parts that S3 allows. A bucket isn't
+// Parts of 96 MiB let a media of 1 TB into the 10,000 parts that S3 allows. A bucket isn't
 // looked for, and made where it is missing, at each call: that takes time, and rights that a key
 // for backups needn't have. Up to 32 MiB go up as one request, where parts take three.
 const std::vector<std::pair<std::string, std::string>>& defaults() {
@@ -269,10 +269,8 @@ Call_End Rclone::serve(const std::string& path, const Prepare& prepare, const Ht
 }
 
 Call_End Rclone::list(std::vector<Remote_Object>& objects, std::string& error) {
-  const nlohmann::json request = {{"fs", remote_ + ':'},
-                                  {"remote", ""},
-                                  {"opt", {{"filesOnly", true}, {"noMimeType", true}}},
-                                  {"_config", {{"UseServerModTime", true}}}};
+  const nlohmann::json request = {
+      {"fs", remote_ + ':'}, {"remote", ""}, {"opt", {{"filesOnly", true}, {"noMimeType", true}}}};
   std::string listing;
   const Call_End end = serve(
       "operations/list", [&](Http_Call& call) { call.send_json(request.dump()); },

@@ -71,6 +71,15 @@ for word in demo jobs nobody-else-has; do
 done
 echo "neither names nor content can be read"
 
+echo "== the lock of a machine whose clock is an hour behind"
+echo '{"host": "other", "machine": "-", "process": 1, "started": 1}' >"$work/lock"
+touch -d '1 hour ago' "$work/lock"
+rclone copyto "$work/lock" sealed:jobs/demo.lock.other
+! save incremental 2>"$work/output" || fail "a lock that is held was passed by"
+cat "$work/output"
+grep -q "is running: host 'other'" "$work/output" || fail "the job failed for another reason"
+rclone deletefile sealed:jobs/demo.lock.other
+
 echo "== copied to a directory, and thrown away by a rule"
 jobs_on copy --to "$work/directory" --quiet
 "$agent" restore --storage "$work/directory" --name demo --to "$work/home"
