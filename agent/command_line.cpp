@@ -37,6 +37,15 @@ std::string first_line(const std::string& text) {
   return text.substr(0, text.find('\n'));
 }
 
+// What isn't known comes ahead of what is missing: it may be that, misspelt.
+std::string fault_text(const CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<std::string> unexpected = app.remaining(true);
+  const bool is_missing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+  const bool is_extra = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+  return is_extra || (is_missing && !unexpected.empty()) ? unexpected_text(unexpected)
+                                                         : first_line(error.what());
+}
+
 }  // namespace
 
 void define_command_line(CLI::App& app, Command& chosen) {
@@ -121,12 +130,9 @@ Command_Line parse_command_line(const std::vector<std::string>& arguments) {
     result.text = app.help();
   } catch (const CLI::CallForVersion&) {
     result.text = app.version() + '\n';
-  } catch (const CLI::ExtrasError&) {
-    result.exit_code = exit_usage;
-    result.text = "mtf-agent: " + escape_controls(unexpected_text(app.remaining(true))) + '\n';
   } catch (const CLI::ParseError& error) {
     result.exit_code = exit_usage;
-    result.text = "mtf-agent: " + escape_controls(first_line(error.what())) + '\n';
+    result.text = "mtf-agent: " + escape_controls(fault_text(app, error)) + '\n';
   }
   if (!result.text.empty()) result.command = nullptr;
   return result;

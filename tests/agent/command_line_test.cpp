@@ -37,10 +37,12 @@ TEST(Command_Line, WrongUse) {
   } cases[] = {
       {{}, "a command is missing; 'mtf-agent --help' names them all"},
       {{"bogus"}, "there is no command 'bogus'; 'mtf-agent --help' names them all"},
-      {{"--bogus"}, "A subcommand is required"},
+      {{"--bogus"}, "The following argument was not expected: --bogus"},
       {{"full"}, "--source is required"},
       {{"full", "--source", "/s", "--name", "demo"}, "--storage is required"},
       {{"full", "--source", "/s", "--storage", "/d"}, "--name is required"},
+      {{"full", "--sorce", "/s", "--name", "d"},
+       "The following arguments were not expected: --sorce /s"},
       {{"full", "--source", "/s", "--storage", "/d", "--name", "a/b"},
        "--name: the name 'a/b' holds more than letters, digits, '_' and '-'"},
       {{"full", "--source", "/s", "--storage", "/d", "--name", ""}, "--name: the name is empty"},
