@@ -20,13 +20,13 @@ p { margin: .2rem 0 .6rem; overflow-wrap: anywhere; }
 .hint, .quiet { color: var(--quiet); }
 .hint { font-size: .9rem; }
 .fault { color: var(--fault); }
-.chain { display: flex; }
+.chain { display: flex; overflow-x: auto; }
 .lines { flex: none; }
 .lines path { fill: none; stroke: var(--quiet); stroke-width: 1.5; }
 .lines circle { stroke: var(--own); stroke-width: 2; }
 .lines .full { fill: var(--own); }
 .lines .incremental { fill: var(--back); }
-.rows { flex: 1; min-width: 0; }
+.rows { flex: 1; min-width: 26rem; }
 .row { height: 72px; display: flex; flex-direction: column; justify-content: center; }
 .line { display: flex; gap: .8em; white-space: nowrap; overflow: hidden; text-overflow: ellipsis; }
 div.quiet.line { display: block; font-size: .88rem; }
