@@ -38,7 +38,7 @@ std::string first_line(const std::string& text) {
 }
 
 // What isn't known comes ahead of what is missing: it may be that, misspelt.
-std::string fault_text(const CLI::App& app, const CLI::ParseError& error) {
+std::string usage_fault(const CLI::App& app, const CLI::ParseError& error) {
   const std::vector<std::string> unexpected = app.remaining(true);
   const bool is_missing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
   const bool is_extra = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
@@ -132,7 +132,7 @@ Command_Line parse_command_line(const std::vector<std::string>& arguments) {
     result.text = app.version() + '\n';
   } catch (const CLI::ParseError& error) {
     result.exit_code = exit_usage;
-    result.text = "mtf-agent: " + escape_controls(fault_text(app, error)) + '\n';
+    result.text = "mtf-agent: " + escape_controls(usage_fault(app, error)) + '\n';
   }
   if (!result.text.empty()) result.command = nullptr;
   return result;
