@@ -14,6 +14,8 @@
 namespace agent {
 namespace {
 
+constexpr const char* lock_lost = "the lock of this job was taken over: it had not been renewed";
+
 bool is_remote_byte(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
          c == '-' || c == '.' || c == ' ';
@@ -62,13 +64,16 @@ class Rclone_Storage::Media_Sink final : public IPiece_Sink {
       : storage_(storage), name_(name), call_(std::move(call)) {}
 
   bool write(const char* data, std::size_t size) override {
+    if (storage_.lock_.is_lost()) return storage_.fail(lock_lost, error_);
     if (!call_->write(data, size)) return storage_.fail(broken_text(), error_);
     length_ += size;
     return true;
   }
 
+  // The object of a job that lost its lock would replace the one of who has it now.
   bool finish() override {
     std::string why;
+    if (!storage_.lock_.is_kept()) return storage_.fail(lock_lost, error_);
     const bool done = storage_.rclone_.finish(*call_, why) == Call_End::done;
     call_.reset();
     if (!done) return storage_.fail(name_ + ": " + why, error_);
@@ -124,7 +129,7 @@ class Rclone_Storage::Catalog_Sink final : public IPiece_Sink {
 };
 
 // The mark of a job that failed is still there: the pieces that it stands beside are removed, as
-// far as the remote still answers.
+// far as the remote still answers. Without its lock the mark may be another job's.
 Rclone_Storage::~Rclone_Storage() {
   MTF::no_throw("Storage", false, [&] { return remove_marked(); });
 }
@@ -133,7 +138,7 @@ bool Rclone_Storage::remove_marked() {
   std::string error;
   const std::vector<Mark> marks = std::exchange(marks_, {});
   return std::all_of(marks.begin(), marks.end(), [&](const Mark& mark) {
-    return !rclone_.is_given_up() && look(true, error) &&
+    return !rclone_.is_given_up() && look(true, error) && lock_.is_among(objects_) &&
            (!has(objects_, mark.name()) || remove_marked(mark, error));
   });
 }
@@ -330,7 +335,7 @@ bool Rclone_Storage::send_catalog(const std::string& name, std::string& error) {
 bool Rclone_Storage::check_lengths(const std::vector<std::string>& names, std::string& error) {
   if (!look(false, error)) return false;
   if (!lock_.is_among(objects_)) {
-    return fail("the lock of this job was taken over: it had not been renewed", error);
+    return fail(lock_lost, error);
   }
   for (const std::string& name : names) {
     const auto found = std::find_if(objects_.begin(), objects_.end(),
@@ -389,6 +394,7 @@ void Rclone_Storage::forget(const std::string& name) {
 
 bool Rclone_Storage::remove(const std::vector<std::string>& names, std::string& error) {
   if (!look(false, error)) return false;
+  if (!lock_.is_among(objects_)) return fail(lock_lost, error);
   for (const std::string& name : names) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const bool was_here = catalogs_.erase(name) != 0;

@@ -192,17 +192,21 @@ void Remote_Lock::renew_until_released() {
     MTF::no_throw("Remote_Lock", false, [&] {
       std::string error;  // the end of the job looks whether the lock is still there
       text_ = Lock_Holder::own().text();
-      return write(error);
+      return is_kept() && write(error);
     });
     lock.lock();
   }
 }
 
+bool Remote_Lock::is_kept() {
+  std::string text, error;
+  if (!lost_ && rclone_.get(object_, 0, 1, text, error) == Call_End::missing) lost_ = true;
+  return !lost_;
+}
+
 bool Remote_Lock::is_among(const std::vector<Remote_Object>& objects) const {
-  for (const Remote_Object& object : objects) {
-    if (object.name == object_) return true;
-  }
-  return false;
+  return !lost_ && std::any_of(objects.begin(), objects.end(),
+                               [&](const Remote_Object& each) { return each.name == object_; });
 }
 
 bool Remote_Lock::unlock(Rclone& rclone, const std::string& stem, std::vector<std::string>& lines,

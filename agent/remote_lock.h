@@ -1,6 +1,7 @@
 // The lock of a chain of jobs on a remote.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -50,6 +51,11 @@ class Remote_Lock {
 
   bool is_held() const { return !object_.empty(); }
 
+  // Looks whether the object of the lock is there. Once it was found taken away it is lost: the
+  // stem is another holder's, and nothing may be written or removed any more.
+  bool is_kept();
+  bool is_lost() const { return lost_; }
+
   // True if the object of the lock is among `objects`: nobody took the stem over in between.
   bool is_among(const std::vector<Remote_Object>& objects) const;
 
@@ -81,6 +87,7 @@ class Remote_Lock {
   std::mutex mutex_;
   std::condition_variable changed_;
   bool released_ = false;
+  std::atomic<bool> lost_{false};
 };
 
 }  // namespace agent

@@ -223,3 +223,12 @@ TEST_F(Remote, SecretsInItsNameAreNotRepeated) {
 }
 
 }  // namespace
+TEST_F(Remote, AJobThatLostItsLockLeavesWhatMayBeAnothers) {
+  write_file(source("/f"), std::string(3 << 20, 'x'));  // more than waits on its way
+  replace_engine("[ $1 != rcat ] || rm " + storage("demo.lock.") + "*");
+  expect_failed(save(), "the lock of this job was taken over");
+  EXPECT_TRUE(fs::exists(storage("demo.1.unfinished")));
+  EXPECT_FALSE(fs::exists(storage("demo.1.0.mtf")))
+      << "it would replace the one of who has the lock";
+}
+
