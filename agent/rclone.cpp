@@ -45,10 +45,25 @@ const std::vector<std::pair<std::string, std::string>>& defaults() {
   return all;
 }
 
+// Settings of the user's that are made for other calls: they would hide pieces, so that a job takes
+// their names, mix other text into what is read, or send elsewhere what rclone says. Those of a
+// server of his own aren't for this one.
+const std::vector<std::string>& hidden() {
+  static const std::vector<std::string> all = {
+      "RCLONE_DISCARD", "RCLONE_DUMP",        "RCLONE_EXCLUDE",      "RCLONE_FILES_FROM",
+      "RCLONE_FILTER",  "RCLONE_HASH_FILTER", "RCLONE_HEAD",         "RCLONE_INCLUDE",
+      "RCLONE_LOG_",    "RCLONE_MAX_AGE",     "RCLONE_MAX_SIZE",     "RCLONE_METADATA_",
+      "RCLONE_MIN_AGE", "RCLONE_MIN_SIZE",    "RCLONE_PROGRESS",     "RCLONE_QUIET",
+      "RCLONE_RC",      "RCLONE_SEPARATOR",   "RCLONE_SIZE",         "RCLONE_STATS",
+      "RCLONE_SYSLOG",  "RCLONE_TAIL",        "RCLONE_USE_JSON_LOG", "RCLONE_VERBOSE"};
+  return all;
+}
+
 platform::Child_Setup new_setup() {
   platform::Child_Setup setup;
   setup.arguments = {program};
   setup.defaults = defaults();
+  setup.hidden = hidden();
   return setup;
 }
 

@@ -22,9 +22,8 @@ std::string upper(std::string text) {
 
 Rclone_Server::Rclone_Server() : user_("mtf-agent"), password_(random_id() + random_id()) {}
 
-// Its log has to be where it is read, and the settings for a server of the user's own aren't for
-// this one. The time of a change is the remote's, whatever clock its writer had; it comes with a
-// listing, where the writer's takes a call for each object.
+// The time of a change is the remote's, whatever clock its writer had; it comes with a listing,
+// where the writer's takes a call for each object.
 bool Rclone_Server::start(platform::Child_Setup setup, const std::string& name,
                           const std::string& place) {
   const std::string remote = "RCLONE_CONFIG_" + upper(name);
@@ -36,19 +35,8 @@ bool Rclone_Server::start(platform::Child_Setup setup, const std::string& name,
                      {remote + "_TYPE", "alias"},
                      {remote + "_REMOTE", place},
                      {"RCLONE_USE_SERVER_MODTIME", "true"},
-                     {"RCLONE_RC", "false"},
-                     {"RCLONE_RC_BASEURL", ""},
-                     {"RCLONE_RC_CERT", ""},
-                     {"RCLONE_RC_CLIENT_CA", ""},
-                     {"RCLONE_RC_HTPASSWD", ""},
-                     {"RCLONE_RC_KEY", ""},
-                     {"RCLONE_RC_WEB_GUI", "false"},
-                     {"RCLONE_LOG_FILE", ""},
-                     {"RCLONE_LOG_LEVEL", "NOTICE"},
-                     {"RCLONE_QUIET", "false"},
-                     {"RCLONE_SYSLOG", "false"},
-                     {"RCLONE_USE_JSON_LOG", "false"},
-                     {"RCLONE_VERBOSE", "0"}};
+                     {"RCLONE_LOCAL_NO_SET_MODTIME", "true"},
+                     {"RCLONE_SFTP_SET_MODTIME", "false"}};
   if (!process_.start(setup)) return false;
   const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(setup.patience);
   while (!find_url()) {

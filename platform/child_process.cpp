@@ -72,8 +72,13 @@ void add_environment(const Child_Setup& setup, Image& image) {
              entry[each.first.size()] == '=';
     });
   };
+  const auto is_hidden = [&](const char* entry) {
+    return std::any_of(setup.hidden.begin(), setup.hidden.end(), [&](const std::string& start) {
+      return std::strncmp(entry, start.c_str(), start.size()) == 0;
+    });
+  };
   for (char** each = environ; *each != nullptr; ++each) {
-    if (!is_set(*each)) image.envp.push_back(*each);
+    if (!is_set(*each) && !is_hidden(*each)) image.envp.push_back(*each);
   }
   for (std::string& each : image.environment) image.envp.push_back(each.data());
   image.envp.push_back(nullptr);

@@ -16,8 +16,17 @@ using namespace test_support;
 
 class Remote : public Agent_Run {
  protected:
-  Remote() { use_storage("remote"); }
-  ~Remote() override { ::setenv("PATH", path_.c_str(), 1); }
+  // With settings of the user's for other calls of rclone, which don't hold.
+  Remote() {
+    use_storage("remote");
+    ::setenv("RCLONE_EXCLUDE", "*", 1);
+    ::setenv("RCLONE_HEAD", "1", 1);
+  }
+  ~Remote() override {
+    ::unsetenv("RCLONE_EXCLUDE");
+    ::unsetenv("RCLONE_HEAD");
+    ::setenv("PATH", path_.c_str(), 1);
+  }
 
   // From now on rclone stands behind a script, which `text` begins. Calls that it serves go through
   // the proxy.
