@@ -103,6 +103,7 @@ void Http_Call::send_file(const std::string& name, platform::Piece_File& file) {
 }
 
 void Http_Call::ask_for(unsigned long long offset, unsigned long long count) {
+  is_ranged_ = true;
   const std::string range = std::to_string(offset) + '-' + std::to_string(offset + count - 1);
   curl_easy_setopt(handles_->easy, CURLOPT_RANGE, range.c_str());
 }

@@ -42,9 +42,9 @@ class Http_Call {
   // becomes true. Where `take` or the file to send refused, their errno is left.
   Http_End run(int patience, const std::atomic<bool>* canceled, const Take& take);
 
-  // Of what was answered: 2xx if it went well.
+  // Of what was answered: 2xx if it went well, and the one for a part where a part was asked for.
   int status() const;
-  bool is_done() const { return status() / 100 == 2; }
+  bool is_done() const { return is_ranged_ ? status() == 206 : status() / 100 == 2; }
   const std::string& answer() const { return answer_; }
 
   // The longest time in which nothing moved.
@@ -60,6 +60,7 @@ class Http_Call {
 
   const std::unique_ptr<Handles> handles_;
   bool is_upload_ = false;
+  bool is_ranged_ = false;
   platform::Piece_File* source_ = nullptr;
   unsigned long long source_offset_ = 0;
   const Take* taker_ = nullptr;

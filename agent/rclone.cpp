@@ -312,15 +312,17 @@ Call_End Rclone::put_file(const std::string& name, platform::Piece_File& file, s
 Call_End Rclone::get(const std::string& name, unsigned long long offset, unsigned long long count,
                      std::string& out, std::string& error) {
   const std::size_t most = out.size() + count;
+  bool fits = true;
   const auto take = [&](const char* data, std::size_t size) {
-    errno = EPROTO;
-    if (size > most - out.size()) return false;
-    out.append(data, size);
-    return true;
+    fits = size <= most - out.size();
+    if (fits) out.append(data, size);
+    return fits;
   };
-  return serve(
+  const Call_End end = serve(
       object_path(name), [&](Http_Call& call) { call.ask_for(offset, count); }, take, patience,
       error);
+  if (!fits) error = "rclone gave more than it was asked for";
+  return end;
 }
 
 Call_End Rclone::get_all(const std::string& name, const Http_Call::Take& take, std::string& error) {
