@@ -86,17 +86,6 @@ TEST_P(Chain, RestoresEachJob) {
 
 INSTANTIATE_TEST_SUITE_P(Channels, Chain, testing::Values("1", "3"));
 
-TEST_F(Chain, SavesAFileWhoseFirstNameWentUnderItsOther) {
-  write_file(source("/a"), "content");
-  fs::create_hard_link(source("/a"), source("/b"));
-  ASSERT_EQ(save().code, 0);
-  fs::remove(source("/a"));
-  fs::create_hard_link(source("/b"), source("/c"));
-  ASSERT_EQ(save({}, "incremental").code, 0);
-  ASSERT_EQ(restore("to").code, 0);
-  EXPECT_EQ(read_file(back("/b")), "content");
-}
-
 TEST_F(Chain, LooksBehindTheDateUnlessToldOtherwise) {
   const Arguments how{"--tmp", dir_ / "tmp", "--source", source()};
   write_file(source("/a"), "old");

@@ -1,7 +1,6 @@
 // The bytes of catalog blocks and their way through a queue.
 #include <gtest/gtest.h>
 
-#include "mtf/catalog/cat_summary.h"
 #include "mtf/catalog/catalog_helper.h"
 #include "mtf/catalog/task_base.h"
 #include "services/text.h"
@@ -79,27 +78,6 @@ TEST(Cat_Blk, LongestName) {
   EXPECT_TRUE(blk.set(1, std::string(65535 - 73, 'n'), 0, 0, 0, 0));
   EXPECT_EQ(blk.hdr().length(), 65535);
   EXPECT_FALSE(blk.set(1, std::string(65536 - 73, 'n'), 0, 0, 0, 0));
-}
-
-TEST(Cat_Summary, Layout) {
-  Cat_Summary summary;
-  EXPECT_EQ(std::string(summary.data(), 96), std::string(96, '\0'));
-  summary.catalog_mark(1);
-  summary.total_size(2);
-  summary.inc_size(3);
-  summary.vol_count(4);
-  summary.dir_count(5);
-  summary.file_count(6);
-  summary.large_file_count(7);
-  summary.small_file_count(8);
-  summary.inc_file_count(1ULL << 40);
-  summary.storage_size(~0ULL);
-  const std::string bytes(summary.data(), 96);
-  EXPECT_EQ(hex_of(bytes),
-            "0000010000000200000000000000030000000000000000000000000000000400000000000000"
-            "05000000000000000600000000000000070000000000000008000000000000000000000000010000" +
-                std::string(36, '0'));
-  EXPECT_EQ(summary.calc_checksum(), test_support::naive_checksum(bytes.data(), 94));
 }
 
 // The queue counts objects, whatever the length of their names and the size of their chunks.

@@ -10,20 +10,18 @@ namespace {
 
 using oxbase::ACE_ifstreambuf;
 
+// Out of the buffer, out of the next one too, and past it up to the end.
 TEST(Ifstreambuf, GivesTheBytesInPiecesOfAnySize) {
   test_support::Temp_Dir dir;
-  std::string content;
-  for (int i = 0; i < 1000; ++i) content += static_cast<char>(i * 7);
+  const std::string content = "a buffer holds sixteen bytes of these";
   test_support::write_file(dir / "f", content);
-  for (const std::streamsize piece : {1, 5, 16, 17, 999, 5000}) {
-    ACE_ifstreambuf in(16);
-    ASSERT_EQ(in.open((dir / "f").c_str(), 0), 0);
-    std::string got(content.size() + 5000, '?');
-    std::size_t size = 0;
-    while (const std::streamsize n = in.sgetn(&got[size], piece)) size += static_cast<size_t>(n);
-    got.resize(size);
-    EXPECT_EQ(got, content) << piece;
-  }
+  ACE_ifstreambuf in(16);
+  ASSERT_EQ(in.open((dir / "f").c_str(), 0), 0);
+  std::string got(48, '?');
+  EXPECT_EQ(in.sgetn(&got[0], 5), 5);
+  EXPECT_EQ(in.sgetn(&got[5], 13), 13);
+  EXPECT_EQ(in.sgetn(&got[18], 30), 19);
+  EXPECT_EQ(got.substr(0, 37), content);
 }
 
 TEST(Ifstreambuf, AReadErrorIsNotTheEnd) {

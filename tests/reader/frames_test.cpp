@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <lz4.h>
-#include <zstd.h>
 
 #include "mtf/reader/stream_data.h"
 #include "tests/support/job_media.h"
@@ -16,18 +15,10 @@ std::string lz4(const std::string& text) {
   return out;
 }
 
-std::string zstd(const std::string& text) {
-  std::string out(ZSTD_compressBound(text.size()), '\0');
-  out.resize(ZSTD_compress(out.data(), out.size(), text.data(), text.size(), 3));
-  return out;
-}
-
 struct Reading {
   bool end_known;
-  MTF::Stream_Data data;
   std::string content;
   std::string faults;
-  unsigned long long end_expected;
 };
 
 // Reads a stream in frames that starts a piece.
@@ -50,32 +41,13 @@ Reading read_frames(const std::vector<Frame>& frames, unsigned int method,
     out.content.append(data, size);
     return true;
   };
-  out.end_known = MTF::Stream_Data_Reader(window, on_fault)
-                      .read(header, MTF::stream_header_size, sink, out.data);
-  out.end_expected = 22;
-  for (const Frame& frame : frames) out.end_expected += 24 + frame.stored.size();
+  MTF::Stream_Data data;
+  out.end_known =
+      MTF::Stream_Data_Reader(window, on_fault).read(header, MTF::stream_header_size, sink, data);
   return out;
 }
 
 const std::string runs(5000, 'r');
-
-TEST(Frames, Give_what_either_method_or_none_stored) {
-  const std::string odd = "stored as it came";
-  const struct {
-    unsigned int method;
-    std::string stored;
-  } cases[] = {{1, lz4(runs)}, {2, zstd(runs)}};
-  for (const auto& row : cases) {
-    ASSERT_LT(row.stored.size(), runs.size());
-    const Reading out = read_frames({{runs, row.stored}, {odd, odd}, {runs, row.stored}},
-                                    row.method, 2 * runs.size() + odd.size());
-    EXPECT_TRUE(out.end_known);
-    EXPECT_TRUE(out.data.intact);
-    EXPECT_EQ(out.content, runs + odd + runs);
-    EXPECT_EQ(out.data.end, out.end_expected);
-    EXPECT_EQ(out.faults, "");
-  }
-}
 
 TEST(Frames, Sequence_numbers_wrap_at_eight_bits_and_skip_255) {
   std::vector<Frame> frames(600, Frame{"x", "x"});
@@ -129,18 +101,6 @@ TEST(Frames, A_claimed_size_allocates_nothing_beyond_the_limit) {
   const Reading out = read_frames({{runs, lz4(runs)}}, 1, huge, set(12, huge, 4));
   EXPECT_FALSE(out.end_known);
   EXPECT_NE(out.faults.find("too large"), std::string::npos) << out.faults;
-}
-
-TEST(Frames, The_checksum_covers_frame_headers_and_stored_bytes) {
-  test::Memory_Store store = test::store_of(test::media_of([](test::Media_Bytes& media) {
-    media.file("f", runs.size(), test::modified);
-    media.frames("STAN", {{runs, zstd(runs)}}, 2, runs.size());
-  }));
-  EXPECT_EQ(test::told(store), "");
-  // The checksum of the stream, in its CSUM stream behind the data.
-  std::string& bytes = store.held["job.1.0.mtf"];
-  bytes[bytes.find("CSUM") + 22] ^= 1;
-  EXPECT_NE(test::told(store).find("checksum of the stream's data is wrong"), std::string::npos);
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string>
 
-#include "tests/support/media_layout.h"
+#include "tests/support/media_bytes.h"
 
 namespace test_support {
 
@@ -33,9 +33,7 @@ inline std::string hex_of(const std::string& bytes) {
 // The digits of `hex` with the checksum over the first `at` bytes put there.
 inline std::string sealed(const std::string& hex, std::size_t at) {
   std::string bytes = bytes_of(hex);
-  const unsigned short sum = naive_checksum(bytes.data(), at);
-  bytes[at] = static_cast<char>(sum & 0xFF);
-  bytes[at + 1] = static_cast<char>(sum >> 8);
+  test::set_le(bytes, at, test::xor16(bytes, 0, at), 2);
   return hex_of(bytes);
 }
 

@@ -19,24 +19,18 @@ bool is_block(const std::string& id) {
 std::size_t end_of_frames(const std::string& media, const Item& stream) {
   std::size_t at = stream.data;
   for (unsigned long long taken = 0; taken < stream.length && at + frame_header <= media.size();) {
-    taken += number(media, at + 12, 4);
-    at += frame_header + number(media, at + 16, 4);
+    taken += get_le(media, at + 12, 4);
+    at += frame_header + get_le(media, at + 16, 4);
   }
   return at;
 }
 
 std::size_t end_of(const std::string& media, const Item& stream) {
-  const bool frames = (number(media, stream.at + 6, 2) & compressed) != 0;
+  const bool frames = (get_le(media, stream.at + 6, 2) & compressed) != 0;
   return frames ? end_of_frames(media, stream) : stream.data + stream.length;
 }
 
 }  // namespace
-
-unsigned long long number(const std::string& bytes, std::size_t at, unsigned width) {
-  unsigned long long value = 0;
-  for (unsigned i = width; i-- > 0;) value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
-  return value;
-}
 
 std::vector<Item> media_items(const std::string& media) {
   std::vector<Item> items;
@@ -46,10 +40,10 @@ std::vector<Item> media_items(const std::string& media) {
     if (item.id == "MARK") {
       at += 4096;
     } else if (item.block) {
-      at += number(media, at + 8, 2);
+      at += get_le(media, at + 8, 2);
     } else {
       item.data = at + stream_header;
-      item.length = number(media, at + 8, 8);
+      item.length = get_le(media, at + 8, 8);
       const bool letters =
           std::all_of(item.id.begin(), item.id.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
       // The set map stands on a physical block of its own.
@@ -84,7 +78,7 @@ std::string entry_text(const std::string& block) {
   const std::string type = block.substr(2, 4);
   if (type == "FEND") return type;
   const std::size_t address = type == "VOLB" ? 64 : 69;
-  std::string name = block.substr(number(block, address + 2, 2), number(block, address, 2));
+  std::string name = block.substr(get_le(block, address + 2, 2), get_le(block, address, 2));
   std::replace(name.begin(), name.end(), '\0', '\\');
   return type + ' ' + name;
 }
@@ -92,22 +86,14 @@ std::string entry_text(const std::string& block) {
 std::vector<std::string> catalog_entries(const std::string& catalog) {
   std::vector<std::string> entries;
   if (catalog.size() < 96 + stream_header) return entries;
-  std::size_t at = 96 + stream_header + number(catalog, 96 + 8, 8);
+  std::size_t at = 96 + stream_header + get_le(catalog, 96 + 8, 8);
   while (at + 64 <= catalog.size()) {
     entries.push_back(entry_text(catalog.substr(at)));
-    const std::size_t length = number(catalog, at, 2);
+    const std::size_t length = get_le(catalog, at, 2);
     if (length < 64) break;
     at += length;
   }
   return entries;
-}
-
-unsigned short naive_checksum(const char* bytes, std::size_t size) {
-  unsigned sum = 0;
-  for (std::size_t i = 0; i < size; ++i) {
-    sum ^= static_cast<unsigned>(static_cast<unsigned char>(bytes[i])) << (i % 2 == 0 ? 0 : 8);
-  }
-  return static_cast<unsigned short>(sum);
 }
 
 }  // namespace test_support

@@ -5,7 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/media_bytes.h"
+
 namespace test_support {
+
+using test::get_le;
+using test::xor16;
 
 // A block or stream of a media: four letters, where it starts, and for a stream where its data
 // starts and how long it is.
@@ -27,17 +32,11 @@ std::string media_order(const std::string& media);
 // The data of the `n`-th stream `id` of a media, counted from 0; "none" where there is none.
 std::string stream_data(const std::string& media, const std::string& id, std::size_t n = 0);
 
-// The little-endian number of `width` bytes at `at`.
-unsigned long long number(const std::string& bytes, std::size_t at, unsigned width);
-
 // Types and names of the entries of a catalog behind its summary and metadata, such as
 // `FILE a.txt`, with backslashes in place of NUL bytes.
 std::vector<std::string> catalog_entries(const std::string& catalog);
 
 // The same of one catalog block.
 std::string entry_text(const std::string& block);
-
-// The XOR of the 16-bit words in the first `size` bytes, one after the other.
-unsigned short naive_checksum(const char* bytes, std::size_t size);
 
 }  // namespace test_support

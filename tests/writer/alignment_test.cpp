@@ -35,7 +35,7 @@ TEST(Alignment, OfASpadStreamAtEachDistanceFromTheGrid) {
       ASSERT_EQ(bytes.size(), c.align + c.n) << c.below;
       EXPECT_EQ(bytes.substr(0, c.align), std::string(c.align, '\0'));
       EXPECT_EQ(bytes.substr(c.align, 4), "SPAD");
-      EXPECT_EQ(number(bytes, c.align + 8, 8), c.n - 22);
+      EXPECT_EQ(get_le(bytes, c.align + 8, 8), c.n - 22);
       EXPECT_EQ(bytes.substr(c.align + 22), std::string(c.n - 22, '\0'));
       EXPECT_EQ(at.ctx.length, multiple - c.below + c.align + c.n);
       EXPECT_EQ(at.ctx.length % a, 0U);

@@ -78,9 +78,9 @@ TEST_F(Backup_Job, TheMediaTheCatalogAndTheSummary) {
     EXPECT_EQ(item.at % (physical ? 4096 : 512), 0U);
     // The second copy of the ESET block keeps the address of the first.
     const bool copy = item.id == "ESET" && eset_address != 0;
-    EXPECT_EQ(number(media, item.at + 20, 8), copy ? eset_address : item.at / 512) << item.id;
-    if (item.id == "ESET") eset_address = number(media, item.at + 20, 8);
-    EXPECT_EQ(number(media, item.at + 50, 2), naive_checksum(&media[item.at], 50));
+    EXPECT_EQ(get_le(media, item.at + 20, 8), copy ? eset_address : item.at / 512) << item.id;
+    if (item.id == "ESET") eset_address = get_le(media, item.at + 20, 8);
+    EXPECT_EQ(get_le(media, item.at + 50, 2), xor16(media, item.at, 50));
   }
   EXPECT_EQ(media.size() % 4096, 0U);
   const auto summaries = job.events.all(event_summary);
@@ -110,6 +110,8 @@ TEST_F(Backup_Job, NoSourceIsNoFailureAndAMissingOneHasNoCode) {
       EXPECT_EQ(job.log->count(channels == 1 ? "128 Failed to execute full source producer task"
                                              : "128 Failed to execute source sharding task"),
                 *source != '\0');
+      EXPECT_EQ(job.log->count("128 Failed to convert sources to source_list_type\n"),
+                *source != '\0');
       // The media is well formed but empty.
       EXPECT_EQ(media_order(job.media(channels == 1 ? 0 : 1)),
                 "TAPE SSET META ESET TFDD TSMP ESET EOTM");
@@ -137,10 +139,10 @@ TEST_F(Backup_Job, SequenceNumbers) {
     const std::string name = "j." + std::to_string(seq) + ".0.mtf";
     ASSERT_EQ(job.storage.pieces.count(name), 1U);
     const std::string& media = job.storage.pieces[name];
-    EXPECT_EQ(number(media, 4, 4), seq == 1 ? 0x30000U : 0x30001U);
-    EXPECT_EQ(number(media, 60, 2), seq);
-    EXPECT_EQ(number(media, 64, 2), 4096U);
-    EXPECT_EQ(number(media, 84, 2), 512U);
+    EXPECT_EQ(get_le(media, 4, 4), seq == 1 ? 0x30000U : 0x30001U);
+    EXPECT_EQ(get_le(media, 60, 2), seq);
+    EXPECT_EQ(get_le(media, 64, 2), 4096U);
+    EXPECT_EQ(get_le(media, 84, 2), 512U);
     EXPECT_EQ(stream_data(media, "META"), R"({"channels":0,"seq":)" + std::to_string(seq) + "}");
   }
 }
@@ -335,17 +337,17 @@ TEST_P(Changing, AFileThatShrinksIsFilledUpAndNamed) {
   }
   for (const auto& item : media_items(media)) {
     if (item.id == "CFIL") {
-      EXPECT_EQ(number(media, item.at + 52, 4), 0x10000U);
-      EXPECT_EQ(number(media, item.at + 64, 8), 70000U);
-      EXPECT_EQ(number(media, item.at + 72, 2), 1U);
+      EXPECT_EQ(get_le(media, item.at + 52, 4), 0x10000U);
+      EXPECT_EQ(get_le(media, item.at + 64, 8), 70000U);
+      EXPECT_EQ(get_le(media, item.at + 72, 2), 1U);
     }
     if (item.id == "ESET") {
-      EXPECT_EQ(number(media, item.at + 52, 4), GetParam() == 0 ? 4U : 6U);
-      EXPECT_EQ(number(media, item.at + 56, 4), 1U);
+      EXPECT_EQ(get_le(media, item.at + 52, 4), GetParam() == 0 ? 4U : 6U);
+      EXPECT_EQ(get_le(media, item.at + 56, 4), 1U);
     }
     const bool may_be_compressed = item.id == "SSET" || item.id == "VOLB" || item.id == "FILE";
     if (may_be_compressed) {
-      EXPECT_EQ(number(media, item.at + 4, 2), GetParam() == 0 ? 0U : 2U);
+      EXPECT_EQ(get_le(media, item.at + 4, 2), GetParam() == 0 ? 0U : 2U);
     }
   }
   EXPECT_EQ(catalog_entries(job.catalog()), (Texts{"VOLB X:", "FEND"}));

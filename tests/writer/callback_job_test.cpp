@@ -84,8 +84,8 @@ TEST_F(Callback_Job, TheMedia) {
   EXPECT_EQ(stream("CTEX", 2), record.data);
   EXPECT_EQ(stream("CTEX", 0).size(), 88U);  // no owner, no group
   const std::string dirb = block("DIRB");
-  EXPECT_EQ(number(dirb, 12, 8), 77U);
-  EXPECT_EQ(number(dirb, 52, 4), 0U);
+  EXPECT_EQ(get_le(dirb, 12, 8), 77U);
+  EXPECT_EQ(get_le(dirb, 52, 4), 0U);
   EXPECT_EQ(dirb.substr(56, 5), test::date(2020, 2, 29, 12, 34, 56));
   EXPECT_EQ(dirb.substr(61, 5), test::date(1970, 1, 1));
   // Of `empty`, which comes first, no byte was asked for.
@@ -108,7 +108,7 @@ TEST_F(Callback_Job, TheLastWordOfTheHost) {
     return true;
   };
   ASSERT_TRUE(run());
-  EXPECT_EQ(number(block("FILE"), 52, 4), 0x100U);
+  EXPECT_EQ(get_le(block("FILE"), 52, 4), 0x100U);
   EXPECT_EQ(stream("STAN"), "hell");
   EXPECT_EQ(stream("CTEX").substr(88), "host");
   EXPECT_EQ(job->backup.summary().total_size(), 1U << 20);
@@ -158,10 +158,10 @@ TEST_F(Callback_Job, Links) {
   reparse.le(0xA000000C, 4).le(12 + 16, 2).le(0, 2).le(0, 2).le(8, 2).le(8, 2).le(8, 2).le(0, 4);
   EXPECT_EQ(stream("NTRP"), reparse.raw(target + target).data);
   EXPECT_EQ(stream("LINK"), std::string("X\0:\0\\\0f\0001\0", 10));
-  EXPECT_EQ(number(block("KNLS"), 12, 8), 4U);
-  EXPECT_EQ(number(block("HLNK"), 12, 8), 5U);
-  EXPECT_EQ(number(block("DEVB"), 12, 8), 0U);
-  EXPECT_EQ(number(stream("CTEX", 2), 48, 8), 0x103U);
+  EXPECT_EQ(get_le(block("KNLS"), 12, 8), 4U);
+  EXPECT_EQ(get_le(block("HLNK"), 12, 8), 5U);
+  EXPECT_EQ(get_le(block("DEVB"), 12, 8), 0U);
+  EXPECT_EQ(get_le(stream("CTEX", 2), 48, 8), 0x103U);
   EXPECT_EQ(job->log->count("32 Left out symbolic link 'X:\\unknown'"), 1);
   EXPECT_EQ(listed(1), (Texts{"X:", "X:\\f1", "X:\\f2", "X:\\link", "X:\\null"}));
   EXPECT_EQ(job->backup.summary().file_count(), 4U);
@@ -260,8 +260,8 @@ TEST_F(Callback_Job, ReadersThatGiveAnotherSizeThanTheyDeclare) {
     EXPECT_EQ(job->events.all(event_corrupt).size(), corrupt ? 1U : 0U);
     EXPECT_EQ(listed(1), corrupt ? (Texts{"X:", "X:\\g"}) : (Texts{"X:", "X:\\f", "X:\\g"}));
     if (corrupt) {
-      EXPECT_EQ(number(block("CFIL"), 52, 4), 0x10000U);
-      EXPECT_EQ(number(block("CFIL"), 72, 2), 1U);
+      EXPECT_EQ(get_le(block("CFIL"), 52, 4), 0x10000U);
+      EXPECT_EQ(get_le(block("CFIL"), 72, 2), 1U);
     }
   }
 }

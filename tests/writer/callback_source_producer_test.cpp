@@ -57,11 +57,11 @@ TEST_F(Callback_Producer, WalksInTheOrderOfTheMedia) {
                                  "DIRB d\\", "HLNK g", "DIRB d\\e\\", "FILE f", "FEND"}));
   EXPECT_EQ(result, 0);
   EXPECT_EQ(blocks[1].substr(64, 5), test::date(1970, 1, 1));
-  EXPECT_EQ(number(blocks[2], 40, 2), 2U);    // the first name of a linked file
-  EXPECT_EQ(number(blocks[4], 16, 8), 2U);    // its size
-  EXPECT_EQ(number(blocks[4], 6, 2), 1U);     // its job
-  EXPECT_EQ(number(blocks[6], 16, 8), 4U);    // the length of the first name `X:\h`
-  EXPECT_EQ(number(blocks[6], 56, 4), 256U);  // the upper half of its number
+  EXPECT_EQ(get_le(blocks[2], 40, 2), 2U);    // the first name of a linked file
+  EXPECT_EQ(get_le(blocks[4], 16, 8), 2U);    // its size
+  EXPECT_EQ(get_le(blocks[4], 6, 2), 1U);     // its job
+  EXPECT_EQ(get_le(blocks[6], 16, 8), 4U);    // the length of the first name `X:\h`
+  EXPECT_EQ(get_le(blocks[6], 56, 4), 256U);  // the upper half of its number
   EXPECT_EQ(log.count("32 Unsupported file type, path=X:\\pipe, mode=0x1000\n"), 1);
   EXPECT_TRUE(skipped().empty());
   EXPECT_EQ(script->calls("exists"), Texts{});

@@ -41,11 +41,11 @@ std::multiset<std::string> saved_by(const Test_Job& job, unsigned int seq, unsig
     if (channels == 1 && channel == 1) break;
     const std::string all =
         job.storage.bytes("j." + std::to_string(seq) + '.' + std::to_string(channel) + ".cat");
-    for (std::size_t at = all.find("VOLB") - 2; at < all.size(); at += number(all, at, 2)) {
-      const std::string text = entry_text(all.substr(at, number(all, at, 2)));
+    for (std::size_t at = all.find("VOLB") - 2; at < all.size(); at += get_le(all, at, 2)) {
+      const std::string text = entry_text(all.substr(at, get_le(all, at, 2)));
       if (text.rfind("FILE ", 0) != 0) continue;
-      EXPECT_EQ(number(all, at + 40, 2), 0U) << "flags of " << text;
-      if (number(all, at + 6, 2) == seq) names.insert(text.substr(5));
+      EXPECT_EQ(get_le(all, at + 40, 2), 0U) << "flags of " << text;
+      if (get_le(all, at + 6, 2) == seq) names.insert(text.substr(5));
     }
   }
   return names;

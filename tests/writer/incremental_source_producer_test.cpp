@@ -218,13 +218,4 @@ TEST_F(Incremental_Producer, StopsBothQueuesWhenItFails) {
       lines_.asserted("hardlink_map_->update( file->hdr().ino(), file->hdr().seq()) is false"));
 }
 
-TEST_F(Incremental_Producer, PassesNoEndForADamagedCatalog) {
-  write_earlier({with(MTF::block_file, 0, 1, "a"), with(MTF::block_file, 0, 1, "z")});
-  std::string bytes = test_support::read_file(path_);
-  bytes[bytes.size() - 10] = 'x';
-  test_support::write_file(path_, bytes);
-  EXPECT_EQ(run({with(MTF::block_file, 0, 1, "a")}), -1) << "the damage lies behind all look-ups";
-  EXPECT_EQ(passed().size(), 1U);
-}
-
 }  // namespace

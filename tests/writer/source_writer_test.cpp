@@ -11,8 +11,8 @@
 namespace {
 
 using test::Bytes;
-using test_support::naive_checksum;
-using test_support::number;
+using test_support::get_le;
+using test_support::xor16;
 using Texts = std::vector<std::string>;
 
 class Source_List_File : public testing::Test {
@@ -34,7 +34,7 @@ class Source_List_File : public testing::Test {
   std::vector<unsigned long long> counts() const {
     const std::string bytes = file();
     std::vector<unsigned long long> out;
-    for (std::size_t at : {6, 14, 30, 38, 46, 54, 62, 70}) out.push_back(number(bytes, at, 8));
+    for (std::size_t at : {6, 14, 30, 38, 46, 54, 62, 70}) out.push_back(get_le(bytes, at, 8));
     return out;
   }
 
@@ -52,7 +52,7 @@ std::string block(const std::string& type, long long size, unsigned long long nu
   out.le(64 + rest.size(), 2).raw(type).le(type == "FEND" ? 0 : 0x2345, 2).zeros(8).le(size, 8);
   out.zeros(20).le(number & 0xFFFFFFFF, 4).zeros(8).le(number >> 32, 4);
   out.le(type == "FEND" ? 0 : 1, 1).zeros(1);
-  return out.le(naive_checksum(out.data.data(), 62), 2).raw(rest).data;
+  return out.le(xor16(out.data, 0, 62), 2).raw(rest).data;
 }
 
 TEST_F(Source_List_File, HoldsItsBlocksBackToBack) {
@@ -69,8 +69,8 @@ TEST_F(Source_List_File, HoldsItsBlocksBackToBack) {
           block("FILE", 300, 0x1122334455667788, date + Bytes().le(1, 2).le(73, 2).raw("f").data) +
           block("FEND", 0, 0, ""));
   EXPECT_EQ(counts(), (std::vector<unsigned long long>{300, 300, 1, 1, 1, 0, 1, 1}));
-  EXPECT_EQ(number(file(), 94, 2), naive_checksum(file().data(), 94));
-  EXPECT_EQ(number(file(), 2, 4), 0U);
+  EXPECT_EQ(get_le(file(), 94, 2), xor16(file(), 0, 94));
+  EXPECT_EQ(get_le(file(), 2, 4), 0U);
 }
 
 TEST_F(Source_List_File, CountsBySize) {
