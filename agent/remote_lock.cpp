@@ -133,7 +133,7 @@ bool Remote_Lock::take(const std::string& stem, std::vector<Remote_Object>& obje
   object_ = lock_start(stem) + random_id();
   text_ = Lock_Holder::own().text();
   if (!write(error)) {
-    object_.clear();
+    release();  // some kinds of remote keep the beginning of what broke off
     return false;
   }
   released_ = false;
@@ -214,10 +214,7 @@ bool Remote_Lock::unlock(Rclone& rclone, const std::string& stem, std::vector<st
   Remote_Lock probe(rclone);
   probe.object_ = lock_start(stem) + random_id();
   probe.text_ = Lock_Holder::own().text();
-  if (!probe.write(error)) {
-    probe.object_.clear();
-    return false;
-  }
+  if (!probe.write(error)) return false;
   std::vector<Remote_Object> objects;
   std::vector<Found> found;
   if (!find(rclone, stem, probe.object_, objects, found, error)) return false;
