@@ -80,9 +80,9 @@ std::string silence_text(int seconds, const std::string& words) {
 
 // The line for a process that ended with `code`, -1 where a signal ended it.
 std::string end_text(const platform::Child_Process& process, int code) {
+  if (code < 0) return "rclone was killed";
   const std::string words = engine_words(process.said());
-  if (!words.empty()) return "rclone: " + words;
-  return code < 0 ? "rclone was killed" : "rclone ended with " + std::to_string(code);
+  return words.empty() ? "rclone ended with " + std::to_string(code) : "rclone: " + words;
 }
 
 // What the server answers in place of a result, else `words`, what it said meanwhile.

@@ -111,7 +111,7 @@ TEST_F(Remote, FailuresAreOneLineInTheEnginesWords) {
       {"filename=\"demo.1.0.cat", "HTTP/1.1", "", "rclone: the object ends too early"},
       {"\"remote\":\"demo.1.unfinished", refusal, "", words},
       {"", "", broken, words},
-      {"", "", "head -c 1000000 >/dev/null; kill -9 $$", "rclone was killed"},
+      {"", "", "head -c 1000000 >/dev/null; echo a note >&2; kill -9 $$", "rclone was killed"},
       {"", "", "cat >/dev/null", "it isn't there"},
   };
   for (const auto& each : cases) {
