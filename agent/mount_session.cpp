@@ -341,7 +341,7 @@ bool serve(fuse_session* session, const std::string& directory, Console& console
   fuse_loop_cfg_set_max_threads(config.get(), most_answering_threads);
   const int ended = fuse_session_loop_mt(session, config.get());
   // Behind a signal, whose number this is, the mount is still there.
-  if (ended > 0 && platform::unmount(directory) == EBUSY) {
+  if (ended > 0 && platform::is_in_use(directory)) {
     console.note("warning: " + escape_name(directory) +
                  " is in use: it is gone from its place, and what is open in it gives errors");
   }

@@ -11,8 +11,9 @@
 
 namespace platform {
 
-int unmount(const std::string& directory) {
-  return ::umount2(directory.c_str(), UMOUNT_NOFOLLOW) == 0 ? 0 : errno;
+// The first call of this kind unmounts nothing: EAGAIN says that nobody uses it.
+bool is_in_use(const std::string& directory) {
+  return ::umount2(directory.c_str(), MNT_EXPIRE | UMOUNT_NOFOLLOW) != 0 && errno == EBUSY;
 }
 
 bool is_mounted(const std::string& directory, const std::string& type) {

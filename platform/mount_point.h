@@ -5,9 +5,9 @@
 
 namespace platform {
 
-// Takes away what is mounted at the native path `directory`, if nobody uses it. Returns 0 or the
-// errno: EBUSY if somebody does, EPERM without the right to.
-int unmount(const std::string& directory);
+// True if somebody uses what is mounted at the native path `directory`; false too where this
+// process has no right to unmount it.
+bool is_in_use(const std::string& directory);
 
 // True if a file system of this type, such as "fuse.mtf", is mounted at `directory` and on top
 // there.

@@ -1,5 +1,6 @@
 // Jobs as a file system.
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -7,6 +8,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <thread>
 
@@ -75,7 +77,18 @@ TEST_F(Mounting, EachJobAsItWas) {
   EXPECT_EQ(::stat(source("/sparse").c_str(), &was), 0);
   EXPECT_EQ(::stat((at("/1") + source("/sparse")).c_str(), &is), 0);
   EXPECT_EQ(was.st_blocks, is.st_blocks);
+  // A container that began meanwhile keeps a copy of every mount.
+  std::promise<void> copied, over;
+  std::thread container([&] {
+    EXPECT_EQ(::unshare(CLONE_FS | CLONE_NEWNS), 0);
+    EXPECT_EQ(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    copied.set_value();
+    over.get_future().wait();
+  });
+  copied.get_future().wait();
   const Output ended = stop();
+  over.set_value();
+  container.join();
   EXPECT_EQ(ended.code, 0) << ended.err;
   EXPECT_EQ(ended.err, "");
   EXPECT_FALSE(fs::exists(at("/latest")));
