@@ -49,13 +49,32 @@ const std::vector<std::pair<std::string, std::string>>& defaults() {
 // their names, mix other text into what is read, or send elsewhere what rclone says. Those of a
 // server of his own aren't for this one.
 const std::vector<std::string>& hidden() {
-  static const std::vector<std::string> all = {
-      "RCLONE_DISCARD", "RCLONE_DUMP",        "RCLONE_EXCLUDE",      "RCLONE_FILES_FROM",
-      "RCLONE_FILTER",  "RCLONE_HASH_FILTER", "RCLONE_HEAD",         "RCLONE_INCLUDE",
-      "RCLONE_LOG_",    "RCLONE_MAX_AGE",     "RCLONE_MAX_SIZE",     "RCLONE_METADATA_",
-      "RCLONE_MIN_AGE", "RCLONE_MIN_SIZE",    "RCLONE_PROGRESS",     "RCLONE_QUIET",
-      "RCLONE_RC",      "RCLONE_SEPARATOR",   "RCLONE_SIZE",         "RCLONE_STATS",
-      "RCLONE_SYSLOG",  "RCLONE_TAIL",        "RCLONE_USE_JSON_LOG", "RCLONE_VERBOSE"};
+  static const std::vector<std::string> all = {"RCLONE_DISCARD",
+                                               "RCLONE_DUMP",
+                                               "RCLONE_EXCLUDE",
+                                               "RCLONE_FILES_FROM",
+                                               "RCLONE_FILTER",
+                                               "RCLONE_HASH_FILTER",
+                                               "RCLONE_HEAD=",
+                                               "RCLONE_INCLUDE",
+                                               "RCLONE_LOG_",
+                                               "RCLONE_MAX_AGE",
+                                               "RCLONE_MAX_SIZE",
+                                               "RCLONE_METADATA_EXCLUDE",
+                                               "RCLONE_METADATA_FILTER",
+                                               "RCLONE_METADATA_INCLUDE",
+                                               "RCLONE_MIN_AGE",
+                                               "RCLONE_MIN_SIZE",
+                                               "RCLONE_PROGRESS",
+                                               "RCLONE_QUIET",
+                                               "RCLONE_RC",
+                                               "RCLONE_SEPARATOR",
+                                               "RCLONE_SIZE_ONLY",
+                                               "RCLONE_STATS",
+                                               "RCLONE_SYSLOG",
+                                               "RCLONE_TAIL",
+                                               "RCLONE_USE_JSON_LOG",
+                                               "RCLONE_VERBOSE"};
   return all;
 }
 

@@ -132,6 +132,7 @@ bool Remote_Lock::take(const std::string& stem, std::vector<Remote_Object>& obje
                        std::string& error) {
   object_ = lock_start(stem) + random_id();
   text_ = Lock_Holder::own().text();
+  lost_ = false;
   if (!write(error)) {
     release();  // some kinds of remote keep the beginning of what broke off
     return false;

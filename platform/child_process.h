@@ -19,7 +19,8 @@ struct Child_Setup {
   std::vector<std::string> arguments;  // the first is the program, which is looked up in PATH
   Variables variables;                 // of its environment, whatever this process has
   Variables defaults;                  // set where this process has none of that name
-  std::vector<std::string> hidden;     // beginnings of names that it doesn't get from this process
+  // Beginnings of the variables, as "NAME=VALUE", that it doesn't get from this process.
+  std::vector<std::string> hidden;
   bool is_fed = false;                 // write() gives it its input
   // Seconds that one call waits for it while nothing moves between it and this process.
   int patience = 0;
