@@ -21,7 +21,7 @@ struct Child_Setup {
   Variables defaults;                  // set where this process has none of that name
   // Beginnings of the variables, as "NAME=VALUE", that it doesn't get from this process.
   std::vector<std::string> hidden;
-  bool is_fed = false;                 // write() gives it its input
+  bool is_fed = false;  // write() gives it its input
   // Seconds that one call waits for it while nothing moves between it and this process.
   int patience = 0;
   // Ends the waiting of write() and finish() when it becomes true; may be null.
